@@ -1,0 +1,20 @@
+# Common settings for every target of the project.
+function(zwelk_target_defaults target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wno-unused-parameter)
+  if(ZWELK_STRICT)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+  # Qt's string literal conversions stay explicit everywhere.
+  target_compile_definitions(${target} PRIVATE QT_NO_CAST_FROM_BYTEARRAY)
+endfunction()
+
+# Engine libraries may use Qt Core and Gui value types at most. This check
+# makes a link to Widgets or OpenGL from a headless layer fail the configure.
+function(zwelk_headless_library target)
+  get_target_property(libs ${target} LINK_LIBRARIES)
+  foreach(lib IN LISTS libs)
+    if(lib MATCHES "Qt5::(Widgets|OpenGL)|OpenGL::")
+      message(FATAL_ERROR "${target} is a headless library and must not link ${lib}")
+    endif()
+  endforeach()
+endfunction()

@@ -1,0 +1,118 @@
+#include "WImg.h"
+
+#include <OpenImageIO/imageio.h>
+
+#include <memory>
+
+namespace Welk {
+
+namespace {
+
+int cvDepth(WImg::PixelType type)
+{
+    switch (type) {
+    case WImg::UInt8:
+        return CV_8U;
+    case WImg::UInt16:
+        return CV_16U;
+    case WImg::Float32:
+        break;
+    }
+    return CV_32F;
+}
+
+OIIO::TypeDesc oiioType(int cvDepthValue)
+{
+    switch (cvDepthValue) {
+    case CV_8U:
+        return OIIO::TypeDesc::UINT8;
+    case CV_16U:
+        return OIIO::TypeDesc::UINT16;
+    default:
+        return OIIO::TypeDesc::FLOAT;
+    }
+}
+
+void setError(QString* error, const QString& text)
+{
+    if (error)
+        *error = text;
+}
+
+} // namespace
+
+WImg::WImg(int width, int height, int channels, PixelType type)
+    : m_mat(height, width, CV_MAKETYPE(cvDepth(type), channels), cv::Scalar::all(0))
+{
+}
+
+WImg::WImg(const cv::Mat& mat, const QVariantMap& attributes) : m_mat(mat), m_attributes(attributes) {}
+
+WImg::PixelType WImg::pixelType() const
+{
+    switch (m_mat.depth()) {
+    case CV_8U:
+        return UInt8;
+    case CV_16U:
+        return UInt16;
+    default:
+        return Float32;
+    }
+}
+
+bool WImg::load(const QString& path, QString* error)
+{
+    m_mat.release();
+    m_attributes.clear();
+    const std::string file = path.toStdString();
+    auto input = OIIO::ImageInput::open(file);
+    if (!input) {
+        setError(error, QString::fromStdString(OIIO::geterror()));
+        return false;
+    }
+    const OIIO::ImageSpec& spec = input->spec();
+    if (spec.width <= 0 || spec.height <= 0 || spec.nchannels <= 0 || spec.nchannels > 4) {
+        setError(error, QStringLiteral("Unsupported image layout"));
+        return false;
+    }
+    const PixelType type = spec.format == OIIO::TypeDesc::UINT8    ? UInt8
+                           : spec.format == OIIO::TypeDesc::UINT16 ? UInt16
+                                                                   : Float32;
+    cv::Mat mat(spec.height, spec.width, CV_MAKETYPE(cvDepth(type), spec.nchannels));
+    if (!input->read_image(0, 0, 0, spec.nchannels, oiioType(mat.depth()), mat.data)) {
+        setError(error, QString::fromStdString(input->geterror()));
+        return false;
+    }
+    for (const OIIO::ParamValue& p : spec.extra_attribs)
+        m_attributes.insert(QString::fromStdString(p.name().string()),
+                            QString::fromStdString(p.get_string()));
+    input->close();
+    m_mat = mat;
+    return true;
+}
+
+bool WImg::save(const QString& path, QString* error) const
+{
+    if (isNull()) {
+        setError(error, QStringLiteral("The image is empty"));
+        return false;
+    }
+    const std::string file = path.toStdString();
+    auto output = OIIO::ImageOutput::create(file);
+    if (!output) {
+        setError(error, QString::fromStdString(OIIO::geterror()));
+        return false;
+    }
+    OIIO::ImageSpec spec(width(), height(), channels(), oiioType(m_mat.depth()));
+    for (auto it = m_attributes.constBegin(); it != m_attributes.constEnd(); ++it)
+        spec.attribute(it.key().toStdString(), it.value().toString().toStdString());
+    cv::Mat continuous = m_mat.isContinuous() ? m_mat : m_mat.clone();
+    if (!output->open(file, spec) ||
+        !output->write_image(oiioType(continuous.depth()), continuous.data)) {
+        setError(error, QString::fromStdString(output->geterror()));
+        return false;
+    }
+    return output->close();
+}
+
+} // namespace Welk

@@ -1,0 +1,157 @@
+#include "GeomStack.h"
+
+#include "ObjPlainLoader.h"
+
+#include <QDebug>
+
+namespace GeometryStack2 {
+
+GeomStack::GeomStack(const QString& path, QString& error, Welk::ProgressInterface* progress, int loader,
+                     bool logLoaded)
+{
+    error.clear();
+    MeshLists lists;
+    if (loader == PlainLoader) {
+        if (!ObjPlainLoader::read(path, lists, error, progress))
+            return;
+        error = validateIndices(lists.vertexIndices, lists.vertices.size(), lists.texCoordIndices,
+                                lists.texCoords.size());
+    } else {
+        // Other loader numbers load nothing.
+        return;
+    }
+    m_vertices = std::move(lists.vertices);
+    m_texCoords = std::move(lists.texCoords);
+    m_vertexIndices = std::move(lists.vertexIndices);
+    m_texCoordIndices = std::move(lists.texCoordIndices);
+    m_polygonSizes = std::move(lists.polygonSizes);
+    m_polygonOffsets = std::move(lists.polygonOffsets);
+    m_polygroupIds = std::move(lists.polygroupIds);
+    m_polygroupNames = std::move(lists.polygroupNames);
+    m_materialIds = std::move(lists.materialIds);
+    m_materialNames = std::move(lists.materialNames);
+    m_mtllib = std::move(lists.mtllib);
+    if (!error.isEmpty())
+        return;
+    computeNormals();
+    if (logLoaded)
+        this->logLoaded();
+}
+
+GeomStack::GeomStack(const QVector<QVector3D>& vertices, const QVector<int>& vertexIndices,
+                     const QVector<int>& polygonSizes, const QVector<int>& polygonOffsets,
+                     const QVector<QVector2D>& texCoords, const QVector<int>& texCoordIndices,
+                     const QVector<QVector3D>& normals, const QVector<int>& polygroupIds,
+                     const QStringList& polygroupNames, const QVector<int>& materialIds,
+                     const QStringList& materialNames, const QString& mtllib)
+    : m_vertices(vertices), m_texCoords(texCoords), m_normals(normals), m_vertexIndices(vertexIndices),
+      m_texCoordIndices(texCoordIndices), m_polygonSizes(polygonSizes), m_polygonOffsets(polygonOffsets),
+      m_polygroupIds(polygroupIds), m_polygroupNames(polygroupNames), m_materialIds(materialIds),
+      m_materialNames(materialNames), m_mtllib(mtllib)
+{
+    if (m_normals.size() != m_vertices.size())
+        computeNormals();
+}
+
+GeomStack::GeomStack(QDataStream& stream, QString& error)
+{
+    stream >> m_vertices >> m_texCoords >> m_normals >> m_vertexIndices >> m_texCoordIndices >>
+        m_polygonSizes >> m_polygonOffsets >> m_polygroupIds >> m_polygroupNames >> m_materialIds >>
+        m_materialNames;
+    error = stream.status() == QDataStream::Ok
+                ? QString()
+                : QStringLiteral("Cannot create GeomStack: byteStream reading error");
+}
+
+GeomStack::~GeomStack() = default;
+
+void GeomStack::serialize(QDataStream& stream) const
+{
+    stream << m_vertices << m_texCoords << m_normals << m_vertexIndices << m_texCoordIndices << m_polygonSizes
+           << m_polygonOffsets << m_polygroupIds << m_polygroupNames << m_materialIds << m_materialNames;
+}
+
+QVector<QVector3D> GeomStack::transformedVertices(const std::optional<QMatrix4x4>& transform,
+                                                  const QVector<QVector3D>& vertices)
+{
+    if (!transform)
+        return vertices;
+    const float* m = transform->constData();
+    static const float identity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    if (std::equal(m, m + 16, identity))
+        return vertices;
+    QVector<QVector3D> result(vertices.size());
+    for (int i = 0; i < vertices.size(); ++i)
+        result[i] = transform->map(vertices[i]);
+    return result;
+}
+
+void GeomStack::setVertices(const QVector<QVector3D>& vertices)
+{
+    m_vertices = vertices;
+    computeNormals();
+}
+
+QVector<QVector3D> GeomStack::computeNormals(const QVector<QVector3D>& vertices,
+                                             const QVector<int>& vertexIndices,
+                                             const QVector<int>& polygonOffsets)
+{
+    QVector<QVector3D> normals(vertices.size(), QVector3D(0, 0, 0));
+    const int polygonCount = polygonOffsets.size() - 1;
+    for (int p = 0; p < polygonCount; ++p) {
+        const int first = polygonOffsets[p];
+        const int size = polygonOffsets[p + 1] - first;
+        for (int i = 0; i < size; ++i) {
+            const int previous = vertexIndices[first + i];
+            const int centre = vertexIndices[first + (i + 1) % size];
+            const int next = vertexIndices[first + (i + 2) % size];
+            // Scaled by 1000 so that tiny edges keep a cross product in float.
+            const QVector3D a = (vertices[next] - vertices[centre]) * 1000.0f;
+            const QVector3D b = (vertices[previous] - vertices[centre]) * 1000.0f;
+            normals[centre] += QVector3D::crossProduct(a, b).normalized();
+        }
+    }
+    for (QVector3D& n : normals)
+        n.normalize();
+    return normals;
+}
+
+void GeomStack::computeNormals()
+{
+    m_normals = computeNormals(m_vertices, m_vertexIndices, m_polygonOffsets);
+}
+
+QString GeomStack::validateIndices(const QVector<int>& vertexIndices, int vertexCount,
+                                   const QVector<int>& texCoordIndices, int texCoordCount)
+{
+    for (int index : vertexIndices) {
+        if (index < 0)
+            return QStringLiteral("Vertex index can not be negative");
+        if (index >= vertexCount)
+            return QStringLiteral("Invalid vertex index %1 The model only has %2 vertices.")
+                .arg(index)
+                .arg(vertexCount);
+    }
+    for (int index : texCoordIndices) {
+        if (index < 0)
+            return QStringLiteral("Texture coordinate index can not be negative");
+        if (index >= texCoordCount)
+            return QStringLiteral("Invalid texture coordinate index %1 The model only has %2 texture coordinates.")
+                .arg(index)
+                .arg(texCoordCount);
+    }
+    return QString();
+}
+
+void GeomStack::logLoaded() const
+{
+    qDebug().noquote() << QStringLiteral("Geometry loaded:\n\tvertices:%1\n\ttexCoords:%2\n\tpolygons:%3\n\t"
+                                         "polygroups:%4\n\tmaterials:%5")
+                              .arg(m_vertices.size())
+                              .arg(m_texCoords.size())
+                              .arg(m_polygonSizes.size())
+                              .arg(m_polygroupNames.size())
+                              .arg(m_materialNames.size());
+}
+
+} // namespace GeometryStack2

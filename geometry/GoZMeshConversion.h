@@ -1,0 +1,31 @@
+#pragma once
+
+#include "GeomStack.h"
+#include "GoZFile.h"
+#include "MeshLists.h"
+
+namespace GeometryStack2 {
+
+/// A GoZ subtool as the program's lists, with its masks.
+struct GoZMesh
+{
+    MeshLists lists;
+    QVector<float> vertexMask;       ///< the file's mask value per vertex, 65535 where it has none
+    QVector<quint8> polygonMaskFlags; ///< 1 for a polygon with a masked corner
+};
+
+/// Converts a GoZ image to polygon lists. Polygons are read with a stride of
+/// four slots whatever the polygon tag, a negative slot being empty; every
+/// corner gets its own texture coordinate. Polygon groups become numbers
+/// (the file's value less 1), and the names list those numbers in order of
+/// first use. Files without a mask or group chunk read as unmasked and
+/// ungrouped. Returns false with `error` when an index is out of range.
+bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error);
+
+/// Builds a GoZ image of `mesh` the way ZBrush exports a subtool: quads with
+/// empty fourth slots for triangles (larger polygons are fanned into
+/// triangles), texture coordinates per corner when the mesh has them, an
+/// unmasked mask chunk and a polygon group chunk (ungrouped polygons get 0).
+GoZFile gozFromMesh(const GeomStack& mesh, const QByteArray& name);
+
+} // namespace GeometryStack2
