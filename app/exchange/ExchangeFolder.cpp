@@ -57,6 +57,11 @@ bool ExchangeFolder::checkUtilityFiles(QString& error)
         m_temporaryDir = path;
         m_filesDir = QDir(path).filePath(QStringLiteral("Files/"));
     }
+    return checkFolders(error);
+}
+
+bool ExchangeFolder::checkFolders(QString& error) const
+{
     if (!QDir(m_temporaryDir).exists()) {
         error = QDir(m_temporaryDir).absolutePath();
         return false;
@@ -152,7 +157,7 @@ QFileInfoList ExchangeFolder::getModelFilenames(QVector<bool>& textureFlags, QSt
                 continue;
             result.append(QFileInfo(filesDirPath() + name + QStringLiteral(".GoZ")));
             textureFlags.append(hasTexture);
-            qInfo().noquote() << "Subtool: " << name;
+            qInfo().noquote() << QStringLiteral("Subtool: ") + name;
         }
         if (result.size() != 2)
             error = filesDirPath();

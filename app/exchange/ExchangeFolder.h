@@ -34,6 +34,9 @@ public:
 
     /// Points the exchange at `path` directly, as TempDirPath.txt would.
     void setTemporaryDir(const QString& path);
+    /// Checks that the exchange folder and its mesh folder exist; `error` is
+    /// the first missing path.
+    bool checkFolders(QString& error) const;
 
     /// The mode word: the first argument after the program name, else the
     /// first bytes of status.txt. Only a word starting with "texture" selects

@@ -1,0 +1,94 @@
+#pragma once
+
+#include "exchange/ApplicationMode.h"
+
+#include <QMainWindow>
+
+class QCheckBox;
+class QLabel;
+class QProgressBar;
+class QPushButton;
+class QScreen;
+class QSplitter;
+class QStackedWidget;
+class QTabBar;
+
+namespace WelkPlugin {
+
+class ZErrorBar;
+class ZModelPreview;
+
+/// The one window of a run: the step bar with Prev / Next / Done / Cancel,
+/// the warning bar, the two model panes, the current step's panel and the
+/// bottom bar with hints and progress.
+class ZMainWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    /// Warning numbers of the error bar.
+    enum Warning
+    {
+        WarningNoIntersection = 0,
+        WarningBasemeshResolution = 1,
+    };
+
+    ZMainWindow(bool isWelkMode, ApplicationMode mode, QScreen* screen, QWidget* parent = nullptr);
+    ~ZMainWindow() override;
+
+    /// Appends a step page; its tab reads `title`.
+    void addPage(const QString& title, QWidget* page);
+    /// Called once all pages are in: selects the first and sets the buttons.
+    void setPagesComplete();
+    int currentPage() const;
+    int pageCount() const;
+    void setCurrentPage(int index);
+
+    ZErrorBar* errorBar() const { return m_errorBar; }
+    ZModelPreview* modelView(int side) const { return m_views[side]; }
+
+    void showWarning(int number, const QString& text);
+    void hideWarning(int number);
+    void setHint(const QString& hint);
+    /// Shows the progress bar with `text`; a negative value hides it.
+    void setProgress(int value, int maximum, const QString& text);
+
+    QPushButton* doneButton() const { return m_done; }
+    QPushButton* cancelButton() const { return m_cancel; }
+
+signals:
+    void nextClicked();
+    void prevClicked();
+    void doneClicked();
+    void cancelClicked();
+    void tabClicked(int index);
+    void windowShown();
+    void stopClicked();
+    void syncViewsToggled(bool synchronised);
+    void clearUnusedFiles();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    QWidget* buildStepBar();
+    QWidget* buildBottomBar();
+    void updateButtons();
+    void restoreWindowGeometry(QScreen* screen);
+
+    ApplicationMode m_mode;
+    QTabBar* m_tabs = nullptr;
+    QPushButton* m_prev = nullptr;
+    QPushButton* m_next = nullptr;
+    QPushButton* m_done = nullptr;
+    QPushButton* m_cancel = nullptr;
+    ZErrorBar* m_errorBar = nullptr;
+    ZModelPreview* m_views[2] = {nullptr, nullptr};
+    QStackedWidget* m_pages = nullptr;
+    QWidget* m_rightPanel = nullptr;
+    QLabel* m_hint = nullptr;
+    QCheckBox* m_syncViews = nullptr;
+    QProgressBar* m_progress = nullptr;
+    QPushButton* m_stop = nullptr;
+};
+
+} // namespace WelkPlugin
