@@ -1,0 +1,109 @@
+#include "support/MeshFactory.h"
+
+#include "geometry/GeomStackTriangulated.h"
+#include "geometry/GoZMeshConversion.h"
+
+#include <gtest/gtest.h>
+
+using namespace GeometryStack2;
+
+namespace {
+
+GoZFile quadAndTriangle()
+{
+    GoZFile goz;
+    goz.vertexCount = 5;
+    goz.vertices = {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0, 2, 0, 0};
+    goz.polygonTag = GoZFile::TagQuads;
+    goz.polygonCount = 3;
+    goz.polygons = {0, 1, 2, 3, 1, 4, 2, -1, 0, 1, 3, -1};
+    goz.uvTag = GoZFile::TagUVQuads;
+    goz.uvs = {0, 0, 1, 0, 1, 1, 0, 1, /**/ 5, 5, 6, 6, 7, 7, 8, 8, /**/ 0, 0, 1, 0, 0, 1, 0, 0};
+    goz.vertexMask = {0xFFFF, 0xD000, 0xFFFF, 0xFFFF, 0xCFFF};
+    goz.polygonGroups = {0, 3, 0};
+    return goz;
+}
+
+} // namespace
+
+TEST(GoZMeshConversion, EmptySlotsMakeTrianglesAndCornersOwnTheirUVs)
+{
+    GoZMesh mesh;
+    QString error;
+    ASSERT_TRUE(meshFromGoZ(quadAndTriangle(), mesh, error));
+    EXPECT_EQ(mesh.lists.polygonSizes, (QVector<int>{4, 3, 3}));
+    EXPECT_EQ(mesh.lists.polygonOffsets, (QVector<int>{0, 4, 7, 10}));
+    EXPECT_EQ(mesh.lists.vertexIndices, (QVector<int>{0, 1, 2, 3, 1, 4, 2, 0, 1, 3}));
+    // The triangle takes the first three pairs of its eight floats.
+    ASSERT_EQ(mesh.lists.texCoords.size(), 10);
+    EXPECT_EQ(mesh.lists.texCoords[4], QVector2D(5, 5));
+    EXPECT_EQ(mesh.lists.texCoords[6], QVector2D(7, 7));
+    EXPECT_EQ(mesh.lists.texCoordIndices, (QVector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+    EXPECT_EQ(mesh.lists.materialIds, (QVector<int>{0, 0, 0}));
+}
+
+TEST(GoZMeshConversion, MaskThresholdAndGroupNumbers)
+{
+    GoZMesh mesh;
+    QString error;
+    ASSERT_TRUE(meshFromGoZ(quadAndTriangle(), mesh, error));
+    // 0xD000 on vertex 1 does not mask; 0xCFFF on vertex 4 does.
+    EXPECT_EQ(mesh.polygonMaskFlags, (QVector<quint8>{0, 1, 0}));
+    EXPECT_EQ(mesh.vertexMask, (QVector<float>{65535, 53248, 65535, 65535, 53247}));
+    // Groups are numbers (file value less 1); names list them by first use.
+    EXPECT_EQ(mesh.lists.polygroupIds, (QVector<int>{-1, 2, -1}));
+    EXPECT_EQ(mesh.lists.polygroupNames, (QStringList{QStringLiteral("-1"), QStringLiteral("2")}));
+}
+
+TEST(GoZMeshConversion, MissingMaskAndGroupChunksReadAsFreeAndUngrouped)
+{
+    GoZFile goz = quadAndTriangle();
+    goz.vertexMask.clear();
+    goz.polygonGroups.clear();
+    goz.uvs.clear();
+    GoZMesh mesh;
+    QString error;
+    ASSERT_TRUE(meshFromGoZ(goz, mesh, error));
+    EXPECT_EQ(mesh.polygonMaskFlags, (QVector<quint8>{0, 0, 0}));
+    EXPECT_EQ(mesh.lists.polygroupIds, (QVector<int>{-1, -1, -1}));
+    EXPECT_TRUE(mesh.lists.polygroupNames.isEmpty());
+    EXPECT_TRUE(mesh.lists.texCoordIndices.isEmpty());
+}
+
+TEST(GoZMeshConversion, OutOfRangeCornerIsAnError)
+{
+    GoZFile goz = quadAndTriangle();
+    goz.polygons[5] = 99;
+    GoZMesh mesh;
+    QString error;
+    EXPECT_FALSE(meshFromGoZ(goz, mesh, error));
+    EXPECT_FALSE(error.isEmpty());
+}
+
+TEST(GoZMeshConversion, MeshSurvivesTheTripThroughGoZ)
+{
+    const GeomStack source = TestSupport::twoQuads();
+    const GoZFile goz = gozFromMesh(source, "two");
+    EXPECT_EQ(goz.name, QByteArray("two"));
+    EXPECT_EQ(goz.vertexMask.size(), size_t(source.vertexCount()));
+    EXPECT_EQ(goz.polygonGroups, (std::vector<uint16_t>{1, 2}));
+
+    GoZMesh back;
+    QString error;
+    ASSERT_TRUE(meshFromGoZ(goz, back, error));
+    EXPECT_EQ(back.lists.vertices, source.vertices());
+    EXPECT_EQ(back.lists.vertexIndices, source.vertexIndices());
+    for (int c = 0; c < source.cornerCount(); ++c)
+        EXPECT_EQ(back.lists.texCoords[back.lists.texCoordIndices[c]],
+                  source.texCoords()[source.texCoordIndices()[c]]);
+    EXPECT_EQ(back.lists.polygroupIds, source.polygroupIds());
+}
+
+TEST(GoZMeshConversion, LargePolygonsAreFannedIntoTriangles)
+{
+    const GeomStack pentagon =
+        TestSupport::polygonSoup({{0, 0, 0}, {1, 0, 0}, {1.5f, 1, 0}, {0.5f, 2, 0}, {-0.5f, 1, 0}}, {{0, 1, 2, 3, 4}});
+    const GoZFile goz = gozFromMesh(pentagon, "p");
+    EXPECT_EQ(goz.polygonCount, 3);
+    EXPECT_EQ(goz.polygons, (std::vector<int32_t>{0, 1, 2, -1, 0, 2, 3, -1, 0, 3, 4, -1}));
+}
