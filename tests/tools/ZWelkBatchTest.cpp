@@ -1,0 +1,176 @@
+// zwelk-batch as a pipeline runs it: the real program, its output and its
+// exit codes.
+#include "support/GoZBytes.h"
+#include "support/MeshFactory.h"
+#include "support/TestFiles.h"
+
+#include "geometry/GoZFile.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QProcess>
+#include <QTemporaryDir>
+
+using GeometryStack2::GoZFile;
+using TestSupport::GoZBytes;
+
+namespace {
+
+struct BatchRun
+{
+    int code = -1;
+    QString out;
+    QString err;
+};
+
+BatchRun zwelkBatch(const QStringList& arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral(ZWELK_BATCH_PROGRAM), arguments);
+    EXPECT_TRUE(process.waitForFinished(120000));
+    return {process.exitCode(), QString::fromLocal8Bit(process.readAllStandardOutput()),
+            QString::fromLocal8Bit(process.readAllStandardError())};
+}
+
+class ZWelkBatchTest : public ::testing::Test
+{
+protected:
+    QString path(const QString& name) const { return m_dir.filePath(name); }
+    QTemporaryDir m_dir;
+};
+
+} // namespace
+
+TEST_F(ZWelkBatchTest, CommandLineMistakesExitWithTwo)
+{
+    EXPECT_EQ(zwelkBatch({}).code, 2);
+    const BatchRun help = zwelkBatch({QStringLiteral("--help")});
+    EXPECT_EQ(help.code, 0);
+    EXPECT_TRUE(help.out.contains(QStringLiteral("exchange FIRST SECOND --folder DIR")));
+    EXPECT_EQ(zwelkBatch({QStringLiteral("frobnicate")}).code, 2);
+    EXPECT_EQ(zwelkBatch({QStringLiteral("check")}).code, 2);
+    EXPECT_EQ(zwelkBatch({QStringLiteral("check"), path(QStringLiteral("x")), QStringLiteral("--bogus")}).code, 2);
+    EXPECT_EQ(zwelkBatch({QStringLiteral("exchange"), QStringLiteral("a.obj"), QStringLiteral("b.obj")}).code, 2);
+    EXPECT_EQ(zwelkBatch({QStringLiteral("demo-models"), path(QStringLiteral("d")), QStringLiteral("--scan-subdivisions"),
+                          QStringLiteral("42")})
+                  .code,
+              2);
+}
+
+TEST_F(ZWelkBatchTest, DemoPairGoesThroughExchangeCheckAndWriteBack)
+{
+    const QString meshes = path(QStringLiteral("meshes"));
+    const QString folder = path(QStringLiteral("exchange"));
+    BatchRun run = zwelkBatch({QStringLiteral("demo-models"), meshes, QStringLiteral("--scan-subdivisions"),
+                          QStringLiteral("4")});
+    ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    run = zwelkBatch({QStringLiteral("exchange"), meshes + QStringLiteral("/base.obj"),
+                      meshes + QStringLiteral("/scan.obj"), QStringLiteral("--folder"), folder,
+                      QStringLiteral("--texture-second"), meshes + QStringLiteral("/scan_texture.tif")});
+    ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    EXPECT_EQ(QFileInfo(folder + QStringLiteral("/params.txt")).size(), 44);
+    EXPECT_EQ(QFileInfo(folder + QStringLiteral("/subtools.txt")).size(), 2 * 248);
+    EXPECT_EQ(TestSupport::readFile(folder + QStringLiteral("/status.txt")), QByteArray("welk"));
+    EXPECT_TRUE(QFile::exists(folder + QStringLiteral("/Files/2_scan_TXTR.tif")));
+
+    // The plug-in always exports the mask and group chunks.
+    GoZFile goz;
+    ASSERT_TRUE(goz.read(folder + QStringLiteral("/Files/1_base.GoZ")));
+    EXPECT_EQ(goz.vertexMask.size(), size_t(goz.vertexCount));
+    EXPECT_EQ(goz.polygonGroups.size(), size_t(goz.polygonCount));
+    EXPECT_EQ(goz.polygonCount, 6 * 24 * 24);
+
+    run = zwelkBatch({QStringLiteral("check"), folder});
+    ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    EXPECT_TRUE(run.out.contains(QStringLiteral("mode: welk")));
+    EXPECT_TRUE(run.out.contains(QStringLiteral("polygons: 3456")));
+    EXPECT_TRUE(run.out.contains(QStringLiteral("triangles: 5120")));
+    EXPECT_TRUE(run.out.contains(QStringLiteral("polygroups: 2")));
+    EXPECT_TRUE(run.out.contains(QStringLiteral("texture: 2_scan_TXTR.tif (512 x 512, 3 channels)")));
+    EXPECT_TRUE(QFile::exists(folder + QStringLiteral("/status.txt")));
+
+    run = zwelkBatch({QStringLiteral("check"), folder, QStringLiteral("--write-back")});
+    ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    EXPECT_TRUE(QFile::exists(folder + QStringLiteral("/Files/base.GoZ")));
+    EXPECT_TRUE(QFile::exists(folder + QStringLiteral("/import.txt")));
+    EXPECT_FALSE(QFile::exists(folder + QStringLiteral("/status.txt")));
+    EXPECT_EQ(TestSupport::readFile(folder + QStringLiteral("/Files/base.GoZ")),
+              TestSupport::readFile(folder + QStringLiteral("/Files/1_base.GoZ")));
+}
+
+TEST_F(ZWelkBatchTest, ForeignGoZKeepsEveryKnownChunkThroughWriteBack)
+{
+    GoZBytes file;
+    file.text(GoZFile::TagName, "Ear")
+        .chunk(12345, 1, QByteArray("????"))
+        .chunk(GoZFile::TagPolygonGroups, 2, GoZBytes::shorts({3, 3}))
+        .chunk(GoZFile::TagVertices, 4, GoZBytes::floats({0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0}), 8)
+        .chunk(GoZFile::TagQuads2, 2, GoZBytes::ints({0, 1, 2, -1, 0, 2, 3, -1}))
+        .chunk(GoZFile::TagVertexMask, 4, GoZBytes::shorts({1, 2, 0xFFFF, 0xFFFF}))
+        .text(GoZFile::TagText55001, "xyz", 0.75f)
+        .end();
+    const QString first = path(QStringLiteral("1_Ear.GoZ"));
+    ASSERT_TRUE(TestSupport::writeFile(first, file.bytes()));
+    const QString second = path(QStringLiteral("scan.obj"));
+    ASSERT_TRUE(TestSupport::cube().saveObj(second));
+    const QString folder = path(QStringLiteral("exchange"));
+    ASSERT_EQ(zwelkBatch({QStringLiteral("exchange"), first, second, QStringLiteral("--folder"), folder}).code, 0);
+    // Exported unchanged, unknown chunk and all.
+    EXPECT_EQ(TestSupport::readFile(folder + QStringLiteral("/Files/1_Ear.GoZ")), file.bytes());
+
+    const BatchRun check = zwelkBatch({QStringLiteral("check"), folder, QStringLiteral("--write-back")});
+    ASSERT_EQ(check.code, 0) << check.err.toStdString();
+    EXPECT_TRUE(check.out.contains(QStringLiteral("masked polygons: 2")));
+    const auto in = GoZBytes::chunks(file.bytes());
+    const auto out = GoZBytes::chunks(TestSupport::readFile(folder + QStringLiteral("/Files/Ear.GoZ")));
+    for (const auto& chunk : in) {
+        if (chunk.first == 12345 || chunk.first == GoZFile::TagVertices)
+            continue;
+        const auto written = std::find_if(out.begin(), out.end(), [&](const auto& c) { return c.first == chunk.first; });
+        ASSERT_NE(written, out.end()) << chunk.first;
+        EXPECT_EQ(written->second, chunk.second) << chunk.first;
+    }
+    // The oversized vertex chunk comes back at its exact size, same values.
+    const auto vertices = std::find_if(out.begin(), out.end(), [](const auto& c) { return c.first == GoZFile::TagVertices; });
+    ASSERT_NE(vertices, out.end());
+    EXPECT_EQ(vertices->second.mid(16), GoZBytes::floats({0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0}));
+}
+
+TEST_F(ZWelkBatchTest, CheckReportsWhatZWelkWouldShow)
+{
+    const QString folder = path(QStringLiteral("exchange"));
+    BatchRun run = zwelkBatch({QStringLiteral("check"), folder});
+    EXPECT_EQ(run.code, 1);
+    EXPECT_TRUE(run.err.startsWith(QStringLiteral("Folder for temporary files does not exist:\n")));
+
+    QDir().mkpath(folder + QStringLiteral("/Files"));
+    TestSupport::writeFile(folder + QStringLiteral("/status.txt"), "welk");
+    run = zwelkBatch({QStringLiteral("check"), folder});
+    EXPECT_EQ(run.code, 1);
+    EXPECT_TRUE(run.err.startsWith(QStringLiteral("Can't find mesh files required to start ZWelk in a directory:\n")));
+    EXPECT_FALSE(QFile::exists(folder + QStringLiteral("/status.txt")));
+
+    TestSupport::writeFile(folder + QStringLiteral("/Files/1_a.GoZ"), "junk");
+    TestSupport::writeFile(folder + QStringLiteral("/Files/2_b.GoZ"), "junk");
+    run = zwelkBatch({QStringLiteral("check"), folder});
+    EXPECT_EQ(run.code, 1);
+    EXPECT_TRUE(run.err.startsWith(QStringLiteral("Cannot open file\nCannot read GoZ file: \n")));
+}
+
+TEST_F(ZWelkBatchTest, TextureModeCheckNamesTheRoles)
+{
+    const QString a = path(QStringLiteral("a.obj")), b = path(QStringLiteral("b.obj"));
+    ASSERT_TRUE(TestSupport::twoQuads().saveObj(a));
+    ASSERT_TRUE(TestSupport::twoQuads().saveObj(b));
+    const QString folder = path(QStringLiteral("exchange"));
+    ASSERT_EQ(zwelkBatch({QStringLiteral("exchange"), a, b, QStringLiteral("--folder"), folder, QStringLiteral("--mode"),
+                          QStringLiteral("texture")})
+                  .code,
+              0);
+    const BatchRun run = zwelkBatch({QStringLiteral("check"), folder});
+    EXPECT_EQ(run.code, 0) << run.err.toStdString();
+    EXPECT_TRUE(run.out.contains(QStringLiteral("mode: texture")));
+    EXPECT_TRUE(run.out.contains(QStringLiteral("first subtool (target)")));
+    EXPECT_TRUE(run.out.contains(QStringLiteral("The texture for the source mesh is not specified.")));
+}

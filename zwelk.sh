@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# One entry point for a fresh Debian 12 machine:
+#   ./zwelk.sh demo    install what is missing, build, and open ZWelk on a demo exchange
+#   ./zwelk.sh test    install what is missing, build, and run every test
+#   ./zwelk.sh build   install what is missing and build
+set -euo pipefail
+cd "$(dirname "$0")"
+
+BUILD_DIR=${ZWELK_BUILD_DIR:-build}
+BUILD_TYPE=${ZWELK_BUILD_TYPE:-RelWithDebInfo}
+JOBS=${ZWELK_JOBS:-$(nproc)}
+export XDG_RUNTIME_DIR=${XDG_RUNTIME_DIR:-$(mktemp -d -t zwelk-runtime-XXXXXX)}
+chmod 700 "$XDG_RUNTIME_DIR"
+
+usage() {
+    sed -n '2,5p' "$0" | sed 's/^# \{0,1\}//'
+}
+
+install_deps() {
+    scripts/install-deps.sh
+}
+
+build() {
+    local strict=OFF
+    if [ "${CI:-}" = "true" ]; then strict=ON; fi
+    cmake -S . -B "$BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE="$BUILD_TYPE" -DZWELK_STRICT="$strict" >/dev/null
+    cmake --build "$BUILD_DIR" -j "$JOBS"
+}
+
+run_tests() {
+    # The GUI tests need a display; everything runs under one virtual screen.
+    xvfb-run -a -s "-screen 0 1600x1000x24" \
+        ctest --test-dir "$BUILD_DIR" --output-on-failure --timeout 600 -j "$JOBS"
+}
+
+demo() {
+    local batch="$BUILD_DIR/tools/zwelk-batch/zwelk-batch"
+    local demo_dir="${ZWELK_DEMO_DIR:-$BUILD_DIR/demo}"
+    "$batch" demo-models "$demo_dir/meshes"
+    # TempDirPath.txt beside the program points it at the demo exchange.
+    "$batch" exchange "$demo_dir/meshes/base.obj" "$demo_dir/meshes/scan.obj" \
+        --folder "$demo_dir/exchange" --texture-second "$demo_dir/meshes/scan_texture.tif" \
+        --app-dir "$BUILD_DIR/app"
+    if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
+        echo "Starting ZWelk on $demo_dir/exchange"
+        "$BUILD_DIR/app/ZWelk" welk
+    else
+        echo "No display: running the same exchange headlessly through zwelk-batch."
+        "$batch" check "$demo_dir/exchange" --write-back
+        echo "The result is $(cd "$demo_dir/exchange/Files" && pwd)/base.GoZ"
+    fi
+}
+
+case "${1:-}" in
+    demo) install_deps; build; demo ;;
+    test) install_deps; build; run_tests ;;
+    build) install_deps; build ;;
+    *) usage; exit 2 ;;
+esac
