@@ -17,7 +17,9 @@ GeomStack::GeomStack(const QString& path, QString& error, Welk::ProgressInterfac
         error = validateIndices(lists.vertexIndices, lists.vertices.size(), lists.texCoordIndices,
                                 lists.texCoords.size());
     } else {
-        // Other loader numbers load nothing.
+        // Other loader numbers load nothing; saying so keeps an empty mesh
+        // from passing for a loaded one.
+        error = QStringLiteral("Unknown OBJ loader %1").arg(loader);
         return;
     }
     m_vertices = std::move(lists.vertices);

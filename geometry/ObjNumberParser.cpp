@@ -10,17 +10,21 @@ bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v'; }
 bool isNumberTail(char c) { return isDigit(c) || c == '.' || c == '+' || c == '-' || c == 'e' || c == 'E'; }
 
+/// Skips leading blanks and an optional sign; true for a minus.
+bool skipBlanksAndSign(const char*& p, const char* end)
+{
+    while (p < end && isBlank(*p))
+        ++p;
+    if (p < end && (*p == '+' || *p == '-'))
+        return *p++ == '-';
+    return false;
+}
+
 } // namespace
 
 float parseObjFloat(const char* p, const char* end)
 {
-    while (p < end && isBlank(*p))
-        ++p;
-    bool negative = false;
-    if (p < end && (*p == '+' || *p == '-')) {
-        negative = *p == '-';
-        ++p;
-    }
+    const bool negative = skipBlanksAndSign(p, end);
     float whole = 0.0f;
     while (p < end && isDigit(*p))
         whole = whole * 10.0f + float(*p++ - '0');
@@ -62,13 +66,7 @@ float parseObjFloat(const char* p, const char* end)
 
 int parseObjInt(const char* p, const char* end)
 {
-    while (p < end && isBlank(*p))
-        ++p;
-    bool negative = false;
-    if (p < end && (*p == '+' || *p == '-')) {
-        negative = *p == '-';
-        ++p;
-    }
+    const bool negative = skipBlanksAndSign(p, end);
     long long value = 0;
     while (p < end && isDigit(*p)) {
         if (value < (1ll << 40))

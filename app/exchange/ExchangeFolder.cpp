@@ -257,42 +257,47 @@ QString ExchangeFolder::resultTexturePath() const
     return expectedTexturePath(m_meshFiles[0]);
 }
 
-bool ExchangeFolder::createImportFile() const
+namespace {
+
+/// Creates `path` holding `content` unless it exists; logs a failure.
+bool createFileIfMissing(const QString& path, const QByteArray& content)
 {
-    QFile file(importFilePath());
+    QFile file(path);
     if (file.exists())
         return true;
     if (!file.open(QIODevice::WriteOnly)) {
-        qDebug() << "Cannot create file" << file.fileName();
+        qDebug() << "Cannot create file" << path;
         return false;
     }
-    file.close();
-    return true;
+    return file.write(content) == content.size();
 }
 
-void ExchangeFolder::removeImportFile() const
+void removeIfPresent(const QString& path)
 {
-    if (QFile::exists(importFilePath()))
-        QFile::remove(importFilePath());
+    if (QFile::exists(path))
+        QFile::remove(path);
 }
 
-void ExchangeFolder::removeStatusFile() const
+} // namespace
+
+bool ExchangeFolder::createImportFile() const
 {
-    if (QFile::exists(statusFilePath()))
-        QFile::remove(statusFilePath());
+    return createFileIfMissing(importFilePath(), QByteArray());
 }
 
 bool ExchangeFolder::createStatusFile() const
 {
-    QFile file(statusFilePath());
-    if (file.exists())
-        return true;
-    if (!file.open(QIODevice::WriteOnly)) {
-        qDebug() << "Cannot create file" << file.fileName();
-        return false;
-    }
-    file.write("running");
-    return true;
+    return createFileIfMissing(statusFilePath(), QByteArrayLiteral("running"));
+}
+
+void ExchangeFolder::removeImportFile() const
+{
+    removeIfPresent(importFilePath());
+}
+
+void ExchangeFolder::removeStatusFile() const
+{
+    removeIfPresent(statusFilePath());
 }
 
 ExchangeFolder::Cleanup ExchangeFolder::planCleanup() const

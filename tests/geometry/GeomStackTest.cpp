@@ -115,6 +115,7 @@ TEST(GeomStackLoader, UnknownLoaderNumberLoadsNothing)
 {
     QString error;
     const GeomStack mesh(QStringLiteral("/nonexistent.obj"), error, nullptr, 7);
+    EXPECT_EQ(error, QStringLiteral("Unknown OBJ loader 7"));
     EXPECT_EQ(mesh.vertexCount(), 0);
     EXPECT_EQ(mesh.polygonCount(), 0);
 }

@@ -54,35 +54,20 @@ GoZBytes& GoZBytes::end()
     return *this;
 }
 
-QByteArray GoZBytes::floats(const QVector<float>& values)
+template <typename T> static QByteArray littleEndian(const QVector<T>& values)
 {
     QByteArray out;
-    for (float v : values) {
-        char b[4];
-        qToLittleEndian<float>(v, b);
-        out.append(b, 4);
+    for (T v : values) {
+        char b[sizeof(T)];
+        qToLittleEndian<T>(v, b);
+        out.append(b, int(sizeof(T)));
     }
     return out;
 }
 
-QByteArray GoZBytes::ints(const QVector<int32_t>& values)
-{
-    QByteArray out;
-    for (int32_t v : values)
-        append32(out, uint32_t(v));
-    return out;
-}
-
-QByteArray GoZBytes::shorts(const QVector<uint16_t>& values)
-{
-    QByteArray out;
-    for (uint16_t v : values) {
-        char b[2];
-        qToLittleEndian<quint16>(v, b);
-        out.append(b, 2);
-    }
-    return out;
-}
+QByteArray GoZBytes::floats(const QVector<float>& values) { return littleEndian(values); }
+QByteArray GoZBytes::ints(const QVector<int32_t>& values) { return littleEndian(values); }
+QByteArray GoZBytes::shorts(const QVector<uint16_t>& values) { return littleEndian(values); }
 
 QVector<QPair<int32_t, QByteArray>> GoZBytes::chunks(const QByteArray& file)
 {
