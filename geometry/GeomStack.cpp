@@ -1,6 +1,7 @@
 #include "GeomStack.h"
 
 #include "ObjPlainLoader.h"
+#include "ObjReaderTBB.h"
 
 #include <QDebug>
 
@@ -16,6 +17,9 @@ GeomStack::GeomStack(const QString& path, QString& error, Welk::ProgressInterfac
             return;
         error = validateIndices(lists.vertexIndices, lists.vertices.size(), lists.texCoordIndices,
                                 lists.texCoords.size());
+    } else if (loader == GraphLoader) {
+        if (!ObjReaderTBB::read(path, lists, error, progress, 0))
+            return;
     } else {
         // Other loader numbers load nothing; saying so keeps an empty mesh
         // from passing for a loaded one.

@@ -1,5 +1,6 @@
 #include "ObjPlainLoader.h"
 
+#include "ObjLineParser.h"
 #include "ObjNumberParser.h"
 #include "ProgressInterface.h"
 
@@ -9,40 +10,16 @@
 #include <QTextStream>
 
 #include <array>
-#include <cstring>
 
 namespace GeometryStack2 {
 
 namespace {
 
-constexpr int MaxTokens = 256;
+using ObjLine::Token;
 
-struct Token
+QString toString(const Token& token)
 {
-    const char* begin;
-    const char* end;
-    bool operator==(const char* word) const
-    {
-        const size_t n = std::strlen(word);
-        return size_t(end - begin) == n && std::memcmp(begin, word, n) == 0;
-    }
-    QString toString() const { return QString::fromUtf8(begin, int(end - begin)); }
-};
-
-int tokenize(const char* p, const char* end, std::array<Token, MaxTokens>& tokens)
-{
-    int count = 0;
-    while (p < end && count < MaxTokens) {
-        while (p < end && (*p == ' ' || *p == '\t' || *p == '\r'))
-            ++p;
-        if (p == end)
-            break;
-        const char* start = p;
-        while (p < end && *p != ' ' && *p != '\t' && *p != '\r')
-            ++p;
-        tokens[count++] = Token{start, p};
-    }
-    return count;
+    return QString::fromUtf8(token.begin, int(token.size()));
 }
 
 /// Group and material names numbered in order of first use.
@@ -87,7 +64,7 @@ bool ObjPlainLoader::read(const QString& path, MeshLists& lists, QString& error,
     if (progress)
         progress->start(QStringLiteral("Loading obj file"), 100);
 
-    std::array<Token, MaxTokens> tokens;
+    std::array<Token, ObjLine::MaxTokens> tokens;
     NameTable groups(lists.polygroupNames);
     NameTable materials(lists.materialNames);
     int reportedPercent = -1;
@@ -107,11 +84,11 @@ bool ObjPlainLoader::read(const QString& path, MeshLists& lists, QString& error,
             qDebug() << "File contains non-ascii characters";
             continue;
         }
-        const int count = tokenize(bytes.constData(), bytes.constData() + bytes.size(), tokens);
+        const int count = ObjLine::tokenize(bytes.constData(), bytes.constData() + bytes.size(), tokens.data());
         if (count == 0)
             continue;
         const Token& key = tokens[0];
-        if (key == "v") {
+        if (key.is("v")) {
             if (count < 4) {
                 fail("Wrong vertex coordinate in line ");
                 break;
@@ -119,14 +96,14 @@ bool ObjPlainLoader::read(const QString& path, MeshLists& lists, QString& error,
             lists.vertices.append(QVector3D(parseObjFloat(tokens[1].begin, tokens[1].end),
                                             parseObjFloat(tokens[2].begin, tokens[2].end),
                                             parseObjFloat(tokens[3].begin, tokens[3].end)));
-        } else if (key == "vt") {
+        } else if (key.is("vt")) {
             if (count < 3) {
                 fail("Wrong texture coordinate in line ");
                 break;
             }
             lists.texCoords.append(QVector2D(parseObjFloat(tokens[1].begin, tokens[1].end),
                                              parseObjFloat(tokens[2].begin, tokens[2].end)));
-        } else if (key == "f") {
+        } else if (key.is("f")) {
             if (count < 4) {
                 fail("Wrong face in line ");
                 break;
@@ -134,44 +111,36 @@ bool ObjPlainLoader::read(const QString& path, MeshLists& lists, QString& error,
             lists.polygonOffsets.append(lists.vertexIndices.size());
             lists.polygonSizes.append(count - 1);
             for (int i = 1; i < count; ++i) {
-                const char* p = tokens[i].begin;
-                const char* end = tokens[i].end;
-                const char* slash = static_cast<const char*>(std::memchr(p, '/', size_t(end - p)));
-                const char* vertexEnd = slash ? slash : end;
-                if (vertexEnd == p) {
+                const ObjLine::Corner corner = ObjLine::splitCorner(tokens[i]);
+                if (corner.vertex.size() == 0) {
                     fail("Wrong vertex index in line ");
                     break;
                 }
-                lists.vertexIndices.append(parseObjInt(p, vertexEnd) - 1);
-                if (slash) {
-                    const char* texBegin = slash + 1;
-                    const char* texEnd =
-                        static_cast<const char*>(std::memchr(texBegin, '/', size_t(end - texBegin)));
-                    if (!texEnd)
-                        texEnd = end;
-                    if (texEnd > texBegin)
-                        lists.texCoordIndices.append(parseObjInt(texBegin, texEnd) - 1);
-                }
+                lists.vertexIndices.append(parseObjInt(corner.vertex.begin, corner.vertex.end) - 1);
+                if (corner.texture.size() > 0)
+                    lists.texCoordIndices.append(parseObjInt(corner.texture.begin, corner.texture.end) - 1);
             }
+            if (!ok)
+                break;
             lists.polygroupIds.append(groups.current());
             lists.materialIds.append(materials.current());
-        } else if (key == "g") {
+        } else if (key.is("g")) {
             if (count >= 2)
-                groups.select(tokens[1].toString());
-        } else if (key == "usemtl") {
+                groups.select(toString(tokens[1]));
+        } else if (key.is("usemtl")) {
             if (count < 2) {
                 fail("Wrong material specification in line: ");
                 break;
             }
-            materials.select(tokens[1].toString());
-        } else if (key == "mtllib") {
+            materials.select(toString(tokens[1]));
+        } else if (key.is("mtllib")) {
             if (count < 2) {
                 fail("Wrong material library specification in line: ");
                 break;
             }
             QStringList names;
             for (int i = 1; i < count; ++i)
-                names.append(tokens[i].toString());
+                names.append(toString(tokens[i]));
             lists.mtllib += names.join(QLatin1Char(' '));
         }
         if (progress) {

@@ -6,13 +6,6 @@ namespace WelkPlugin {
 
 using namespace GeometryStack2;
 
-int ModelsDataObj::loaderNumber()
-{
-    // The chunked parallel reader takes over once it is in; until then the
-    // plain loader reads the exchange's OBJ files.
-    return GeomStack::PlainLoader;
-}
-
 ModelsDataObj::ModelsDataObj(const ExchangeFolder& exchange, QString& error) : ModelsData(exchange)
 {
     for (int index = 0; index < 2; ++index) {
@@ -28,7 +21,7 @@ bool ModelsDataObj::loadGeometry(const QString& path, QString& error, int index)
     if (m_geometry[index])
         return false;
     error.clear();
-    m_geometry[index] = std::make_unique<GeomStackTriangulated>(path, error, nullptr, loaderNumber(), true);
+    m_geometry[index] = std::make_unique<GeomStackTriangulated>(path, error, nullptr, GeomStack::GraphLoader, true);
     return error.isEmpty();
 }
 

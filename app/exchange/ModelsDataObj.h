@@ -15,9 +15,6 @@ public:
     /// no fit has set any), with texture coordinates and normals.
     bool saveGeometry(const QString& path, QString& error) override;
     bool loadGeometry(const QString& path, QString& error, int index) override;
-
-    /// The loader number used for the exchange's OBJ files.
-    static int loaderNumber();
 };
 
 } // namespace WelkPlugin

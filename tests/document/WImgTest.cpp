@@ -1,3 +1,4 @@
+#include "support/QtPrinters.h"
 #include "document/WImg.h"
 
 #include <opencv2/core.hpp>

@@ -1,3 +1,4 @@
+#include "support/QtPrinters.h"
 #include "support/MeshFactory.h"
 
 #include "geometry/GeomStackTriangulated.h"

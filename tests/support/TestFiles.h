@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QString>
 
+#include "QtPrinters.h"
+
 namespace TestSupport {
 
 bool writeFile(const QString& path, const QByteArray& bytes);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/QtPrinters.h"
 #include "exchange/ExchangeFolder.h"
 #include "exchange/ExchangeFolderWriter.h"
 

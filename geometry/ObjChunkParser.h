@@ -1,0 +1,29 @@
+#pragma once
+
+#include "ObjChunk.h"
+
+#include <QByteArray>
+#include <QString>
+
+namespace GeometryStack2 {
+
+/// What the OBJ graph does to the text of one chunk.
+namespace ObjChunkParser {
+
+/// Counts the lines the chunk holds by kind, from `text` over `textSize`
+/// bytes. Only "\n" ends a line.
+void countLines(ChunkData& chunk, int32_t& vertices, int32_t& texCoords, int32_t& faces, int32_t& groups,
+                int32_t& materials);
+
+/// Parses the chunk's text into its own lists, sized by its counts.
+/// Throws an empty GraphException on a wrong line and a GraphException
+/// with a message on a line the design cannot hold.
+void parse(ChunkData& chunk);
+
+/// Walks a whole file to its first wrong line and names it: lines are
+/// counted from 1, empty lines not at all. An empty text means no line was
+/// found wrong.
+QString findWrongLine(const QByteArray& file);
+
+} // namespace ObjChunkParser
+} // namespace GeometryStack2

@@ -1,0 +1,272 @@
+#include "support/TestFiles.h"
+
+#include "geometry/GeomStackTriangulated.h"
+#include "geometry/ObjReaderTBB.h"
+#include "geometry/ProgressInterface.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFileInfo>
+
+#include <atomic>
+#include <QTemporaryDir>
+
+using namespace GeometryStack2;
+
+namespace {
+
+class ObjReaderTBBTest : public ::testing::Test
+{
+protected:
+    /// Reads `text` with the graph reader; chunk size 6144 unless given.
+    bool read(const QByteArray& text, MeshLists& lists, QString& error, qint64 chunkSize = 6144)
+    {
+        const QString path = m_dir.filePath(QStringLiteral("mesh.obj"));
+        EXPECT_TRUE(TestSupport::writeFile(path, text));
+        return ObjReaderTBB::read(path, lists, error, nullptr, chunkSize);
+    }
+    QString errorOf(const QByteArray& text, qint64 chunkSize = 6144)
+    {
+        MeshLists lists;
+        QString error;
+        read(text, lists, error, chunkSize);
+        return error;
+    }
+    QTemporaryDir m_dir;
+};
+
+/// A grid of quads with texture coordinates, long enough for many chunks.
+QByteArray grid(int columns, int rows, const QByteArray& beforeFaces = QByteArray(), int groupEvery = 0)
+{
+    QByteArray text;
+    for (int y = 0; y <= rows; ++y)
+        for (int x = 0; x <= columns; ++x)
+            text += "v " + QByteArray::number(x) + ".5 " + QByteArray::number(y) + " -0.25\n";
+    for (int y = 0; y <= rows; ++y)
+        for (int x = 0; x <= columns; ++x)
+            text += "vt " + QByteArray::number(double(x) / columns) + " " + QByteArray::number(double(y) / rows) + "\n";
+    text += beforeFaces;
+    int face = 0;
+    for (int y = 0; y < rows; ++y)
+        for (int x = 0; x < columns; ++x, ++face) {
+            if (groupEvery > 0 && face % groupEvery == 0)
+                text += "g part" + QByteArray::number(face / groupEvery % 3) + "\n";
+            const int a = y * (columns + 1) + x + 1, b = a + 1, c = a + columns + 2, d = a + columns + 1;
+            text += "f " + QByteArray::number(a) + "/" + QByteArray::number(a) + " " + QByteArray::number(b) + "/" +
+                    QByteArray::number(b) + " " + QByteArray::number(c) + "/" + QByteArray::number(c) + " " +
+                    QByteArray::number(d) + "/" + QByteArray::number(d) + "\n";
+        }
+    return text;
+}
+
+void expectSameLists(const MeshLists& a, const GeomStack& b)
+{
+    EXPECT_EQ(a.vertices, b.vertices());
+    EXPECT_EQ(a.texCoords, b.texCoords());
+    EXPECT_EQ(a.vertexIndices, b.vertexIndices());
+    EXPECT_EQ(a.texCoordIndices, b.texCoordIndices());
+    EXPECT_EQ(a.polygonOffsets, b.polygonOffsets());
+    EXPECT_EQ(a.polygonSizes, b.polygonSizes());
+    EXPECT_EQ(a.polygroupIds, b.polygroupIds());
+    EXPECT_EQ(a.polygroupNames, b.polygroupNames());
+    EXPECT_EQ(a.materialIds, b.materialIds());
+    EXPECT_EQ(a.materialNames, b.materialNames());
+    EXPECT_EQ(a.mtllib, b.mtllib());
+}
+
+} // namespace
+
+TEST(ObjReaderTBBLayout, AboutFortyChunksForLargerFiles)
+{
+    using L = ObjReaderTBB;
+    EXPECT_EQ(L::chunkLayout(245760, 0).chunkSize, 6144);
+    EXPECT_EQ(L::chunkLayout(245760, 0).chunkCount, 40);
+    EXPECT_EQ(L::chunkLayout(245759, 0).chunkSize, 6144);
+    EXPECT_EQ(L::chunkLayout(245759, 0).chunkCount, 40);
+    EXPECT_EQ(L::chunkLayout(1000000, 0).chunkSize, 25000);
+    EXPECT_EQ(L::chunkLayout(1000000, 0).chunkCount, 40);
+    EXPECT_EQ(L::chunkLayout(1000001, 0).chunkCount, 41);
+    EXPECT_EQ(L::chunkLayout(100, 0).chunkCount, 1);
+    EXPECT_EQ(L::chunkLayout(0, 0).chunkCount, 0);
+    // A requested size of at least 6144 is taken as it is.
+    EXPECT_EQ(L::chunkLayout(1000000, 10000).chunkSize, 10000);
+    EXPECT_EQ(L::chunkLayout(1000000, 10000).chunkCount, 100);
+    EXPECT_EQ(L::chunkLayout(1000000, 100).chunkSize, 25000);
+}
+
+TEST_F(ObjReaderTBBTest, AgreesWithThePlainLoaderAcrossManyChunks)
+{
+    const QByteArray text = "mtllib scene.mtl\n" + grid(60, 40, "usemtl skin\n", 700);
+    ASSERT_GT(text.size(), 20 * 6144);
+    for (qint64 chunkSize : {qint64(6144), qint64(7001), qint64(0)}) {
+        MeshLists lists;
+        QString error;
+        ASSERT_TRUE(read(text, lists, error, chunkSize)) << error.toStdString();
+        QString plainError;
+        const GeomStack plain(m_dir.filePath(QStringLiteral("mesh.obj")), plainError, nullptr, GeomStack::PlainLoader);
+        ASSERT_TRUE(plainError.isEmpty());
+        expectSameLists(lists, plain);
+        EXPECT_EQ(lists.polygonSizes.size(), 2400);
+        EXPECT_EQ(lists.polygroupNames,
+                  (QStringList{QStringLiteral("part0"), QStringLiteral("part1"), QStringLiteral("part2")}));
+    }
+}
+
+TEST_F(ObjReaderTBBTest, GroupsAndMaterialsCarryAcrossChunkBoundaries)
+{
+    // One group and one material, set once before thousands of faces; the
+    // faces before them belong to none, in every chunk.
+    QByteArray text = grid(80, 30);
+    const int firstFace = text.indexOf("\nf ") + 1;
+    text.insert(firstFace + 40 * 40, "");
+    QByteArray faces = text.mid(firstFace);
+    const int split = faces.indexOf("\nf ", 8000) + 1;
+    text = text.left(firstFace) + faces.left(split) + "g body\nusemtl clay\n" + faces.mid(split);
+    MeshLists lists;
+    QString error;
+    ASSERT_TRUE(read(text, lists, error)) << error.toStdString();
+    const int before = faces.left(split).count("\nf ") + (faces.startsWith("f ") ? 1 : 0);
+    ASSERT_GT(before, 100);
+    for (int f = 0; f < lists.polygroupIds.size(); ++f) {
+        ASSERT_EQ(lists.polygroupIds[f], f < before ? -1 : 0) << f;
+        ASSERT_EQ(lists.materialIds[f], f < before ? -1 : 0) << f;
+    }
+    EXPECT_EQ(lists.polygroupNames, QStringList{QStringLiteral("body")});
+}
+
+TEST_F(ObjReaderTBBTest, LastLineWithoutNewlineAndCarriageReturns)
+{
+    MeshLists lists;
+    QString error;
+    ASSERT_TRUE(read("v 0 0 0\r\nv\t1\t0\t0\r\nv 0 1 0\r\nf 1 2 3", lists, error)) << error.toStdString();
+    EXPECT_EQ(lists.vertices[1], QVector3D(1, 0, 0));
+    EXPECT_EQ(lists.vertexIndices, (QVector<int>{0, 1, 2}));
+    EXPECT_TRUE(lists.texCoordIndices.isEmpty());
+}
+
+TEST_F(ObjReaderTBBTest, LongLinesOnlyMatterAcrossChunkBoundaries)
+{
+    const QByteArray head = "v 0 0 0\nv 1 0 0\nv 0 1 0\n";
+    const QByteArray longComment = "# " + QByteArray(2998, 'x') + "\n";
+    QByteArray padding;
+    while (head.size() + padding.size() < 3500)
+        padding += "v 0 0 0\n";
+    // 3000 bytes from 3500 on: more than 2048 of them lie before the first
+    // boundary at 6144 and would have to be carried over.
+    EXPECT_EQ(errorOf(head + padding + longComment + "f 1 2 3\n" + QByteArray(7000, '\n')),
+              QStringLiteral("The file contains too long lines"));
+    // The same line inside the first chunk goes unnoticed.
+    MeshLists lists;
+    QString error;
+    EXPECT_TRUE(read(head + longComment + "f 1 2 3\n" + QByteArray(7000, '\n'), lists, error)) << error.toStdString();
+}
+
+TEST_F(ObjReaderTBBTest, NegativeIndicesCountFromTheEndOfTheFile)
+{
+    MeshLists lists;
+    QString error;
+    ASSERT_TRUE(read("v 0 0 0\nv 1 0 0\nv 0 1 0\nf -1 -2 -3\nv 5 5 5\n", lists, error)) << error.toStdString();
+    // -1 is the last vertex of the whole file, not of those read so far.
+    EXPECT_EQ(lists.vertexIndices, (QVector<int>{3, 2, 1}));
+
+    EXPECT_EQ(errorOf("v 0 0 0\nv 1 0 0\nv 0 1 0\nf -1 -2 -4\n"),
+              QStringLiteral("File contains invalid negative vertex indexes"));
+    EXPECT_EQ(errorOf("v 0 0 0\nv 1 0 0\nv 0 1 0\nf 0 1 2\n"), QStringLiteral("File contains invalid vertex indexes"));
+    EXPECT_EQ(errorOf("v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 4\n"), QStringLiteral("File contains invalid vertex indexes"));
+    EXPECT_EQ(errorOf("v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1 2/-2 3/1\n"),
+              QStringLiteral("File contains invalid negative texture vertex indexes"));
+    EXPECT_EQ(errorOf("v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1 2/2 3/1\n"),
+              QStringLiteral("File contains invalid texture vertex indexes"));
+}
+
+TEST_F(ObjReaderTBBTest, MixedTextureUseIsRefused)
+{
+    EXPECT_EQ(errorOf("v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1 2/1 3/1\nf 1 2 3\n"),
+              QStringLiteral("File contains both: polygons with attached textures and polygons without them"));
+    // Normals alone ("v//vn") are no texture indices.
+    MeshLists lists;
+    QString error;
+    ASSERT_TRUE(read("v 0 0 0\nv 1 0 0\nv 0 1 0\nvn 0 0 1\nf 1//1 2//1 3//1\nf 3 2 1\n", lists, error))
+        << error.toStdString();
+    EXPECT_TRUE(lists.texCoordIndices.isEmpty());
+}
+
+TEST_F(ObjReaderTBBTest, WrongLinesAreNumberedWithoutEmptyLines)
+{
+    EXPECT_EQ(errorOf("v 0 0 0\n\n\nv 1 2\n"), QStringLiteral("Wrong vertex coordinate in line 2"));
+    EXPECT_EQ(errorOf("v 0 0 0\nvt 1\n"), QStringLiteral("Wrong texture coordinate in line 2"));
+    EXPECT_EQ(errorOf("v 0 0 0\nv 1 0 0\n\nf 1 2\n"), QStringLiteral("Wrong face in line 3"));
+    EXPECT_EQ(errorOf("v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 /2 3\n"), QStringLiteral("Wrong vertex index in line 4"));
+    EXPECT_EQ(errorOf("v 0 0 0\nusemtl \n"), QStringLiteral("Wrong material specification in line: 2"));
+    EXPECT_EQ(errorOf("v 0 0 0\nusemtl\n"), QStringLiteral("Wrong material specification in line: 2"));
+    EXPECT_EQ(errorOf("mtllib\n"), QStringLiteral("Wrong material library specification in line: 1"));
+    // Deep inside a file of many chunks the line is still found.
+    QByteArray big = grid(60, 40);
+    const int at = big.indexOf("\nf ", big.size() / 2) + 1;
+    big.insert(at, "f 1 2\n");
+    const int line = big.left(at).count('\n') + 1;
+    EXPECT_EQ(errorOf(big), QStringLiteral("Wrong face in line %1").arg(line));
+}
+
+TEST_F(ObjReaderTBBTest, EmptyAndFacelessFiles)
+{
+    EXPECT_EQ(errorOf(""), QStringLiteral("The file contains no vertices"));
+    EXPECT_EQ(errorOf("v 1 2 3\n"), QStringLiteral("The file contains no polygons"));
+    MeshLists lists;
+    QString error;
+    EXPECT_FALSE(ObjReaderTBB::read(m_dir.filePath(QStringLiteral("missing.obj")), lists, error));
+    EXPECT_TRUE(error.startsWith(QStringLiteral("Can not load file: ")));
+}
+
+TEST_F(ObjReaderTBBTest, ReportsThreeStepsPerChunk)
+{
+    struct Recorder : Welk::ProgressInterface
+    {
+        QString label;
+        long long maximum = 0;
+        std::atomic<long long> last{0};
+        void start(const QString& l, long long max) override
+        {
+            label = l;
+            maximum = max;
+        }
+        void setValue(long long value, const QString&) override { last = std::max<long long>(last, value); }
+        void end() override {}
+    } progress;
+    const QString path = m_dir.filePath(QStringLiteral("p.obj"));
+    ASSERT_TRUE(TestSupport::writeFile(path, grid(60, 40)));
+    MeshLists lists;
+    QString error;
+    ASSERT_TRUE(ObjReaderTBB::read(path, lists, error, &progress));
+    EXPECT_EQ(progress.label, QStringLiteral("Loading OBJ file"));
+    const qint64 chunks = ObjReaderTBB::chunkLayout(QFileInfo(path).size(), 0).chunkCount;
+    EXPECT_GT(chunks, 10);
+    EXPECT_EQ(progress.maximum, 3 * chunks);
+    EXPECT_EQ(progress.last, 3 * chunks);
+}
+
+TEST(ObjReaderTBBData, AgreesWithThePlainLoaderOnRealFiles)
+{
+    const QString folder = TestSupport::sharedDataFile(QString());
+    ZWELK_REQUIRE_DATA(folder);
+    int compared = 0;
+    QDirIterator it(folder, {QStringLiteral("*.obj")}, QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        QString plainError, graphError;
+        const GeomStack plain(path, plainError, nullptr, GeomStack::PlainLoader);
+        MeshLists graph;
+        ObjReaderTBB::read(path, graph, graphError);
+        EXPECT_EQ(graphError, plainError) << path.toStdString();
+        if (graphError != plainError)
+            continue;
+        if (plainError.isEmpty() && graphError.isEmpty()) {
+            SCOPED_TRACE(path.toStdString());
+            expectSameLists(graph, plain);
+            ++compared;
+        }
+    }
+    EXPECT_GE(compared, 10);
+}
