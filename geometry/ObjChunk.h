@@ -3,6 +3,7 @@
 #include <QVector2D>
 #include <QVector3D>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -23,6 +24,10 @@ struct ChunkData
 
     ChunkData(int64_t chunkIndex, size_t capacity, bool last);
     ~ChunkData();
+    /// The text buffer has two users, the chunk's own parser and the next
+    /// chunk's counter (which copies the unfinished last line); the last of
+    /// them frees it, so that the file is not held whole in memory.
+    void releaseBuffer();
     ChunkData(const ChunkData&) = delete;
     ChunkData& operator=(const ChunkData&) = delete;
 
@@ -42,6 +47,7 @@ struct ChunkData
     char* buffer = nullptr;
     char* fileData = nullptr; ///< buffer + HeadSize
     char* text = nullptr;     ///< first whole line; before fileData when a head was carried
+    std::atomic<int> bufferUsers{2};
 
     // Filled by the parser.
     std::vector<QVector3D> vertices;

@@ -146,8 +146,11 @@ void parse(ChunkData& chunk)
                 if (corner.vertex.size() == 0)
                     throw GraphException();
                 chunk.faceVertexIndices.push_back(parseObjInt(corner.vertex.begin, corner.vertex.end) - 1);
-                if (corner.texture.size() > 0)
+                if (corner.texture.size() > 0) {
+                    if (chunk.faceTexIndices.empty())
+                        chunk.faceTexIndices.reserve(chunk.faceVertexIndices.capacity());
                     chunk.faceTexIndices.push_back(parseObjInt(corner.texture.begin, corner.texture.end) - 1);
+                }
             }
             chunk.faceGroups[f] = groups.current();
             chunk.faceMaterials[f] = materials.current();

@@ -30,11 +30,20 @@ ChunkData::ChunkData(int64_t chunkIndex, size_t capacity, bool last) : isLast(la
         throw std::bad_alloc();
     fileData = buffer + HeadSize;
     text = fileData;
+    bufferUsers = last ? 1 : 2;
 }
 
 ChunkData::~ChunkData()
 {
     std::free(buffer);
+}
+
+void ChunkData::releaseBuffer()
+{
+    if (--bufferUsers == 0) {
+        std::free(buffer);
+        buffer = fileData = text = nullptr;
+    }
 }
 
 namespace {
@@ -103,6 +112,7 @@ struct ParseCountBody
             carried = size_t(end - lineEnd);
             std::memcpy(chunk->fileData - carried, lineEnd, carried);
             chunk->text = chunk->fileData - carried;
+            previous->releaseBuffer();
         }
         size_t whole = chunk->rawSize;
         if (chunk->isLast) {
@@ -272,6 +282,7 @@ struct ParseDataBody
     ChunkData* operator()(ChunkData* chunk) const
     {
         ObjChunkParser::parse(*chunk);
+        chunk->releaseBuffer();
         return chunk;
     }
 };
@@ -285,6 +296,10 @@ struct ReduceParallelIndependentBody
         std::copy(chunk->vertices.begin(), chunk->vertices.end(), state->vertices + chunk->vertexOffset);
         std::copy(chunk->texCoords.begin(), chunk->texCoords.end(), state->texCoords + chunk->texCoordOffset);
         std::copy(chunk->faceSizes.begin(), chunk->faceSizes.end(), state->polygonSizes + chunk->faceOffset);
+        // Nothing reads these again: give the memory back while others work.
+        std::vector<QVector3D>().swap(chunk->vertices);
+        std::vector<QVector2D>().swap(chunk->texCoords);
+        std::vector<int32_t>().swap(chunk->faceSizes);
         return continue_msg();
     }
 };
@@ -416,6 +431,8 @@ struct ReduceParallelDependentBody
             state->materialIds[chunk->faceOffset + int64_t(k)] =
                 chunk->materialMap[size_t(material < 0 ? materialInForce : material)];
         }
+        std::vector<int32_t>().swap(chunk->faceVertexIndices);
+        std::vector<int32_t>().swap(chunk->faceTexIndices);
         return continue_msg();
     }
 };

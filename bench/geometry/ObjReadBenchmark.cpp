@@ -1,0 +1,158 @@
+// OBJ reading speed: our graph reader against tinyobjloader and assimp on
+// the same generated files, best of several runs in one process.
+//
+//   obj_read [--sizes 1,100,1000] [--runs 3]
+//   obj_read --memory FILE      peak resident memory of one read by our reader
+#include "BenchObjFiles.h"
+
+#include "geometry/MeshLists.h"
+#include "geometry/ObjReaderTBB.h"
+
+#include <assimp/Importer.hpp>
+#include <assimp/scene.h>
+#include <tiny_obj_loader.h>
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QProcess>
+#include <QStringList>
+
+#include <fmt/format.h>
+
+#include <sys/resource.h>
+
+#include <chrono>
+#include <functional>
+
+namespace {
+
+struct Counts
+{
+    long long vertices = 0;
+    long long faces = 0;
+};
+
+struct Reader
+{
+    const char* name;
+    std::function<Counts(const QString&)> read;
+};
+
+Counts readOurs(const QString& path)
+{
+    GeometryStack2::MeshLists lists;
+    QString error;
+    if (!GeometryStack2::ObjReaderTBB::read(path, lists, error))
+        fmt::print(stderr, "ZWelk reader failed: {}\n", error.toStdString());
+    return {lists.vertices.size(), lists.polygonSizes.size()};
+}
+
+Counts readTinyObj(const QString& path)
+{
+    tinyobj::ObjReaderConfig config;
+    config.triangulate = false;
+    tinyobj::ObjReader reader;
+    if (!reader.ParseFromFile(path.toStdString(), config))
+        fmt::print(stderr, "tinyobjloader failed: {}\n", reader.Error());
+    Counts counts{(long long)reader.GetAttrib().vertices.size() / 3, 0};
+    for (const auto& shape : reader.GetShapes())
+        counts.faces += (long long)shape.mesh.num_face_vertices.size();
+    return counts;
+}
+
+Counts readAssimp(const QString& path)
+{
+    Assimp::Importer importer;
+    const aiScene* scene = importer.ReadFile(path.toStdString(), 0);
+    Counts counts;
+    if (!scene) {
+        fmt::print(stderr, "assimp failed: {}\n", importer.GetErrorString());
+        return counts;
+    }
+    // Assimp duplicates vertices per corner; faces are what compare.
+    for (unsigned m = 0; m < scene->mNumMeshes; ++m) {
+        counts.vertices += scene->mMeshes[m]->mNumVertices;
+        counts.faces += scene->mMeshes[m]->mNumFaces;
+    }
+    return counts;
+}
+
+double secondsOf(const std::function<void()>& job)
+{
+    const auto start = std::chrono::steady_clock::now();
+    job();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+int measureMemory(const QString& path)
+{
+    GeometryStack2::MeshLists lists;
+    QString error;
+    if (!GeometryStack2::ObjReaderTBB::read(path, lists, error)) {
+        fmt::print(stderr, "{}\n", error.toStdString());
+        return 1;
+    }
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const double arrays = double(lists.vertices.size()) * 12 + double(lists.texCoords.size()) * 8 +
+                          4.0 * double(lists.vertexIndices.size() + lists.texCoordIndices.size() +
+                                       lists.polygonOffsets.size() + lists.polygonSizes.size() +
+                                       lists.polygroupIds.size() + lists.materialIds.size());
+    fmt::print("{:.0f} {:.0f}\n", double(usage.ru_maxrss) / 1024.0, arrays / 1e6);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QStringList args = QCoreApplication::arguments().mid(1);
+    if (args.size() == 2 && args[0] == QLatin1String("--memory"))
+        return measureMemory(args[1]);
+
+    QList<int> sizes = {1, 100, 1000};
+    int runs = 3;
+    for (int i = 0; i + 1 < args.size(); i += 2) {
+        if (args[i] == QLatin1String("--sizes")) {
+            sizes.clear();
+            for (const QString& s : args[i + 1].split(QLatin1Char(',')))
+                sizes.append(s.toInt());
+        } else if (args[i] == QLatin1String("--runs")) {
+            runs = std::max(1, args[i + 1].toInt());
+        }
+    }
+
+    const Reader readers[] = {{"ZWelk ObjReaderTBB", readOurs},
+                              {"tinyobjloader", readTinyObj},
+                              {"assimp", readAssimp}};
+    fmt::print("| file | MB | reader | best s | MB/s | ZWelk speed-up | vertices | faces |\n");
+    fmt::print("|---|---|---|---|---|---|---|---|\n");
+    for (int megabytes : sizes) {
+        const QString path = BenchObjFiles::gridFile(megabytes);
+        const double mb = double(QFileInfo(path).size()) / 1e6;
+        double oursBest = 0;
+        for (const Reader& reader : readers) {
+            double best = 1e30;
+            Counts counts;
+            for (int run = 0; run < runs; ++run)
+                best = std::min(best, secondsOf([&] { counts = reader.read(path); }));
+            if (&reader == &readers[0])
+                oursBest = best;
+            fmt::print("| grid-{}MB | {:.1f} | {} | {:.3f} | {:.0f} | {:.2f}x | {} | {} |\n", megabytes, mb,
+                       reader.name, best, mb / best, best / oursBest, counts.vertices, counts.faces);
+            std::fflush(stdout);
+        }
+    }
+
+    // Peak memory of one read of the largest file, in a fresh process.
+    const QString largest = BenchObjFiles::gridFile(sizes.last());
+    QProcess child;
+    child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--memory"), largest});
+    child.waitForFinished(-1);
+    const QStringList memory = QString::fromLatin1(child.readAllStandardOutput()).split(QLatin1Char(' '));
+    if (memory.size() == 2)
+        fmt::print("\nZWelk reader on grid-{}MB: peak resident memory {} MB, final arrays {} MB\n", sizes.last(),
+                   memory[0].toStdString(), memory[1].trimmed().toStdString());
+    return 0;
+}
