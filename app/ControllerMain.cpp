@@ -104,7 +104,7 @@ void ControllerMain::setNewVisualParams(const PluginGLVisualParams& newVisualPar
     m_visualParams = newVisualParams;
     for (int side = 0; side < 2; ++side)
         m_window->modelView(side)->setVisualParams(m_visualParams);
-    emit updateVisualParams(m_visualParams);
+    Q_EMIT updateVisualParams(m_visualParams);
 }
 
 void ControllerMain::applyOptionsToViews()

@@ -119,15 +119,15 @@ QWidget* ZMainWindow::buildStepBar()
         if (index < 0)
             return;
         setCurrentPage(index);
-        emit tabClicked(index);
+        Q_EMIT tabClicked(index);
     });
     connect(m_prev, &QPushButton::clicked, this, [this] {
         setCurrentPage(currentPage() - 1);
-        emit prevClicked();
+        Q_EMIT prevClicked();
     });
     connect(m_next, &QPushButton::clicked, this, [this] {
         setCurrentPage(currentPage() + 1);
-        emit nextClicked();
+        Q_EMIT nextClicked();
     });
     connect(m_done, &QPushButton::clicked, this, &ZMainWindow::doneClicked);
     connect(m_cancel, &QPushButton::clicked, this, &ZMainWindow::cancelClicked);
@@ -216,7 +216,7 @@ void ZMainWindow::closeEvent(QCloseEvent* event)
 {
     // Closing the window is a Cancel: the controller decides and quits.
     event->ignore();
-    emit cancelClicked();
+    Q_EMIT cancelClicked();
 }
 
 void ZMainWindow::restoreWindowGeometry(QScreen* screen)

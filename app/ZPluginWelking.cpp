@@ -36,7 +36,7 @@ void ZPluginWelking::setComputeEnabled(bool enabled)
 
 void ZPluginWelking::setBarLocked(bool isLocked)
 {
-    emit barLockedChanged(isLocked);
+    Q_EMIT barLockedChanged(isLocked);
 }
 
 } // namespace WelkPlugin

@@ -178,7 +178,7 @@ int runZWelk(int& argc, char** argv)
     // re-layout that the first show leaves undone.
     splashMessage(splash, QStringLiteral("Done"));
     window->show();
-    emit window->windowShown();
+    Q_EMIT window->windowShown();
     window->setGeometry(window->geometry().adjusted(-1, -1, 1, 1));
     splash->finish(window.get());
     delete splash;

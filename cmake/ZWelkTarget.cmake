@@ -10,7 +10,8 @@ function(zwelk_target_defaults target)
     target_compile_options(${target} PRIVATE -Werror)
   endif()
   # Qt's string literal conversions stay explicit everywhere.
-  target_compile_definitions(${target} PRIVATE QT_NO_CAST_FROM_BYTEARRAY)
+  # Q_EMIT instead of emit: TBB headers use "emit" as a name.
+  target_compile_definitions(${target} PRIVATE QT_NO_CAST_FROM_BYTEARRAY QT_NO_EMIT)
 endfunction()
 
 # Engine libraries may use Qt Core and Gui value types at most. This check
