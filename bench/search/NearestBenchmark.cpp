@@ -61,7 +61,8 @@ void sampleSurface(const GeometryStack2::GeomStackTriangulated& mesh, size_t cou
             lo[a] = std::min(lo[a], p[a]);
             hi[a] = std::max(hi[a], p[a]);
         }
-    const float noise = 0.01f * (hi - lo).length();
+    // Queries a little off the surface, as a fit's vertices are near the scan.
+    const float noise = 0.002f * (hi - lo).length();
     std::mt19937 random(11);
     std::uniform_real_distribution<double> area(0.0, total);
     std::uniform_real_distribution<float> unit(0.0f, 1.0f);

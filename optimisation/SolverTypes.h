@@ -1,0 +1,41 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace WNewton {
+
+/// How the Levenberg-Marquardt loop runs.
+struct SolverParameters
+{
+    int maxIterations = 20;      ///< accepted steps at most
+    double initialDamping = 1e-9;
+    bool verbose = false;        ///< print one report line per step
+    int dampingMode = 10;        ///< above 0: damped loop; else every step is taken
+};
+
+struct Tolerances
+{
+    double gradientTolerance = 1e-4;
+    double stepTolerance = 1e-6;
+};
+
+/// (label, seconds) pairs that the report prints as label=value.
+using Timings = std::vector<std::pair<std::string, double>>;
+
+/// What a conjugate-gradient solve reports.
+struct CGInfo
+{
+    long long iterations = 0;
+    double error = 0.0; ///< final residual norm relative to the right-hand side
+    bool valid = false;
+};
+
+/// One report line: "k/n f(x)=... |∇f(x)|=... |Δx|=... μ=... [CG err=... CG itrs=...] label=value ...",
+/// each field followed by a blank, the iteration one-based. A negative
+/// `iteration` gives the form before the first step, without |Δx|.
+std::string formatIteration(int iteration, int maxIterations, double value, double gradientNorm, double stepNorm,
+                            double damping, const CGInfo& cgInfo, const Timings& timings);
+
+} // namespace WNewton

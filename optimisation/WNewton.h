@@ -1,0 +1,25 @@
+#pragma once
+
+#include "WNewtonProblem.h"
+
+namespace WNewton {
+
+/// Minimises `problem` from `x` by Levenberg-Marquardt; `x` ends at the
+/// last accepted iterate. The sparse form factorises H + damping I with a
+/// sparse Cholesky whose symbolic analysis runs once per call (CHOLMOD in
+/// double precision, Eigen's simplicial LLT in single precision).
+template <typename Scalar>
+void minimize(Problem<Scalar, SparseHessian<Scalar>>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
+              const SolverParameters& parameters, const Tolerances& tolerances,
+              OptimizationFramework::OptimizationUpdateFunctor<Scalar>* updateFunctor = nullptr);
+
+/// The matrix-free form: each damped system is solved by preconditioned
+/// conjugate gradients through the problem's product and preconditioner.
+template <typename Scalar>
+void minimize(MatrixFreeProblem<Scalar>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
+              const SolverParameters& parameters, const Tolerances& tolerances,
+              OptimizationFramework::OptimizationUpdateFunctor<Scalar>* updateFunctor = nullptr);
+
+} // namespace WNewton
+
+#include "WNewton.ipp"

@@ -1,0 +1,170 @@
+// Implementation of WNewton.h; included by it.
+#include <Eigen/CholmodSupport>
+#include <Eigen/SparseCholesky>
+
+#include <chrono>
+#include <cstdio>
+#include <limits>
+
+namespace WNewton {
+namespace detail {
+
+inline double secondsSince(std::chrono::steady_clock::time_point start)
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+template <typename Scalar> struct DirectSolverFor
+{
+    using Type = Eigen::SimplicialLLT<SparseHessian<Scalar>>;
+};
+template <> struct DirectSolverFor<double>
+{
+    using Type = Eigen::CholmodSupernodalLLT<SparseHessian<double>>;
+};
+
+/// Solves (H + damping I) h = -g by a sparse factorisation whose pattern is
+/// analysed on the first pass only.
+template <typename Scalar> class DirectStep
+{
+public:
+    using Vector = Eigen::Matrix<Scalar, Eigen::Dynamic, 1>;
+
+    Vector solve(const SparseHessian<Scalar>& H, double damping, const Vector& g, CGInfo&)
+    {
+        if (m_identity.rows() != H.rows()) {
+            m_identity.resize(H.rows(), H.cols());
+            m_identity.setIdentity();
+        }
+        m_work = H + Scalar(damping) * m_identity;
+        if (!m_analysed) {
+            m_solver.analyzePattern(m_work);
+            m_analysed = true;
+        }
+        m_solver.factorize(m_work);
+        return m_solver.solve(Vector(-g));
+    }
+
+private:
+    SparseHessian<Scalar> m_identity;
+    SparseHessian<Scalar> m_work;
+    typename DirectSolverFor<Scalar>::Type m_solver;
+    bool m_analysed = false;
+};
+
+/// Solves (H + damping I) h = -g by preconditioned conjugate gradients.
+template <typename Scalar> class ConjugateGradientStep
+{
+public:
+    using Vector = Eigen::Matrix<Scalar, Eigen::Dynamic, 1>;
+
+    explicit ConjugateGradientStep(MatrixFreeProblem<Scalar>& problem) : m_problem(problem) {}
+
+    Vector solve(LinearSystemsSolvers::ProductHolder<Scalar>& product, double damping, const Vector& g, CGInfo& info)
+    {
+        product.setDamping(damping);
+        m_problem.preconditioner().refresh(damping);
+        Vector h;
+        info = LinearSystemsSolvers::conjugateGradient<Scalar, long long>(
+            product, m_problem.preconditioner(), Vector(-g), h, m_problem.conjugateGradientIterations(),
+            m_problem.conjugateGradientTolerance());
+        return h;
+    }
+
+private:
+    MatrixFreeProblem<Scalar>& m_problem;
+};
+
+/// The loop shared by every form; `Step` solves the damped system.
+template <typename Scalar, typename HessianType, typename Step>
+void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
+                        Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x, const SolverParameters& parameters,
+                        const Tolerances& tolerances, OptimizationFramework::OptimizationUpdateFunctor<Scalar>* observer,
+                        Step& step)
+{
+    using Vector = Eigen::Matrix<Scalar, Eigen::Dynamic, 1>;
+    Scalar f = 0;
+    Vector g;
+    Timings timings;
+    problem.evaluateAll(x, f, g, H, &timings);
+    double damping = parameters.initialDamping;
+    double nu = 2.0;
+    int iteration = 0;
+    CGInfo cgInfo;
+    if (parameters.verbose)
+        std::printf("%s\n", formatIteration(-1, parameters.maxIterations, double(f), double(g.norm()), 0.0, damping,
+                                            cgInfo, timings)
+                                .c_str());
+    if (double(g.norm()) < tolerances.gradientTolerance || parameters.maxIterations < 1)
+        return;
+
+    while (iteration < parameters.maxIterations) {
+        const auto passStart = std::chrono::steady_clock::now();
+        timings.clear();
+        const Vector h = step.solve(H, damping, g, cgInfo);
+        timings.emplace_back("t(Δx)", secondsSince(passStart));
+        const double hNorm = double(h.norm());
+        if (!(hNorm <= std::numeric_limits<double>::max()))
+            return;
+        const double e = tolerances.stepTolerance;
+        if (hNorm <= (double(x.norm()) + e) * e)
+            return;
+
+        const Vector xNew = x + h;
+        Scalar fNew = 0;
+        problem.evaluateValue(xNew, fNew, &timings);
+        // Four times the decrease: twice the textbook gain ratio for
+        // f = |r|^2 / 2, which moves the damping update below.
+        double predicted = 0.0;
+        for (Eigen::Index i = 0; i < h.size(); ++i)
+            predicted += (damping * double(h[i]) - double(g[i])) * double(h[i]);
+        const double rho = (4.0 * double(f) - 4.0 * double(fNew)) / predicted;
+
+        if (rho > 0.0 || parameters.dampingMode < 1) {
+            x = xNew;
+            if (observer && !observer->onUpdate(x))
+                return;
+            problem.evaluateAll(x, f, g, H, &timings);
+            timings.emplace_back("t(i)", secondsSince(passStart));
+            if (parameters.verbose)
+                std::printf("%s\n", formatIteration(iteration, parameters.maxIterations, double(f), double(g.norm()),
+                                                    hNorm, damping, cgInfo, timings)
+                                        .c_str());
+            ++iteration;
+            if (double(g.norm()) < tolerances.gradientTolerance)
+                return;
+            if (parameters.dampingMode > 0) {
+                const double t = 2.0 * rho - 1.0;
+                damping *= std::max(0.33, 1.0 - t * t * t);
+                nu = 2.0;
+            }
+        } else {
+            damping *= nu;
+            nu *= 2.0;
+        }
+    }
+}
+
+} // namespace detail
+
+template <typename Scalar>
+void minimize(Problem<Scalar, SparseHessian<Scalar>>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
+              const SolverParameters& parameters, const Tolerances& tolerances,
+              OptimizationFramework::OptimizationUpdateFunctor<Scalar>* updateFunctor)
+{
+    SparseHessian<Scalar> H;
+    detail::DirectStep<Scalar> step;
+    detail::levenbergMarquardt(problem, H, x, parameters, tolerances, updateFunctor, step);
+}
+
+template <typename Scalar>
+void minimize(MatrixFreeProblem<Scalar>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
+              const SolverParameters& parameters, const Tolerances& tolerances,
+              OptimizationFramework::OptimizationUpdateFunctor<Scalar>* updateFunctor)
+{
+    detail::ConjugateGradientStep<Scalar> step(problem);
+    detail::levenbergMarquardt<Scalar, LinearSystemsSolvers::ProductHolder<Scalar>>(
+        problem, problem.product(), x, parameters, tolerances, updateFunctor, step);
+}
+
+} // namespace WNewton

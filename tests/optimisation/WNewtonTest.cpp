@@ -1,0 +1,207 @@
+#include "support/GraphProblem.h"
+
+#include "optimisation/LambdaJacobianProblem.h"
+#include "optimisation/WNewton.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+using namespace WNewton;
+
+namespace {
+
+/// Rosenbrock as least squares: r = (10 (x1 - x0^2), 1 - x0), minimum (1, 1).
+template <typename Scalar> ResidualFunction<Scalar> rosenbrock()
+{
+    return [](const Eigen::Matrix<Scalar, -1, 1>& x, Eigen::Matrix<Scalar, -1, 1>& r,
+              Eigen::SparseMatrix<Scalar, Eigen::RowMajor, int>* J) {
+        r.resize(2);
+        r << Scalar(10) * (x[1] - x[0] * x[0]), Scalar(1) - x[0];
+        if (J) {
+            J->resize(2, 2);
+            std::vector<Eigen::Triplet<Scalar>> t = {
+                {0, 0, Scalar(-20) * x[0]}, {0, 1, Scalar(10)}, {1, 0, Scalar(-1)}};
+            J->setFromTriplets(t.begin(), t.end());
+        }
+    };
+}
+
+/// Counts the calls of a problem it wraps.
+template <typename Scalar> class Counting : public Problem<Scalar, SparseHessian<Scalar>>
+{
+public:
+    using Vector = Eigen::Matrix<Scalar, -1, 1>;
+    explicit Counting(Problem<Scalar, SparseHessian<Scalar>>& inner) : m_inner(inner) {}
+    void evaluateValue(const Vector& x, Scalar& value, Timings* t) override
+    {
+        ++values;
+        m_inner.evaluateValue(x, value, t);
+        if (poisonValues)
+            value = std::numeric_limits<Scalar>::quiet_NaN();
+    }
+    void evaluateAll(const Vector& x, Scalar& value, Vector& g, SparseHessian<Scalar>& H, Timings* t) override
+    {
+        ++alls;
+        m_inner.evaluateAll(x, value, g, H, t);
+    }
+    int values = 0;
+    int alls = 0;
+    bool poisonValues = false;
+
+private:
+    Problem<Scalar, SparseHessian<Scalar>>& m_inner;
+};
+
+} // namespace
+
+TEST(WNewton, AllThreeFormsFindTheRosenbrockMinimum)
+{
+    SolverParameters parameters;
+    parameters.maxIterations = 200;
+    Tolerances tolerances;
+    tolerances.gradientTolerance = 1e-7;
+    tolerances.stepTolerance = 1e-9;
+    {
+        LambdaJacobianSparseProblem<double> problem(rosenbrock<double>());
+        Eigen::VectorXd x(2);
+        x << -1.2, 1.0;
+        minimize(problem, x, parameters, tolerances);
+        EXPECT_NEAR(x[0], 1.0, 1e-6);
+        EXPECT_NEAR(x[1], 1.0, 1e-6);
+    }
+    tolerances.gradientTolerance = 1e-4;
+    tolerances.stepTolerance = 1e-6;
+    {
+        LambdaJacobianSparseProblem<float> problem(rosenbrock<float>());
+        Eigen::VectorXf x(2);
+        x << -1.2f, 1.0f;
+        minimize(problem, x, parameters, tolerances);
+        EXPECT_NEAR(x[0], 1.0f, 1e-3f);
+        EXPECT_NEAR(x[1], 1.0f, 1e-3f);
+    }
+    {
+        LambdaJacobianMatrixFreeProblem<float> problem(rosenbrock<float>(), 2, 50, 1e-6);
+        Eigen::VectorXf x(2);
+        x << -1.2f, 1.0f;
+        minimize(problem, x, parameters, tolerances);
+        EXPECT_NEAR(x[0], 1.0f, 1e-3f);
+        EXPECT_NEAR(x[1], 1.0f, 1e-3f);
+    }
+}
+
+TEST(WNewton, StartsAtTheMinimumOrWithNoBudgetWithoutMoving)
+{
+    LambdaJacobianSparseProblem<double> inner(rosenbrock<double>());
+    Counting<double> problem(inner);
+    Eigen::VectorXd x(2);
+    x << 1.0, 1.0;
+    minimize(problem, x, SolverParameters(), Tolerances());
+    EXPECT_EQ(problem.alls, 1);
+    EXPECT_EQ(problem.values, 0);
+    EXPECT_EQ(x, Eigen::Vector2d(1.0, 1.0));
+
+    SolverParameters none;
+    none.maxIterations = 0;
+    x << -1.2, 1.0;
+    problem.alls = 0;
+    minimize(problem, x, none, Tolerances());
+    EXPECT_EQ(problem.alls, 1);
+    EXPECT_EQ(problem.values, 0);
+    EXPECT_EQ(x, Eigen::Vector2d(-1.2, 1.0));
+}
+
+TEST(WNewton, RejectedStepsDoNotCountAndEndOnTheStepTest)
+{
+    // Every trial value is NaN: rho is NaN, every step is rejected, the
+    // damping grows until the step test ends the loop - not the budget.
+    LambdaJacobianSparseProblem<double> inner(rosenbrock<double>());
+    Counting<double> problem(inner);
+    problem.poisonValues = true;
+    SolverParameters parameters;
+    parameters.maxIterations = 1;
+    Eigen::VectorXd x(2);
+    x << -1.2, 1.0;
+    minimize(problem, x, parameters, Tolerances());
+    EXPECT_EQ(x, Eigen::Vector2d(-1.2, 1.0));
+    EXPECT_EQ(problem.alls, 1);
+    EXPECT_GT(problem.values, 10);
+
+    // With the damping switched off every step is taken, even one whose
+    // value is NaN; Gauss-Newton then reaches the minimum in two steps.
+    parameters.dampingMode = 0;
+    parameters.maxIterations = 5;
+    problem.values = 0;
+    problem.alls = 0;
+    minimize(problem, x, parameters, Tolerances());
+    EXPECT_EQ(problem.values, 2);
+    EXPECT_EQ(problem.alls, 3);
+    EXPECT_NEAR(x[0], 1.0, 1e-6);
+    EXPECT_NEAR(x[1], 1.0, 1e-6);
+}
+
+TEST(WNewton, ObserverCanStopTheRun)
+{
+    struct StopAfterOne : OptimizationFramework::OptimizationUpdateFunctor<double>
+    {
+        int calls = 0;
+        bool onUpdate(const Vector&) override { return ++calls < 1; }
+    } observer;
+    LambdaJacobianSparseProblem<double> inner(rosenbrock<double>());
+    Counting<double> problem(inner);
+    Eigen::VectorXd x(2);
+    x << -1.2, 1.0;
+    SolverParameters parameters;
+    parameters.maxIterations = 50;
+    minimize(problem, x, parameters, Tolerances(), &observer);
+    EXPECT_EQ(observer.calls, 1);
+    // Stopped before the accepted point was evaluated in full.
+    EXPECT_EQ(problem.alls, 1);
+    EXPECT_NE(x, Eigen::Vector2d(-1.2, 1.0));
+}
+
+TEST(WNewton, DirectAndConjugateGradientFormsAgree)
+{
+    const TestSupport::GraphProblem graph(150, 6, 1.5f);
+    SolverParameters parameters;
+    parameters.maxIterations = 30;
+    Tolerances tolerances;
+    tolerances.gradientTolerance = 1e-6;
+    tolerances.stepTolerance = 1e-7;
+
+    LambdaJacobianSparseProblem<double> direct(std::cref(graph));
+    Eigen::VectorXd xd = Eigen::VectorXd::Zero(graph.variableCount());
+    minimize(direct, xd, parameters, tolerances);
+
+    LambdaJacobianMatrixFreeProblem<float> iterative(std::cref(graph), 6, 300, 1e-6);
+    Eigen::VectorXf xf = Eigen::VectorXf::Zero(graph.variableCount());
+    tolerances.gradientTolerance = 1e-4;
+    minimize(iterative, xf, parameters, tolerances);
+
+    double value = 0, valueF = 0;
+    Eigen::VectorXd r;
+    graph(xd, r, static_cast<Eigen::SparseMatrix<double, Eigen::RowMajor, int>*>(nullptr));
+    value = 0.5 * r.squaredNorm();
+    graph(Eigen::VectorXd(xf.cast<double>()), r, static_cast<Eigen::SparseMatrix<double, Eigen::RowMajor, int>*>(nullptr));
+    valueF = 0.5 * r.squaredNorm();
+    Eigen::VectorXd r0;
+    graph(Eigen::VectorXd::Zero(graph.variableCount()).eval(), r0,
+          static_cast<Eigen::SparseMatrix<double, Eigen::RowMajor, int>*>(nullptr));
+    EXPECT_LT(value, 0.2 * 0.5 * r0.squaredNorm());
+    EXPECT_NEAR(valueF, value, 1e-3 * value + 1e-6);
+    EXPECT_LT((xd - xf.cast<double>()).cwiseAbs().maxCoeff(), 1e-2);
+}
+
+TEST(WNewton, ReportLineFormat)
+{
+    CGInfo none;
+    EXPECT_EQ(formatIteration(0, 20, 2.0, 0.5, 0.25, 1e-9, none, {{"t(Δx)", 0.5}}),
+              "1/20 f(x)=2 |∇f(x)|=0.5 |Δx|=0.25 μ=1e-09 t(Δx)=0.5 ");
+    CGInfo cg;
+    cg.valid = true;
+    cg.error = 0.001;
+    cg.iterations = 12;
+    EXPECT_EQ(formatIteration(4, 10, 1.5, 2.0, 0.1, 0.33, cg, {}),
+              "5/10 f(x)=1.5 |∇f(x)|=2 |Δx|=0.1 μ=0.33 CG err=0.001 CG itrs=12 ");
+    EXPECT_EQ(formatIteration(-1, 10, 3.0, 4.0, 0.0, 1e-9, none, {}), "f(x)=3 |∇f(x)|=4 μ=1e-09 ");
+}
