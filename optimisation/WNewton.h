@@ -4,11 +4,16 @@
 
 namespace WNewton {
 
+namespace detail {
+template <typename Scalar> struct DirectSolverFor;
+}
+
 /// Minimises `problem` from `x` by Levenberg-Marquardt; `x` ends at the
 /// last accepted iterate. The sparse form factorises H + damping I with a
 /// sparse Cholesky whose symbolic analysis runs once per call (CHOLMOD in
-/// double precision, Eigen's simplicial LLT in single precision).
-template <typename Scalar>
+/// double precision, Eigen's simplicial LLT in single precision; `Solver`
+/// may name any Eigen sparse Cholesky).
+template <typename Scalar, typename Solver = typename detail::DirectSolverFor<Scalar>::Type>
 void minimize(Problem<Scalar, SparseHessian<Scalar>>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
               const SolverParameters& parameters, const Tolerances& tolerances,
               OptimizationFramework::OptimizationUpdateFunctor<Scalar>* updateFunctor = nullptr);

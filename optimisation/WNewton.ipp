@@ -25,7 +25,7 @@ template <> struct DirectSolverFor<double>
 
 /// Solves (H + damping I) h = -g by a sparse factorisation whose pattern is
 /// analysed on the first pass only.
-template <typename Scalar> class DirectStep
+template <typename Scalar, typename Solver> class DirectStep
 {
 public:
     using Vector = Eigen::Matrix<Scalar, Eigen::Dynamic, 1>;
@@ -48,7 +48,7 @@ public:
 private:
     SparseHessian<Scalar> m_identity;
     SparseHessian<Scalar> m_work;
-    typename DirectSolverFor<Scalar>::Type m_solver;
+    Solver m_solver;
     bool m_analysed = false;
 };
 
@@ -147,13 +147,13 @@ void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
 
 } // namespace detail
 
-template <typename Scalar>
+template <typename Scalar, typename Solver>
 void minimize(Problem<Scalar, SparseHessian<Scalar>>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
               const SolverParameters& parameters, const Tolerances& tolerances,
               OptimizationFramework::OptimizationUpdateFunctor<Scalar>* updateFunctor)
 {
     SparseHessian<Scalar> H;
-    detail::DirectStep<Scalar> step;
+    detail::DirectStep<Scalar, Solver> step;
     detail::levenbergMarquardt(problem, H, x, parameters, tolerances, updateFunctor, step);
 }
 
