@@ -16,33 +16,49 @@ using ResidualFunction = std::function<void(const Eigen::Matrix<Scalar, Eigen::D
                                             Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& r,
                                             Eigen::SparseMatrix<Scalar, Eigen::RowMajor, int>* J)>;
 
-/// f = |r|^2 / 2 with g = J^T r and H = J^T J formed explicitly, for the
-/// direct solves.
-template <typename Scalar> class LambdaJacobianSparseProblem : public Problem<Scalar, SparseHessian<Scalar>>
+/// A problem given by its residuals and their sparse Jacobian:
+/// f = |r|^2 / 2, g = J^T r and H = J^T J formed explicitly, for the direct
+/// solves. Subclasses supply `residuals`.
+template <typename Scalar> class SparseJacobianProblem : public Problem<Scalar, SparseHessian<Scalar>>
 {
 public:
     using Vector = Eigen::Matrix<Scalar, Eigen::Dynamic, 1>;
+    using Jacobian = Eigen::SparseMatrix<Scalar, Eigen::RowMajor, int>;
 
-    explicit LambdaJacobianSparseProblem(ResidualFunction<Scalar> residuals) : m_residuals(std::move(residuals)) {}
+    /// r at x, and J when `J` is not null.
+    virtual void residuals(const Vector& x, Vector& r, Jacobian* J) = 0;
 
     void evaluateValue(const Vector& x, Scalar& value, Timings*) override
     {
-        m_residuals(x, m_r, nullptr);
+        residuals(x, m_r, nullptr);
         value = Scalar(0.5) * m_r.squaredNorm();
     }
     void evaluateAll(const Vector& x, Scalar& value, Vector& gradient, SparseHessian<Scalar>& hessian,
                      Timings*) override
     {
-        m_residuals(x, m_r, &m_J);
+        residuals(x, m_r, &m_J);
         value = Scalar(0.5) * m_r.squaredNorm();
         gradient = m_J.transpose() * m_r;
         hessian = SparseHessian<Scalar>(m_J.transpose() * m_J);
     }
 
 private:
-    ResidualFunction<Scalar> m_residuals;
     Vector m_r;
-    Eigen::SparseMatrix<Scalar, Eigen::RowMajor, int> m_J;
+    Jacobian m_J;
+};
+
+/// A `SparseJacobianProblem` whose residuals come from a function object.
+template <typename Scalar> class LambdaJacobianSparseProblem : public SparseJacobianProblem<Scalar>
+{
+public:
+    using typename SparseJacobianProblem<Scalar>::Vector;
+    using typename SparseJacobianProblem<Scalar>::Jacobian;
+
+    explicit LambdaJacobianSparseProblem(ResidualFunction<Scalar> residuals) : m_residuals(std::move(residuals)) {}
+    void residuals(const Vector& x, Vector& r, Jacobian* J) override { m_residuals(x, r, J); }
+
+private:
+    ResidualFunction<Scalar> m_residuals;
 };
 
 /// The same objective without forming J^T J: products J^T (J v) + damping v,
