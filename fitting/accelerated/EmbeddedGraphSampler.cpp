@@ -1,0 +1,316 @@
+#include "EmbeddedGraphSampler.h"
+
+#include "geometry/ProgressInterface.h"
+#include "search/IndexedHeap.h"
+#include "search/KDTreeEigen.h"
+
+#include <Eigen/Eigenvalues>
+
+#include <QDebug>
+#include <QElapsedTimer>
+
+#include <tbb/enumerable_thread_specific.h>
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <queue>
+
+namespace WelkingAcceleratedVersion {
+
+namespace {
+
+constexpr float CandidateReach = 2.55f;
+
+void reportProgress(const EmbeddedGraphCreator::EmbeddedGraphCreationCallback* callback, int pass)
+{
+    if (callback && callback->progress)
+        callback->progress->setValue(pass, QStringLiteral("Building nodes"));
+}
+
+/// Dijkstra over the mesh edges with storage kept between runs; one per thread.
+class DijkstraIterator
+{
+public:
+    void reset(size_t vertexCount)
+    {
+        if (m_distance.size() != vertexCount)
+            m_distance.assign(vertexCount, std::numeric_limits<float>::infinity());
+    }
+
+    /// Calls visit(vertex, distance) in order of distance up to `limit`.
+    template <typename Visit>
+    void run(long long start, float limit, const std::vector<long long>& offsets,
+             const std::vector<std::pair<long long, float>>& edges, Visit visit)
+    {
+        using Entry = std::pair<float, long long>;
+        std::priority_queue<Entry, std::vector<Entry>, std::greater<Entry>> queue;
+        m_distance[size_t(start)] = 0.0f;
+        m_touched.push_back(start);
+        queue.emplace(0.0f, start);
+        while (!queue.empty()) {
+            const auto [d, u] = queue.top();
+            queue.pop();
+            if (d > m_distance[size_t(u)])
+                continue;
+            if (d > limit)
+                break;
+            visit(u, d);
+            for (long long e = offsets[size_t(u)]; e < offsets[size_t(u) + 1]; ++e) {
+                const auto [v, length] = edges[size_t(e)];
+                const float next = d + length;
+                if (next < m_distance[size_t(v)]) {
+                    if (std::isinf(m_distance[size_t(v)]))
+                        m_touched.push_back(v);
+                    m_distance[size_t(v)] = next;
+                    queue.emplace(next, v);
+                }
+            }
+        }
+        for (long long v : m_touched)
+            m_distance[size_t(v)] = std::numeric_limits<float>::infinity();
+        m_touched.clear();
+    }
+
+private:
+    std::vector<float> m_distance;
+    std::vector<long long> m_touched;
+};
+
+} // namespace
+
+EmbeddedGraphSampler::EmbeddedGraphSampler(int nodesPerVertex, std::vector<Vertex> vertices,
+                                           std::vector<long long> triangles)
+    : m_k(std::max(1, nodesPerVertex)), m_vertices(std::move(vertices)), m_triangles(std::move(triangles))
+{
+    std::vector<std::pair<long long, long long>> directed;
+    directed.reserve(m_triangles.size() * 2);
+    for (size_t t = 0; t + 2 < m_triangles.size(); t += 3)
+        for (int c = 0; c < 3; ++c) {
+            const long long a = m_triangles[t + size_t(c)], b = m_triangles[t + size_t((c + 1) % 3)];
+            directed.emplace_back(a, b);
+            directed.emplace_back(b, a);
+        }
+    std::sort(directed.begin(), directed.end());
+    directed.erase(std::unique(directed.begin(), directed.end()), directed.end());
+    m_edgeOffsets.assign(m_vertices.size() + 1, 0);
+    for (const auto& e : directed)
+        ++m_edgeOffsets[size_t(e.first) + 1];
+    for (size_t i = 0; i < m_vertices.size(); ++i)
+        m_edgeOffsets[i + 1] += m_edgeOffsets[i];
+    m_edges.reserve(directed.size());
+    for (const auto& e : directed)
+        m_edges.emplace_back(e.second, (m_vertices[size_t(e.first)] - m_vertices[size_t(e.second)]).norm());
+}
+
+EmbeddedGraphSampler::~EmbeddedGraphSampler() = default;
+
+void EmbeddedGraphSampler::appendInfluences(const std::vector<std::pair<float, long long>>& candidates,
+                                            EmbeddedGraphLevel& level)
+{
+    if (level.influenceOffsets.empty()) {
+        level.influenceOffsets.push_back(0);
+        level.weightOffsets.push_back(0);
+    }
+    const size_t count = candidates.size();
+    const size_t length = count > 1 ? count - 1 : count;
+    const float dMax = count > 0 ? candidates.back().first : 0.0f;
+    float sum = 0.0f;
+    const size_t first = level.weights.size();
+    for (size_t i = 0; i < length; ++i) {
+        const float raw = dMax > 0.0f ? (1.0f - candidates[i].first / dMax) * (1.0f - candidates[i].first / dMax) : 0.0f;
+        level.influences.push_back(candidates[i].second);
+        level.weights.push_back(raw);
+        sum += raw;
+    }
+    for (size_t i = first; i < level.weights.size(); ++i)
+        level.weights[i] = sum > 0.0f ? level.weights[i] / sum : 1.0f / float(length);
+    level.influenceOffsets.push_back((long long)level.influences.size());
+    level.weightOffsets.push_back((long long)level.weights.size());
+}
+
+void EmbeddedGraphSampler::connectSharedInfluences(EmbeddedGraphLevel& level)
+{
+    std::vector<std::pair<long long, long long>> pairs;
+    for (size_t v = 0; v + 1 < level.influenceOffsets.size(); ++v) {
+        const long long begin = level.influenceOffsets[v], end = level.influenceOffsets[v + 1];
+        for (long long a = begin; a < end; ++a)
+            for (long long b = begin; b < end; ++b)
+                if (level.influences[size_t(a)] != level.influences[size_t(b)])
+                    pairs.emplace_back(level.influences[size_t(a)], level.influences[size_t(b)]);
+    }
+    std::sort(pairs.begin(), pairs.end());
+    pairs.erase(std::unique(pairs.begin(), pairs.end()), pairs.end());
+    level.neighbourOffsets.assign(level.nodes.size() + 1, 0);
+    for (const auto& p : pairs)
+        ++level.neighbourOffsets[size_t(p.first) + 1];
+    for (size_t i = 0; i < level.nodes.size(); ++i)
+        level.neighbourOffsets[i + 1] += level.neighbourOffsets[i];
+    level.neighbours.clear();
+    for (const auto& p : pairs)
+        level.neighbours.push_back(p.second);
+}
+
+// --- geodesic -----------------------------------------------------------------
+
+std::vector<EmbeddedGraphLevel> DijkstraGraphSampler::sampleLevels(
+    const std::vector<float>& radii, const EmbeddedGraphCreator::EmbeddedGraphCreationCallback* callback)
+{
+    const size_t levelCount = radii.size();
+    std::vector<EmbeddedGraphLevel> levels(levelCount);
+    // Per level and vertex: the (distance, node) candidates within reach.
+    std::vector<std::vector<std::vector<std::pair<float, long long>>>> candidates(levelCount);
+    tbb::enumerable_thread_specific<DijkstraIterator> iterators{DijkstraIterator()};
+
+    reportProgress(callback, 0);
+    tbb::parallel_for(size_t(0), levelCount, [&](size_t l) {
+        DijkstraIterator& dijkstra = iterators.local();
+        dijkstra.reset(m_vertices.size());
+        const float r = radii[l];
+        std::vector<char> covered(m_vertices.size(), 0);
+        auto& lists = candidates[l];
+        lists.assign(m_vertices.size(), {});
+        for (size_t v = 0; v < m_vertices.size(); ++v) {
+            if (covered[v])
+                continue;
+            const long long node = (long long)levels[l].nodes.size();
+            levels[l].nodes.push_back((long long)v);
+            covered[v] = 1;
+            dijkstra.run((long long)v, CandidateReach * r, m_edgeOffsets, m_edges, [&](long long u, float d) {
+                lists[size_t(u)].emplace_back(d, node);
+                if (d <= r)
+                    covered[size_t(u)] = 1;
+            });
+        }
+    });
+    reportProgress(callback, 1);
+    tbb::parallel_for(size_t(0), levelCount, [&](size_t l) {
+        for (auto& list : candidates[l]) {
+            const size_t keep = std::min(list.size(), size_t(m_k) + 1);
+            std::partial_sort(list.begin(), list.begin() + long(keep), list.end());
+            list.resize(keep);
+            appendInfluences(list, levels[l]);
+        }
+        std::vector<std::vector<std::pair<float, long long>>>().swap(candidates[l]);
+    });
+    reportProgress(callback, 2);
+    tbb::parallel_for(size_t(0), levelCount, [&](size_t l) { connectSharedInfluences(levels[l]); });
+    return levels;
+}
+
+// --- straight-line --------------------------------------------------------------
+
+std::vector<EmbeddedGraphLevel> EuclideanGraphSampler::sampleLevels(
+    const std::vector<float>& radii, const EmbeddedGraphCreator::EmbeddedGraphCreationCallback* callback)
+{
+    const size_t levelCount = radii.size();
+    std::vector<EmbeddedGraphLevel> levels(levelCount);
+    std::unique_ptr<KDTreeEigen::NodeBaseEigen<float, long long>> tree(
+        KDTreeEigen::build<float, long long>(m_vertices, 1));
+
+    reportProgress(callback, 0);
+    tbb::parallel_for(size_t(0), levelCount, [&](size_t l) {
+        const float r = radii[l];
+        std::vector<char> isNode(m_vertices.size(), 0);
+        std::vector<long long> near;
+        for (size_t v = 0; v < m_vertices.size(); ++v) {
+            near.clear();
+            tree->findNearestPointInRadius(m_vertices[v], m_vertices, near, r * r);
+            if (std::any_of(near.begin(), near.end(), [&](long long i) { return isNode[size_t(i)] != 0; }))
+                continue;
+            isNode[v] = 1;
+            levels[l].nodes.push_back((long long)v);
+        }
+    });
+    reportProgress(callback, 1);
+    tbb::parallel_for(size_t(0), levelCount, [&](size_t l) {
+        EmbeddedGraphLevel& level = levels[l];
+        std::vector<Vertex> nodePositions;
+        for (long long n : level.nodes)
+            nodePositions.push_back(m_vertices[size_t(n)]);
+        std::unique_ptr<KDTreeEigen::NodeBaseEigen<float, long long>> nodeTree(
+            KDTreeEigen::build<float, long long>(nodePositions, 1));
+        Welk::IndexedHeap heap(int(nodePositions.size()));
+        std::vector<std::pair<float, long long>> found;
+        for (const Vertex& v : m_vertices) {
+            heap.clear();
+            nodeTree->findKNearestPointsInds(v, nodePositions, m_k + 1, heap);
+            found.clear();
+            for (int i = 0; i < heap.count(); ++i)
+                found.emplace_back(std::sqrt(float(heap.entry(i).key)), heap.entry(i).id);
+            std::sort(found.begin(), found.end());
+            appendInfluences(found, level);
+        }
+    });
+    reportProgress(callback, 2);
+    tbb::parallel_for(size_t(0), levelCount, [&](size_t l) { connectSharedInfluences(levels[l]); });
+    return levels;
+}
+
+// --- the hierarchy ----------------------------------------------------------------
+
+std::unique_ptr<EmbeddedGraphSampler> makeSampler(int nodesPerVertex, const std::vector<long long>& triangles,
+                                                  const std::vector<Vertex>& vertices, int samplingType)
+{
+    if (samplingType == 0)
+        return std::make_unique<DijkstraGraphSampler>(nodesPerVertex, vertices, triangles);
+    return std::make_unique<EuclideanGraphSampler>(nodesPerVertex, vertices, triangles);
+}
+
+std::vector<float> levelRadii(const GraphSamplingParameters& p, const std::vector<Vertex>& vertices)
+{
+    float initial = p.samplingInitial, final = p.samplingFinal;
+    if (p.normalizeRadius && vertices.size() > 1) {
+        Eigen::Vector3d mean = Eigen::Vector3d::Zero();
+        for (const Vertex& v : vertices)
+            mean += v.cast<double>();
+        mean /= double(vertices.size());
+        Eigen::Matrix3d covariance = Eigen::Matrix3d::Zero();
+        for (const Vertex& v : vertices) {
+            const Eigen::Vector3d d = v.cast<double>() - mean;
+            covariance += d * d.transpose();
+        }
+        // The principal axes of the centred vertices.
+        const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> axes(covariance);
+        Eigen::Vector3d lo = Eigen::Vector3d::Constant(std::numeric_limits<double>::max());
+        Eigen::Vector3d hi = -lo;
+        for (const Vertex& v : vertices) {
+            const Eigen::Vector3d p = axes.eigenvectors().transpose() * (v.cast<double>() - mean);
+            lo = lo.cwiseMin(p);
+            hi = hi.cwiseMax(p);
+        }
+        const float scale = float(0.01 * (hi - lo).norm());
+        initial *= scale;
+        final *= scale;
+    }
+    std::vector<float> radii;
+    const float step = (initial - final) / float(std::max(1, p.levels));
+    for (int i = 0; i < p.levels; ++i)
+        radii.push_back(float(i) * step + final);
+    return radii;
+}
+
+std::vector<EmbeddedGraphLevel> buildEmbeddedGraph(const GraphSamplingParameters& parameters,
+                                                   const std::vector<Vertex>& vertices,
+                                                   const std::vector<long long>& triangles,
+                                                   const EmbeddedGraphCreator::EmbeddedGraphCreationCallback* callback)
+{
+    QElapsedTimer timer;
+    timer.start();
+    const std::vector<float> radii = levelRadii(parameters, vertices);
+    auto sampler = makeSampler(parameters.nodesPerVertex, triangles, vertices, parameters.samplingType);
+    if (callback && callback->progress)
+        callback->progress->start(QStringLiteral("Building nodes"), 3);
+    std::vector<EmbeddedGraphLevel> byRadius = sampler->sampleLevels(radii, callback);
+    if (callback && callback->progress)
+        callback->progress->end();
+    // Level 0 is the coarsest: the largest radius.
+    std::vector<EmbeddedGraphLevel> levels(byRadius.size());
+    for (size_t i = 0; i < byRadius.size(); ++i)
+        levels[byRadius.size() - 1 - i] = std::move(byRadius[i]);
+    qDebug() << "Building nodes time:" << double(timer.elapsed()) / 1000.0;
+    return levels;
+}
+
+} // namespace WelkingAcceleratedVersion

@@ -1,0 +1,126 @@
+#include "fitting/accelerated/EmbeddedGraphSampler.h"
+
+#include <Eigen/Geometry>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <set>
+
+using namespace WelkingAcceleratedVersion;
+
+namespace {
+
+/// A wavy n x n grid of unit spacing, shifted by `offset`, two triangles per cell.
+void grid(int n, const Vertex& offset, std::vector<Vertex>& vertices, std::vector<long long>& triangles)
+{
+    const long long base = (long long)vertices.size();
+    for (int y = 0; y < n; ++y)
+        for (int x = 0; x < n; ++x)
+            vertices.emplace_back(Vertex(float(x), float(y), 0.3f * std::sin(0.7f * float(x + y))) + offset);
+    for (int y = 0; y + 1 < n; ++y)
+        for (int x = 0; x + 1 < n; ++x) {
+            const long long a = base + y * n + x, b = a + 1, c = a + n, d = c + 1;
+            triangles.insert(triangles.end(), {a, b, d, a, d, c});
+        }
+}
+
+GraphSamplingParameters plain(int levels, float finalRadius, float initialRadius, int type)
+{
+    GraphSamplingParameters p;
+    p.levels = levels;
+    p.samplingFinal = finalRadius;
+    p.samplingInitial = initialRadius;
+    p.normalizeRadius = false;
+    p.samplingType = type;
+    return p;
+}
+
+void expectLevelInvariants(const EmbeddedGraphLevel& level, const std::vector<Vertex>& vertices, float radius, int k)
+{
+    ASSERT_EQ(level.influenceOffsets.size(), vertices.size() + 1);
+    ASSERT_EQ(level.neighbourOffsets.size(), level.nodes.size() + 1);
+    for (size_t v = 0; v < vertices.size(); ++v) {
+        const long long begin = level.influenceOffsets[v], end = level.influenceOffsets[v + 1];
+        ASSERT_GE(end - begin, 1);
+        ASSERT_LE(end - begin, k);
+        float sum = 0;
+        for (long long i = begin; i < end; ++i)
+            sum += level.weights[size_t(i)];
+        ASSERT_NEAR(sum, 1.0f, 1e-5f) << "vertex " << v;
+        // Covered: some node lies within the radius.
+        float nearest = 1e30f;
+        for (long long n : level.nodes)
+            nearest = std::min(nearest, (vertices[size_t(n)] - vertices[v]).norm());
+        ASSERT_LE(nearest, radius * 1.0001f) << "vertex " << v;
+    }
+    std::set<std::pair<long long, long long>> edges;
+    for (size_t n = 0; n < level.nodes.size(); ++n)
+        for (long long e = level.neighbourOffsets[n]; e < level.neighbourOffsets[n + 1]; ++e) {
+            ASSERT_NE(level.neighbours[size_t(e)], (long long)n);
+            edges.emplace((long long)n, level.neighbours[size_t(e)]);
+        }
+    for (const auto& e : edges)
+        ASSERT_TRUE(edges.count({e.second, e.first})) << e.first << "-" << e.second;
+}
+
+} // namespace
+
+TEST(GraphRadii, StepFromTheFinalRadiusAndNeverReachTheInitialOne)
+{
+    const std::vector<float> radii = levelRadii(plain(3, 0.1f, 10.0f, 0), {});
+    ASSERT_EQ(radii.size(), 3u);
+    EXPECT_FLOAT_EQ(radii[0], 0.1f);
+    EXPECT_FLOAT_EQ(radii[1], 3.4f);
+    EXPECT_FLOAT_EQ(radii[2], 6.7f);
+
+    // Normalised: percentages of the principal-axes box diagonal, which a
+    // rotation of the model does not change.
+    std::vector<Vertex> box = {{0, 0, 0}, {30, 0, 0}, {0, 40, 0}, {30, 40, 0}};
+    GraphSamplingParameters p = plain(1, 10.0f, 20.0f, 0);
+    p.normalizeRadius = true;
+    EXPECT_NEAR(levelRadii(p, box)[0], 5.0f, 1e-3f);
+    const Eigen::Matrix3f turn = Eigen::AngleAxisf(0.7f, Vertex(1, 2, 3).normalized()).toRotationMatrix();
+    for (Vertex& v : box)
+        v = turn * v;
+    EXPECT_NEAR(levelRadii(p, box)[0], 5.0f, 1e-3f);
+}
+
+TEST(GraphSamplers, LevelsCoverTheMeshWithNormalisedWeightsAndSymmetricNeighbours)
+{
+    std::vector<Vertex> vertices;
+    std::vector<long long> triangles;
+    grid(20, Vertex(0, 0, 0), vertices, triangles);
+    for (int type : {0, 1}) {
+        SCOPED_TRACE(type);
+        const GraphSamplingParameters p = plain(3, 1.5f, 9.0f, type);
+        const auto levels = buildEmbeddedGraph(p, vertices, triangles);
+        ASSERT_EQ(levels.size(), 3u);
+        const std::vector<float> radii = levelRadii(p, vertices);
+        for (size_t l = 0; l < levels.size(); ++l)
+            expectLevelInvariants(levels[l], vertices, radii[levels.size() - 1 - l], p.nodesPerVertex);
+        // Level 0 is the coarsest.
+        EXPECT_LT(levels[0].nodes.size(), levels[1].nodes.size());
+        EXPECT_LT(levels[1].nodes.size(), levels[2].nodes.size());
+        EXPECT_EQ(levels[2].nodes[0], 0);
+    }
+}
+
+TEST(GraphSamplers, GeodesicNodesStayOnTheirComponent)
+{
+    std::vector<Vertex> vertices;
+    std::vector<long long> triangles;
+    grid(6, Vertex(0, 0, 0), vertices, triangles);
+    grid(6, Vertex(7, 0, 0), vertices, triangles);
+    // A radius that spans either piece: one node per piece along the
+    // surface, one node for both in straight lines.
+    const auto geodesic = buildEmbeddedGraph(plain(1, 20.0f, 30.0f, 0), vertices, triangles);
+    EXPECT_EQ(geodesic[0].nodes, (std::vector<long long>{0, 36}));
+    const auto straight = buildEmbeddedGraph(plain(1, 20.0f, 30.0f, 1), vertices, triangles);
+    EXPECT_EQ(straight[0].nodes, (std::vector<long long>{0}));
+    // A single node: every vertex gets it with the whole weight.
+    for (size_t v = 0; v < vertices.size(); ++v) {
+        ASSERT_EQ(straight[0].influenceOffsets[v + 1] - straight[0].influenceOffsets[v], 1);
+        ASSERT_FLOAT_EQ(straight[0].weights[v], 1.0f);
+    }
+    EXPECT_TRUE(straight[0].neighbours.empty());
+}
