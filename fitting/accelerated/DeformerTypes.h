@@ -1,0 +1,46 @@
+#pragma once
+
+#include "EmbeddedGraphLevel.h"
+
+#include <Eigen/Core>
+
+#include <vector>
+
+namespace EmbeddedGraphDeformer {
+
+using Vec3 = Eigen::Vector3f;
+
+/// A point on the source surface that must reach `target`: a triangle's
+/// three vertex indices and the barycentric weights of its corners.
+struct ControlPoint
+{
+    long long corners[3] = {0, 0, 0};
+    float weights[3] = {1.0f, 0.0f, 0.0f};
+    Vec3 target = Vec3::Zero();
+};
+
+/// The budget of one solve.
+struct SolveBudget
+{
+    int iterations = 20;
+    double stepTolerance = 0.01;
+    int conjugateGradientIterations = 30;
+};
+
+/// The weights of the energy's terms.
+struct EnergyWeights
+{
+    float smoothness = 1.0f;
+    float controlPoints = 10.0f;
+    float pointToPoint = 0.1f;
+    float pointToPlane = 1.0f;
+};
+
+/// The rotation of modified Rodrigues parameters s:
+/// R = I + 8 [s]x^2 / d^2 + 4 (1 - q) [s]x / d^2, q = |s|^2, d = 1 + q.
+Eigen::Matrix3f rotationFromMRP(const Vec3& s);
+
+/// R(s) a, and its 3x3 derivative with respect to s.
+Vec3 rotateMRP(const Vec3& s, const Vec3& a, Eigen::Matrix3f* derivative = nullptr);
+
+} // namespace EmbeddedGraphDeformer

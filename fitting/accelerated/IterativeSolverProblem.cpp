@@ -1,0 +1,288 @@
+#include "IterativeSolverProblem.h"
+
+#include <Eigen/Cholesky>
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+
+namespace EmbeddedGraphDeformer {
+namespace IterativeSolverDeformer {
+
+using WelkingAcceleratedVersion::EmbeddedGraphLevel;
+
+namespace {
+
+template <typename Body> void forRange(long long count, bool parallel, Body body)
+{
+    if (!parallel) {
+        body(0LL, count);
+        return;
+    }
+    tbb::parallel_for(tbb::blocked_range<long long>(0, count, 64),
+                      [&](const tbb::blocked_range<long long>& r) { body(r.begin(), r.end()); });
+}
+
+} // namespace
+
+Problem::Problem(const EmbeddedGraphLevel& level, std::vector<Vec3> restVertices, std::vector<Vec3> nodePositions,
+                 std::vector<ControlPoint> controls, const EnergyWeights& weights, bool parallel)
+    : m_level(level), m_rest(std::move(restVertices)), m_nodes(std::move(nodePositions)),
+      m_controls(std::move(controls)), m_weights(weights), m_parallel(parallel), m_product(m_storage, m_parallel)
+{
+    for (size_t j = 0; j + 1 < level.neighbourOffsets.size(); ++j)
+        for (long long e = level.neighbourOffsets[j]; e < level.neighbourOffsets[j + 1]; ++e)
+            m_edges.emplace_back((long long)j, level.neighbours[size_t(e)]);
+    for (const ControlPoint& c : m_controls) {
+        std::vector<long long> nodes;
+        for (long long corner : c.corners)
+            for (long long i = level.influenceOffsets[size_t(corner)]; i < level.influenceOffsets[size_t(corner) + 1]; ++i)
+                nodes.push_back(level.influences[size_t(i)]);
+        std::sort(nodes.begin(), nodes.end());
+        nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
+        m_controlNodes.push_back(std::move(nodes));
+    }
+    setPairs({}, {}, {});
+}
+
+void Problem::setConjugateGradient(long long iterations, double tolerance)
+{
+    m_cgIterations = iterations;
+    m_cgTolerance = tolerance;
+}
+
+void Problem::setPairs(std::vector<long long> sources, std::vector<Vec3> targets, std::vector<Vec3> normals)
+{
+    m_sources = std::move(sources);
+    m_targets = std::move(targets);
+    m_normals = std::move(normals);
+
+    std::vector<long long> offsets{0};
+    std::vector<long long> columns;
+    const auto nodeColumns = [&](long long node) {
+        for (int c = 0; c < 6; ++c)
+            columns.push_back(6 * node + c);
+    };
+    for (long long v : m_sources)
+        for (int row = 0; row < 4; ++row) {
+            for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i)
+                nodeColumns(m_level.influences[size_t(i)]);
+            offsets.push_back((long long)columns.size());
+        }
+    for (const auto& edge : m_edges)
+        for (int row = 0; row < 3; ++row) {
+            nodeColumns(edge.first);
+            for (int c = 3; c < 6; ++c)
+                columns.push_back(6 * edge.second + c);
+            offsets.push_back((long long)columns.size());
+        }
+    for (const auto& nodes : m_controlNodes)
+        for (int row = 0; row < 3; ++row) {
+            for (long long node : nodes)
+                nodeColumns(node);
+            offsets.push_back((long long)columns.size());
+        }
+    m_storage.setPattern(std::move(offsets), std::move(columns), variableCount());
+}
+
+void Problem::updateRotations(const Vector& x)
+{
+    m_rotations.resize(m_nodes.size());
+    forRange((long long)m_nodes.size(), m_parallel, [&](long long begin, long long end) {
+        for (long long n = begin; n < end; ++n)
+            m_rotations[size_t(n)] = rotationFromMRP(x.segment<3>(6 * n));
+    });
+}
+
+Vec3 Problem::deformedVertex(long long v, const Vector& x, const std::vector<Eigen::Matrix3f>& rotations) const
+{
+    Vec3 result = Vec3::Zero();
+    for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i) {
+        const long long k = m_level.influences[size_t(i)];
+        const float w = m_level.weights[size_t(i)];
+        result += w * (rotations[size_t(k)] * (m_rest[size_t(v)] - m_nodes[size_t(k)]) + m_nodes[size_t(k)] +
+                       x.segment<3>(6 * k + 3));
+    }
+    return result;
+}
+
+void Problem::computeResiduals(const Vector& x, Vector& r)
+{
+    updateRotations(x);
+    const long long pairs = (long long)m_sources.size();
+    const long long edges = (long long)m_edges.size();
+    r.resize(4 * pairs + 3 * edges + 3 * (long long)m_controls.size());
+    forRange(pairs, m_parallel, [&](long long begin, long long end) {
+        for (long long p = begin; p < end; ++p) {
+            const Vec3 d = deformedVertex(m_sources[size_t(p)], x, m_rotations) - m_targets[size_t(p)];
+            r.segment<3>(4 * p) = m_weights.pointToPoint * d;
+            r[4 * p + 3] = m_weights.pointToPlane * d.dot(m_normals[size_t(p)]);
+        }
+    });
+    const long long edgeRow = 4 * pairs;
+    forRange(edges, m_parallel, [&](long long begin, long long end) {
+        for (long long e = begin; e < end; ++e) {
+            const long long j = m_edges[size_t(e)].first, k = m_edges[size_t(e)].second;
+            const Vec3 value = m_rotations[size_t(j)] * (m_nodes[size_t(k)] - m_nodes[size_t(j)]) + m_nodes[size_t(j)] +
+                               x.segment<3>(6 * j + 3) - m_nodes[size_t(k)] - x.segment<3>(6 * k + 3);
+            r.segment<3>(edgeRow + 3 * e) = m_weights.smoothness * value;
+        }
+    });
+    const long long controlRow = edgeRow + 3 * edges;
+    for (size_t c = 0; c < m_controls.size(); ++c) {
+        const ControlPoint& control = m_controls[c];
+        Vec3 point = Vec3::Zero();
+        for (int corner = 0; corner < 3; ++corner)
+            point += control.weights[corner] * deformedVertex(control.corners[corner], x, m_rotations);
+        r.segment<3>(controlRow + 3 * (long long)c) = m_weights.controlPoints * (point - control.target);
+    }
+}
+
+void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
+{
+    computeResiduals(x, r);
+    std::vector<float>& values = m_storage.values();
+    const std::vector<long long>& offsets = m_storage.rowOffsets();
+    const long long pairs = (long long)m_sources.size();
+    const float alpha = m_weights.pointToPoint, beta = m_weights.pointToPlane;
+
+    forRange(pairs, m_parallel, [&](long long begin, long long end) {
+        Eigen::Matrix3f D;
+        for (long long p = begin; p < end; ++p) {
+            const long long v = m_sources[size_t(p)];
+            const Vec3& n = m_normals[size_t(p)];
+            long long at[4];
+            for (int row = 0; row < 4; ++row)
+                at[row] = offsets[size_t(4 * p + row)];
+            for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i) {
+                const long long k = m_level.influences[size_t(i)];
+                const float w = m_level.weights[size_t(i)];
+                rotateMRP(x.segment<3>(6 * k), m_rest[size_t(v)] - m_nodes[size_t(k)], &D);
+                D *= w;
+                const Eigen::RowVector3f nD = n.transpose() * D;
+                for (int row = 0; row < 3; ++row) {
+                    float* out = &values[size_t(at[row])];
+                    for (int c = 0; c < 3; ++c) {
+                        out[c] = alpha * D(row, c);
+                        out[3 + c] = c == row ? alpha * w : 0.0f;
+                    }
+                    at[row] += 6;
+                }
+                float* out = &values[size_t(at[3])];
+                for (int c = 0; c < 3; ++c) {
+                    out[c] = beta * nD[c];
+                    out[3 + c] = beta * w * n[c];
+                }
+                at[3] += 6;
+            }
+        }
+    });
+
+    const long long edgeRow = 4 * pairs;
+    const float gamma = m_weights.smoothness;
+    forRange((long long)m_edges.size(), m_parallel, [&](long long begin, long long end) {
+        Eigen::Matrix3f D;
+        for (long long e = begin; e < end; ++e) {
+            const long long j = m_edges[size_t(e)].first, k = m_edges[size_t(e)].second;
+            rotateMRP(x.segment<3>(6 * j), m_nodes[size_t(k)] - m_nodes[size_t(j)], &D);
+            for (int row = 0; row < 3; ++row) {
+                float* out = &values[size_t(offsets[size_t(edgeRow + 3 * e + row)])];
+                for (int c = 0; c < 3; ++c) {
+                    out[c] = gamma * D(row, c);
+                    out[3 + c] = c == row ? gamma : 0.0f;
+                    out[6 + c] = c == row ? -gamma : 0.0f;
+                }
+            }
+        }
+    });
+
+    const long long controlRow = edgeRow + 3 * (long long)m_edges.size();
+    const float kappa = m_weights.controlPoints;
+    Eigen::Matrix3f D;
+    for (size_t c = 0; c < m_controls.size(); ++c) {
+        const ControlPoint& control = m_controls[c];
+        const std::vector<long long>& nodes = m_controlNodes[c];
+        // d point / d node, summed over the corners that node moves.
+        std::vector<Eigen::Matrix<float, 3, 6>> blocks(nodes.size(), Eigen::Matrix<float, 3, 6>::Zero());
+        for (int corner = 0; corner < 3; ++corner) {
+            const long long v = control.corners[corner];
+            for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i) {
+                const long long k = m_level.influences[size_t(i)];
+                const float w = control.weights[corner] * m_level.weights[size_t(i)];
+                rotateMRP(x.segment<3>(6 * k), m_rest[size_t(v)] - m_nodes[size_t(k)], &D);
+                const size_t slot = size_t(std::lower_bound(nodes.begin(), nodes.end(), k) - nodes.begin());
+                blocks[slot].leftCols<3>() += w * D;
+                blocks[slot].rightCols<3>() += w * Eigen::Matrix3f::Identity();
+            }
+        }
+        for (int row = 0; row < 3; ++row) {
+            float* out = &values[size_t(offsets[size_t(controlRow + 3 * (long long)c + row)])];
+            for (size_t slot = 0; slot < nodes.size(); ++slot)
+                for (int col = 0; col < 6; ++col)
+                    out[6 * slot + size_t(col)] = kappa * blocks[slot](row, col);
+        }
+    }
+    m_storage.syncColumns(m_parallel);
+}
+
+void Problem::evaluateValue(const Vector& x, float& value, WNewton::Timings*)
+{
+    computeResiduals(x, m_r);
+    value = float(0.5 * double(m_r.squaredNorm()));
+}
+
+void Problem::evaluateAll(const Vector& x, float& value, Vector& gradient, LinearSystemsSolvers::ProductHolder<float>&,
+                          WNewton::Timings*)
+{
+    computeResidualsAndJacobian(x, m_r);
+    value = float(0.5 * double(m_r.squaredNorm()));
+    m_storage.multiplyTransposed(m_r, gradient, m_parallel);
+    m_preconditioner.collect(m_storage, m_parallel);
+}
+
+void Problem::currentVertices(const Vector& x, std::vector<Vec3>& out) const
+{
+    std::vector<Eigen::Matrix3f> rotations(m_nodes.size());
+    for (size_t n = 0; n < m_nodes.size(); ++n)
+        rotations[n] = rotationFromMRP(x.segment<3>(6 * (long long)n));
+    out.resize(m_rest.size());
+    forRange((long long)m_rest.size(), m_parallel, [&](long long begin, long long end) {
+        for (long long v = begin; v < end; ++v)
+            out[size_t(v)] = deformedVertex(v, x, rotations);
+    });
+}
+
+void Problem::currentNodes(const Vector& x, std::vector<Vec3>& out) const
+{
+    out.resize(m_nodes.size());
+    for (size_t n = 0; n < m_nodes.size(); ++n)
+        out[n] = m_nodes[n] + x.segment<3>(6 * (long long)n + 3);
+}
+
+void Problem::Product::multiply(const Vector& v, Vector& y) const
+{
+    m_storage.multiply(v, m_Jv, m_parallel);
+    m_storage.multiplyTransposed(m_Jv, y, m_parallel);
+    y += float(m_damping) * v;
+}
+
+void Problem::BlockDiagonalPreconditioner::refresh(double damping)
+{
+    m_inverse.resize(m_blocks.size());
+    for (size_t i = 0; i < m_blocks.size(); ++i) {
+        JacobianSparseStorage::Block damped = m_blocks[i];
+        damped.diagonal().array() += float(damping);
+        m_inverse[i] = damped.ldlt().solve(JacobianSparseStorage::Block::Identity());
+    }
+}
+
+void Problem::BlockDiagonalPreconditioner::apply(const Vector& in, Vector& out) const
+{
+    out.resize(in.size());
+    for (size_t i = 0; i < m_inverse.size(); ++i)
+        out.segment<6>(6 * (long long)i) = m_inverse[i] * in.segment<6>(6 * (long long)i);
+}
+
+} // namespace IterativeSolverDeformer
+} // namespace EmbeddedGraphDeformer

@@ -1,0 +1,104 @@
+#pragma once
+
+#include "DeformerTypes.h"
+#include "JacobianSparseStorage.h"
+
+#include "optimisation/WNewtonProblem.h"
+
+namespace EmbeddedGraphDeformer {
+namespace IterativeSolverDeformer {
+
+/// The embedded deformation energy of one graph level, for the matrix-free
+/// Levenberg-Marquardt loop. Six unknowns per node: modified Rodrigues
+/// parameters s, then a translation t. A vertex v with influences k and
+/// weights w deforms to sum_k w_k (R_k (v - n_k) + n_k + t_k).
+///
+/// Residuals, in order: four rows per pair (point-to-point weight times
+/// v' - target, then point-to-plane weight times its dot with the target
+/// normal), three rows per directed neighbour entry (smoothness times
+/// R_j (n_k - n_j) + n_j + t_j - n_k - t_k), three rows per control point
+/// (control weight times the deformed point minus its target). F = |r|^2 / 2.
+class Problem : public WNewton::MatrixFreeProblem<float>
+{
+public:
+    using Vector = Eigen::VectorXf;
+
+    Problem(const WelkingAcceleratedVersion::EmbeddedGraphLevel& level, std::vector<Vec3> restVertices,
+            std::vector<Vec3> nodePositions, std::vector<ControlPoint> controls, const EnergyWeights& weights,
+            bool parallel);
+
+    /// Sets the pairs (source vertex, target point and normal) and with them
+    /// the Jacobian's pattern.
+    void setPairs(std::vector<long long> sources, std::vector<Vec3> targets, std::vector<Vec3> normals);
+    void setConjugateGradient(long long iterations, double tolerance);
+
+    void evaluateValue(const Vector& x, float& value, WNewton::Timings* timings) override;
+    void evaluateAll(const Vector& x, float& value, Vector& gradient,
+                     LinearSystemsSolvers::ProductHolder<float>& product, WNewton::Timings* timings) override;
+    LinearSystemsSolvers::ProductHolder<float>& product() override { return m_product; }
+    LinearSystemsSolvers::Preconditioner<float, long long>& preconditioner() override { return m_preconditioner; }
+    long long conjugateGradientIterations() const override { return m_cgIterations; }
+    double conjugateGradientTolerance() const override { return m_cgTolerance; }
+
+    /// The residual vector at x (for tests and reports).
+    void computeResiduals(const Vector& x, Vector& r);
+    /// Fills the Jacobian at x; `jacobian()` then reads it.
+    void computeResidualsAndJacobian(const Vector& x, Vector& r);
+    const JacobianSparseStorage& jacobian() const { return m_storage; }
+
+    void currentVertices(const Vector& x, std::vector<Vec3>& out) const;
+    void currentNodes(const Vector& x, std::vector<Vec3>& out) const;
+    long long variableCount() const { return 6 * (long long)m_nodes.size(); }
+
+private:
+    class Product : public LinearSystemsSolvers::ProductHolder<float>
+    {
+    public:
+        Product(const JacobianSparseStorage& storage, const bool& parallel) : m_storage(storage), m_parallel(parallel) {}
+        void multiply(const Vector& v, Vector& y) const override;
+
+    private:
+        const JacobianSparseStorage& m_storage;
+        const bool& m_parallel;
+        mutable Vector m_Jv;
+    };
+
+    class BlockDiagonalPreconditioner : public LinearSystemsSolvers::Preconditioner<float, long long>
+    {
+    public:
+        void collect(const JacobianSparseStorage& storage, bool parallel) { storage.nodeBlocks(m_blocks, parallel); }
+        void refresh(double damping) override;
+        void apply(const Vector& in, Vector& out) const override;
+
+    private:
+        std::vector<JacobianSparseStorage::Block> m_blocks;
+        std::vector<JacobianSparseStorage::Block> m_inverse;
+    };
+
+    Vec3 deformedVertex(long long v, const Vector& x, const std::vector<Eigen::Matrix3f>& rotations) const;
+    void updateRotations(const Vector& x);
+
+    const WelkingAcceleratedVersion::EmbeddedGraphLevel& m_level;
+    std::vector<Vec3> m_rest;
+    std::vector<Vec3> m_nodes;
+    std::vector<ControlPoint> m_controls;
+    EnergyWeights m_weights;
+    bool m_parallel;
+    std::vector<long long> m_sources;
+    std::vector<Vec3> m_targets;
+    std::vector<Vec3> m_normals;
+    /// Directed neighbour entries (j, k) in row order.
+    std::vector<std::pair<long long, long long>> m_edges;
+    /// Per control point, the nodes that move it (unique).
+    std::vector<std::vector<long long>> m_controlNodes;
+    std::vector<Eigen::Matrix3f> m_rotations;
+    JacobianSparseStorage m_storage;
+    Vector m_r;
+    Product m_product;
+    BlockDiagonalPreconditioner m_preconditioner;
+    long long m_cgIterations = 30;
+    double m_cgTolerance = 0.0005;
+};
+
+} // namespace IterativeSolverDeformer
+} // namespace EmbeddedGraphDeformer

@@ -1,0 +1,113 @@
+#include "JacobianSparseStorage.h"
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
+namespace EmbeddedGraphDeformer {
+namespace IterativeSolverDeformer {
+
+namespace {
+
+template <typename Body> void forRange(long long count, bool parallel, Body body)
+{
+    if (!parallel) {
+        body(0LL, count);
+        return;
+    }
+    tbb::parallel_for(tbb::blocked_range<long long>(0, count, 256),
+                      [&](const tbb::blocked_range<long long>& r) { body(r.begin(), r.end()); });
+}
+
+} // namespace
+
+void JacobianSparseStorage::setPattern(std::vector<long long> rowOffsets, std::vector<long long> columns,
+                                       long long columnCount)
+{
+    m_rowOffsets = std::move(rowOffsets);
+    m_columns = std::move(columns);
+    m_columnCount = columnCount;
+    m_values.assign(m_columns.size(), 0.0f);
+
+    // Rows are visited in order, so each column lists its rows ascending.
+    m_columnOffsets.assign(size_t(columnCount) + 1, 0);
+    for (long long c : m_columns)
+        ++m_columnOffsets[size_t(c) + 1];
+    for (long long c = 0; c < columnCount; ++c)
+        m_columnOffsets[size_t(c) + 1] += m_columnOffsets[size_t(c)];
+    std::vector<long long> fill(m_columnOffsets.begin(), m_columnOffsets.end() - 1);
+    m_columnRows.resize(m_columns.size());
+    m_rowToColumn.resize(m_columns.size());
+    for (long long row = 0; row < rows(); ++row)
+        for (long long e = m_rowOffsets[size_t(row)]; e < m_rowOffsets[size_t(row) + 1]; ++e) {
+            const long long at = fill[size_t(m_columns[size_t(e)])]++;
+            m_columnRows[size_t(at)] = row;
+            m_rowToColumn[size_t(e)] = at;
+        }
+    m_columnValues.assign(m_columns.size(), 0.0f);
+}
+
+void JacobianSparseStorage::syncColumns(bool parallel)
+{
+    forRange((long long)m_values.size(), parallel, [&](long long begin, long long end) {
+        for (long long e = begin; e < end; ++e)
+            m_columnValues[size_t(m_rowToColumn[size_t(e)])] = m_values[size_t(e)];
+    });
+}
+
+void JacobianSparseStorage::multiply(const Vector& v, Vector& out, bool parallel) const
+{
+    out.resize(rows());
+    forRange(rows(), parallel, [&](long long begin, long long end) {
+        for (long long row = begin; row < end; ++row) {
+            float sum = 0.0f;
+            for (long long e = m_rowOffsets[size_t(row)]; e < m_rowOffsets[size_t(row) + 1]; ++e)
+                sum += m_values[size_t(e)] * v[m_columns[size_t(e)]];
+            out[row] = sum;
+        }
+    });
+}
+
+void JacobianSparseStorage::multiplyTransposed(const Vector& u, Vector& out, bool parallel) const
+{
+    out.resize(m_columnCount);
+    forRange(m_columnCount, parallel, [&](long long begin, long long end) {
+        for (long long c = begin; c < end; ++c) {
+            float sum = 0.0f;
+            for (long long e = m_columnOffsets[size_t(c)]; e < m_columnOffsets[size_t(c) + 1]; ++e)
+                sum += m_columnValues[size_t(e)] * u[m_columnRows[size_t(e)]];
+            out[c] = sum;
+        }
+    });
+}
+
+void JacobianSparseStorage::nodeBlocks(std::vector<Block>& blocks, bool parallel) const
+{
+    const long long nodes = m_columnCount / 6;
+    blocks.resize(size_t(nodes));
+    forRange(nodes, parallel, [&](long long begin, long long end) {
+        for (long long n = begin; n < end; ++n) {
+            Block& block = blocks[size_t(n)];
+            block.setZero();
+            for (int i = 0; i < 6; ++i)
+                for (int j = i; j < 6; ++j) {
+                    // Both columns list their rows ascending: merge them.
+                    long long a = m_columnOffsets[size_t(6 * n + i)], aEnd = m_columnOffsets[size_t(6 * n + i + 1)];
+                    long long b = m_columnOffsets[size_t(6 * n + j)], bEnd = m_columnOffsets[size_t(6 * n + j + 1)];
+                    float sum = 0.0f;
+                    while (a < aEnd && b < bEnd) {
+                        const long long ra = m_columnRows[size_t(a)], rb = m_columnRows[size_t(b)];
+                        if (ra == rb)
+                            sum += m_columnValues[size_t(a++)] * m_columnValues[size_t(b++)];
+                        else if (ra < rb)
+                            ++a;
+                        else
+                            ++b;
+                    }
+                    block(i, j) = block(j, i) = sum;
+                }
+        }
+    });
+}
+
+} // namespace IterativeSolverDeformer
+} // namespace EmbeddedGraphDeformer

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <Eigen/Core>
+
+#include <vector>
+
+namespace EmbeddedGraphDeformer {
+namespace IterativeSolverDeformer {
+
+/// The deformer's Jacobian in a row form, filled in place, and a column
+/// form mirrored through a precomputed index map; the pattern is set once
+/// per set of pairs. Products J v and J^T u and the node blocks of J^T J run
+/// over disjoint output ranges, so they need no atomics.
+class JacobianSparseStorage
+{
+public:
+    using Vector = Eigen::VectorXf;
+    using Block = Eigen::Matrix<float, 6, 6>;
+
+    /// Rows given by their column lists (each ascending or not, unique).
+    void setPattern(std::vector<long long> rowOffsets, std::vector<long long> columns, long long columnCount);
+
+    long long rows() const { return (long long)m_rowOffsets.size() - 1; }
+    long long columns() const { return m_columnCount; }
+    const std::vector<long long>& rowOffsets() const { return m_rowOffsets; }
+    const std::vector<long long>& rowColumns() const { return m_columns; }
+    /// Row-form values, to be filled in pattern order.
+    std::vector<float>& values() { return m_values; }
+
+    /// Copies the row-form values into the column form.
+    void syncColumns(bool parallel);
+    void multiply(const Vector& v, Vector& out, bool parallel) const;
+    void multiplyTransposed(const Vector& u, Vector& out, bool parallel) const;
+    /// The 6x6 diagonal blocks of J^T J, one per node.
+    void nodeBlocks(std::vector<Block>& blocks, bool parallel) const;
+
+private:
+    std::vector<long long> m_rowOffsets{0};
+    std::vector<long long> m_columns;
+    std::vector<float> m_values;
+    long long m_columnCount = 0;
+    std::vector<long long> m_columnOffsets;
+    std::vector<long long> m_columnRows;
+    std::vector<long long> m_rowToColumn; ///< position in the column form of each row-form entry
+    std::vector<float> m_columnValues;
+};
+
+} // namespace IterativeSolverDeformer
+} // namespace EmbeddedGraphDeformer

@@ -1,0 +1,194 @@
+#include "fitting/accelerated/Deformer.h"
+#include "fitting/accelerated/EmbeddedGraphSampler.h"
+#include "fitting/accelerated/IterativeSolverProblem.h"
+
+#include <Eigen/Geometry>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+using namespace EmbeddedGraphDeformer;
+using WelkingAcceleratedVersion::EmbeddedGraphLevel;
+
+namespace {
+
+struct Patch
+{
+    std::vector<Vec3> vertices;
+    std::vector<long long> triangles;
+    EmbeddedGraphLevel level;
+    std::vector<Vec3> nodes;
+};
+
+/// A wavy 8 x 8 grid with one graph level of radius 2.5.
+Patch patch()
+{
+    Patch p;
+    const int n = 8;
+    for (int y = 0; y < n; ++y)
+        for (int x = 0; x < n; ++x)
+            p.vertices.emplace_back(float(x), float(y), 0.4f * std::sin(0.9f * float(x)) * std::cos(0.5f * float(y)));
+    for (int y = 0; y + 1 < n; ++y)
+        for (int x = 0; x + 1 < n; ++x) {
+            const long long a = y * n + x;
+            p.triangles.insert(p.triangles.end(), {a, a + 1, a + n + 1, a, a + n + 1, a + n});
+        }
+    WelkingAcceleratedVersion::GraphSamplingParameters parameters;
+    parameters.levels = 1;
+    parameters.samplingFinal = 2.5f;
+    parameters.samplingInitial = 5.0f;
+    parameters.normalizeRadius = false;
+    parameters.nodesPerVertex = 4;
+    p.level = WelkingAcceleratedVersion::buildEmbeddedGraph(parameters, p.vertices, p.triangles)[0];
+    for (long long node : p.level.nodes)
+        p.nodes.push_back(p.vertices[size_t(node)]);
+    return p;
+}
+
+std::vector<std::vector<std::pair<long long, float>>> nodeVertices(const EmbeddedGraphLevel& level)
+{
+    std::vector<std::vector<std::pair<long long, float>>> lists(level.nodes.size());
+    for (size_t v = 0; v + 1 < level.influenceOffsets.size(); ++v)
+        for (long long i = level.influenceOffsets[v]; i < level.influenceOffsets[v + 1]; ++i)
+            lists[size_t(level.influences[size_t(i)])].emplace_back((long long)v, level.weights[size_t(i)]);
+    return lists;
+}
+
+} // namespace
+
+TEST(ModifiedRodrigues, RotationAndItsDerivative)
+{
+    std::mt19937 random(3);
+    std::uniform_real_distribution<float> u(-0.6f, 0.6f);
+    for (int trial = 0; trial < 20; ++trial) {
+        const Vec3 s(u(random), u(random), u(random)), a(u(random) * 3, u(random) * 3, u(random) * 3);
+        const Eigen::Matrix3f R = rotationFromMRP(s);
+        EXPECT_LT((R.transpose() * R - Eigen::Matrix3f::Identity()).norm(), 1e-5f);
+        EXPECT_NEAR(R.determinant(), 1.0f, 1e-5f);
+        // s = axis * tan(angle / 4).
+        const float angle = 4.0f * std::atan(s.norm());
+        EXPECT_LT((R - Eigen::AngleAxisf(angle, s.normalized()).toRotationMatrix()).norm(), 1e-5f);
+        Eigen::Matrix3f D;
+        EXPECT_LT((rotateMRP(s, a, &D) - R * a).norm(), 1e-5f);
+        const double h = 1e-3;
+        for (int c = 0; c < 3; ++c) {
+            Eigen::Vector3d plus = s.cast<double>(), minus = s.cast<double>();
+            plus[c] += h;
+            minus[c] -= h;
+            const Eigen::Vector3d numeric = (rotationFromMRP(plus.cast<float>()).cast<double>() * a.cast<double>() -
+                                             rotationFromMRP(minus.cast<float>()).cast<double>() * a.cast<double>()) /
+                                            (2 * h);
+            EXPECT_LT((numeric - D.col(c).cast<double>()).norm(), 2e-3 * (1 + numeric.norm())) << "column " << c;
+        }
+    }
+}
+
+TEST(IterativeDeformer, JacobianMatchesFiniteDifferences)
+{
+    const Patch p = patch();
+    ControlPoint control;
+    control.corners[0] = 9;
+    control.corners[1] = 10;
+    control.corners[2] = 18;
+    control.weights[0] = 0.2f;
+    control.weights[1] = 0.5f;
+    control.weights[2] = 0.3f;
+    control.target = Vec3(2, 1.5f, 1);
+    EnergyWeights weights;
+    weights.smoothness = 0.7f;
+    IterativeSolverDeformer::Problem problem(p.level, p.vertices, p.nodes, {control}, weights, true);
+    problem.setPairs({3, 20, 41, 63}, {Vec3(3, 0, 1), Vec3(4, 2.5f, -1), Vec3(1, 5, 0.5f), Vec3(7.5f, 7, 0)},
+                     {Vec3(0, 0, 1), Vec3(0, 0.6f, 0.8f), Vec3(1, 0, 0), Vec3(0, 1, 0)});
+    std::mt19937 random(5);
+    std::uniform_real_distribution<float> u(-0.3f, 0.3f);
+    Eigen::VectorXf x(problem.variableCount());
+    for (Eigen::Index i = 0; i < x.size(); ++i)
+        x[i] = u(random);
+
+    Eigen::VectorXf r;
+    problem.computeResidualsAndJacobian(x, r);
+    const auto& J = problem.jacobian();
+    ASSERT_EQ(J.rows(), r.size());
+    Eigen::MatrixXd dense = Eigen::MatrixXd::Zero(J.rows(), J.columns());
+    for (long long row = 0; row < J.rows(); ++row)
+        for (long long e = J.rowOffsets()[size_t(row)]; e < J.rowOffsets()[size_t(row) + 1]; ++e)
+            dense(row, J.rowColumns()[size_t(e)]) += double(const_cast<IterativeSolverDeformer::JacobianSparseStorage&>(J).values()[size_t(e)]);
+
+    const float h = 1e-2f;
+    for (Eigen::Index c = 0; c < x.size(); ++c) {
+        Eigen::VectorXf plus = x, minus = x, rPlus, rMinus;
+        plus[c] += h;
+        minus[c] -= h;
+        problem.computeResiduals(plus, rPlus);
+        problem.computeResiduals(minus, rMinus);
+        const Eigen::VectorXd numeric = (rPlus - rMinus).cast<double>() / (2.0 * double(h));
+        ASSERT_LT((numeric - dense.col(c)).cwiseAbs().maxCoeff(), 5e-3 * (1 + numeric.cwiseAbs().maxCoeff()))
+            << "column " << c;
+    }
+
+    // The products agree with the dense matrix.
+    Eigen::VectorXf v = Eigen::VectorXf::Random(x.size()), y;
+    problem.product().setDamping(0.5);
+    problem.product().multiply(v, y);
+    const Eigen::VectorXd expected = dense.transpose() * (dense * v.cast<double>()) + 0.5 * v.cast<double>();
+    EXPECT_LT((expected - y.cast<double>()).norm(), 1e-3 * expected.norm());
+}
+
+TEST(IterativeDeformer, IdentityStaysIdentityWithoutPairsOrControls)
+{
+    const Patch p = patch();
+    IterativeSolverDeformer::Deformer deformer;
+    deformer.setProblem(p.level, p.vertices, p.nodes, {}, EnergyWeights(), true);
+    Eigen::VectorXf state = Eigen::VectorXf::Zero(6 * (long long)p.nodes.size());
+    std::vector<Vec3> vertices, nodes;
+    deformer.solve({}, {}, {}, vertices, nodes, state, SolveBudget());
+    EXPECT_EQ(state.cwiseAbs().maxCoeff(), 0.0f);
+    ASSERT_EQ(vertices.size(), p.vertices.size());
+    for (size_t v = 0; v < vertices.size(); ++v)
+        ASSERT_LT((vertices[v] - p.vertices[v]).norm(), 1e-5f);
+}
+
+TEST(IterativeDeformer, InitialisationCarriesARigidMotion)
+{
+    const Patch p = patch();
+    IterativeSolverDeformer::Deformer deformer;
+    deformer.setProblem(p.level, p.vertices, p.nodes, {}, EnergyWeights(), false);
+    Eigen::VectorXf state;
+    deformer.initializeVariables(p.vertices, p.vertices, nodeVertices(p.level), p.nodes, state);
+    EXPECT_EQ(state.cwiseAbs().maxCoeff(), 0.0f);
+
+    const Eigen::Matrix3f turn = Eigen::AngleAxisf(0.4f, Vec3(0.2f, 1, 0.3f).normalized()).toRotationMatrix();
+    std::vector<Vec3> moved;
+    for (const Vec3& v : p.vertices)
+        moved.push_back(turn * v + Vec3(1, -2, 0.5f));
+    deformer.initializeVariables(p.vertices, moved, nodeVertices(p.level), p.nodes, state);
+    std::vector<Vec3> deformed;
+    deformer.problem()->currentVertices(state, deformed);
+    for (size_t v = 0; v < moved.size(); ++v)
+        ASSERT_LT((deformed[v] - moved[v]).norm(), 1e-3f) << v;
+}
+
+TEST(IterativeDeformer, PairsPullTheSurfaceToTheirTargets)
+{
+    const Patch p = patch();
+    IterativeSolverDeformer::Deformer deformer;
+    EnergyWeights weights;
+    weights.smoothness = 0.1f;
+    deformer.setProblem(p.level, p.vertices, p.nodes, {}, weights, true);
+    // Every vertex matched to itself lifted by 0.5 along z.
+    std::vector<long long> sources;
+    std::vector<Vec3> targets, normals;
+    for (size_t v = 0; v < p.vertices.size(); ++v) {
+        sources.push_back((long long)v);
+        targets.push_back(p.vertices[v] + Vec3(0, 0, 0.5f));
+        normals.emplace_back(0, 0, 1);
+    }
+    Eigen::VectorXf state = Eigen::VectorXf::Zero(6 * (long long)p.nodes.size());
+    std::vector<Vec3> vertices, nodes;
+    SolveBudget budget;
+    budget.stepTolerance = 1e-6;
+    deformer.solve(sources, targets, normals, vertices, nodes, state, budget);
+    for (size_t v = 0; v < vertices.size(); ++v)
+        ASSERT_LT((vertices[v] - targets[v]).norm(), 0.02f) << v;
+}
