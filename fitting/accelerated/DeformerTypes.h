@@ -3,6 +3,7 @@
 #include "EmbeddedGraphLevel.h"
 
 #include <Eigen/Core>
+#include <Eigen/Geometry>
 
 #include <vector>
 

@@ -1,0 +1,94 @@
+#pragma once
+
+#include "AcceleratedParameters.h"
+#include "DeformerTypes.h"
+#include "EmbeddedGraphLevel.h"
+#include "WelkingCallback.h"
+
+#include "geometry/WPointOnTriangle.h"
+#include "search/KDTreeAcceleratedVersion.h"
+
+#include <QMatrix4x4>
+#include <QObject>
+
+#include <memory>
+
+namespace EmbeddedGraphDeformer::Abstract {
+class Deformer;
+}
+
+namespace WelkingAcceleratedVersion {
+
+/// The coarse-to-fine non-rigid fit of a basemesh onto a target: per graph
+/// level, rigid initialisation of the nodes, then rounds of closest-vertex
+/// matching (normals must agree) and deformer solves. Both models are
+/// scaled so that the basemesh's largest extent is `normalisedSize`;
+/// results come back in the basemesh's own units. Runs on any thread; the
+/// GUI moves it to a QThread, the command line calls `run` directly.
+class WelkingWorker : public QObject
+{
+    Q_OBJECT
+public:
+    /// Triangles hold three vertex indices each; `excluded` holds one byte
+    /// per source vertex, non-zero to leave the vertex out of matching.
+    WelkingWorker(const QVector<QVector3D>& sourceVertices, const QVector<int>& sourceTriangles,
+                  const QMatrix4x4& sourceTransform, const QVector<QVector3D>& targetVertices,
+                  const QVector<QVector3D>& targetNormals, const QMatrix4x4& targetTransform,
+                  const QVector<int>& targetTriangles, const QVector<Welk::WPointOnTriangle>& sourcePoints,
+                  const QVector<Welk::WPointOnTriangle>& targetPoints, const QVector<quint8>& excluded,
+                  std::vector<EmbeddedGraphLevel> levels, const AcceleratedParameters& parameters,
+                  float normalisedSize, Welk::ProgressInterface* progress, QObject* parent = nullptr);
+    ~WelkingWorker() override;
+
+    WelkingCallback& callback() { return m_callback; }
+    /// Source vertex -> target vertex pairs of the current shape, after the
+    /// normals test; exposed for tests and reports.
+    void findPairs(std::vector<long long>& sources, std::vector<EmbeddedGraphDeformer::Vec3>& targets,
+                   std::vector<EmbeddedGraphDeformer::Vec3>& normals) const;
+
+public slots:
+    /// Runs the fit with the subclass's deformer.
+    virtual void start() = 0;
+    void run(EmbeddedGraphDeformer::Abstract::Deformer* deformer);
+    /// Asks the run to stop at the next level or iteration boundary; safe
+    /// from any thread.
+    void terminate();
+    void onUpdate(QVector<QVector3D> vertices, QVector<QVector3D> nodes);
+
+signals:
+    void finished(QVector<QVector3D> verticesWelked);
+    void updated(QVector<QVector3D> vertices, QVector<QVector3D> nodes);
+    void interruptionRequested();
+
+protected:
+    using Vec3 = EmbeddedGraphDeformer::Vec3;
+
+    std::vector<EmbeddedGraphLevel> m_levels;
+    AcceleratedParameters m_parameters;
+    std::vector<std::vector<Vec3>> m_levelNodes;
+    std::vector<char> m_excluded;
+    std::vector<EmbeddedGraphDeformer::ControlPoint> m_controls;
+    QMatrix4x4 m_normalisation;
+    QMatrix4x4 m_normalisationInverse;
+    QMatrix4x4 m_targetNormalisation;
+    std::vector<Vec3> m_source;
+    std::vector<long long> m_sourceTriangles;
+    std::vector<Vec3> m_target;
+    std::vector<Vec3> m_targetNormals;
+    std::vector<Vec3> m_current;
+    std::unique_ptr<KDTreeAcceleratedVersion::Node<float, long long>> m_tree;
+    WelkingCallback m_callback;
+};
+
+/// The "FastWelking" fit: the worker with the iterative deformer.
+class FastWelkingWorker : public WelkingWorker
+{
+    Q_OBJECT
+public:
+    using WelkingWorker::WelkingWorker;
+
+public slots:
+    void start() override;
+};
+
+} // namespace WelkingAcceleratedVersion

@@ -1,0 +1,133 @@
+#include "support/MeshFactory.h"
+
+#include "fitting/accelerated/EmbeddedGraphSampler.h"
+#include "fitting/accelerated/WelkingWorker.h"
+
+#include "geometry/GeomStackTriangulated.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using namespace WelkingAcceleratedVersion;
+
+namespace {
+
+/// The surface z = bump(x, y) over [0, 10]^2 sampled as an n x n grid.
+float bump(float x, float y)
+{
+    return 1.2f * std::sin(0.35f * x) * std::cos(0.25f * y);
+}
+
+GeometryStack2::GeomStackTriangulated grid(int n, bool deformed)
+{
+    QVector<QVector3D> vertices;
+    QVector<QVector<int>> quads;
+    for (int j = 0; j < n; ++j)
+        for (int i = 0; i < n; ++i) {
+            const float x = 10.0f * float(i) / float(n - 1), y = 10.0f * float(j) / float(n - 1);
+            vertices.append(QVector3D(x, y, deformed ? bump(x, y) : 0.0f));
+        }
+    for (int j = 0; j + 1 < n; ++j)
+        for (int i = 0; i + 1 < n; ++i) {
+            const int a = j * n + i;
+            quads.append({a, a + 1, a + n + 1, a + n});
+        }
+    return GeometryStack2::GeomStackTriangulated(TestSupport::polygonSoup(vertices, quads));
+}
+
+struct Fit
+{
+    GeometryStack2::GeomStackTriangulated source = grid(14, false);
+    GeometryStack2::GeomStackTriangulated target = grid(60, true);
+
+    std::unique_ptr<FastWelkingWorker> worker(AcceleratedParameters parameters = AcceleratedParameters(),
+                                              const QVector<quint8>& excluded = {}) const
+    {
+        std::vector<Vertex> vertices;
+        for (const QVector3D& v : source.vertices())
+            vertices.emplace_back(v.x(), v.y(), v.z());
+        const std::vector<long long> triangles(source.triangleVertexIndices().begin(),
+                                               source.triangleVertexIndices().end());
+        GraphSamplingParameters sampling;
+        sampling.levels = parameters.subdivisions;
+        sampling.samplingFinal = 8.0f;
+        sampling.samplingInitial = 40.0f;
+        auto levels = buildEmbeddedGraph(sampling, vertices, triangles);
+        return std::make_unique<FastWelkingWorker>(source.vertices(), source.triangleVertexIndices(), QMatrix4x4(),
+                                                   target.vertices(), target.normals(), QMatrix4x4(),
+                                                   target.triangleVertexIndices(), QVector<Welk::WPointOnTriangle>(),
+                                                   QVector<Welk::WPointOnTriangle>(), excluded, std::move(levels),
+                                                   parameters, 100.0f, nullptr);
+    }
+};
+
+} // namespace
+
+TEST(WelkingWorker, RecoversASmoothDeformation)
+{
+    const Fit fit;
+    auto worker = fit.worker();
+    QVector<QVector3D> result;
+    int updates = 0;
+    QObject::connect(worker.get(), &WelkingWorker::updated, [&](QVector<QVector3D> v, QVector<QVector3D>) {
+        ++updates;
+        EXPECT_EQ(v.size(), fit.source.vertexCount());
+    });
+    QObject::connect(worker.get(), &WelkingWorker::finished, [&](QVector<QVector3D> v) { result = v; });
+    worker->start();
+    ASSERT_EQ(result.size(), fit.source.vertexCount());
+    EXPECT_EQ(updates, 3 * 7);
+    double before = 0, after = 0;
+    int inner = 0;
+    for (int i = 0; i < result.size(); ++i) {
+        const QVector3D& rest = fit.source.vertices()[i];
+        // Away from the open border, where closest points pull inwards.
+        if (rest.x() < 1.5f || rest.x() > 8.5f || rest.y() < 1.5f || rest.y() > 8.5f)
+            continue;
+        ++inner;
+        before += std::fabs(double(bump(rest.x(), rest.y())));
+        after += std::fabs(double(result[i].z() - bump(result[i].x(), result[i].y())));
+    }
+    ASSERT_GT(inner, 50);
+    EXPECT_LT(after / inner, 0.03);
+    EXPECT_LT(after, 0.05 * before);
+}
+
+TEST(WelkingWorker, InterruptionStillDeliversTheShapeReached)
+{
+    const Fit fit;
+    auto worker = fit.worker();
+    QVector<QVector3D> result, firstShape;
+    int updates = 0;
+    QObject::connect(worker.get(), &WelkingWorker::updated, [&](QVector<QVector3D> v, QVector<QVector3D>) {
+        ++updates;
+        firstShape = v;
+        worker->terminate();
+    });
+    QObject::connect(worker.get(), &WelkingWorker::finished, [&](QVector<QVector3D> v) { result = v; });
+    worker->start();
+    EXPECT_EQ(updates, 1);
+    ASSERT_EQ(result.size(), fit.source.vertexCount());
+    // The shape of the one finished solve, in the basemesh's own units.
+    EXPECT_EQ(result, firstShape);
+    EXPECT_NE(result, fit.source.vertices());
+}
+
+TEST(WelkingWorker, ExcludedVerticesAreNeverMatched)
+{
+    const Fit fit;
+    QVector<quint8> excluded(fit.source.vertexCount(), 0);
+    for (int i = 0; i < excluded.size(); i += 2)
+        excluded[i] = 1;
+    auto worker = fit.worker(AcceleratedParameters(), excluded);
+    std::vector<long long> sources;
+    std::vector<EmbeddedGraphDeformer::Vec3> targets, normals;
+    worker->findPairs(sources, targets, normals);
+    ASSERT_FALSE(sources.empty());
+    for (long long s : sources)
+        ASSERT_EQ(s % 2, 1);
+    QVector<quint8> all(fit.source.vertexCount(), 1);
+    fit.worker(AcceleratedParameters(), all)->findPairs(sources, targets, normals);
+    EXPECT_TRUE(sources.empty());
+}
