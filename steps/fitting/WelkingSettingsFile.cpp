@@ -1,0 +1,97 @@
+#include "WelkingSettingsFile.h"
+
+#include <QFileInfo>
+#include <QSettings>
+
+#include <algorithm>
+
+namespace WelkPlugin {
+namespace WelkingSettingsFile {
+
+namespace {
+
+const QString Group = QStringLiteral("welkingSettings");
+
+template <typename T> T readKey(QSettings& s, const char* key, T fallback, T lo, T hi)
+{
+    const QVariant value = s.value(QLatin1String(key));
+    if (!value.isValid())
+        return fallback;
+    bool ok = false;
+    const double number = value.toDouble(&ok);
+    if (!ok)
+        return fallback;
+    return std::clamp(T(number), lo, hi);
+}
+
+} // namespace
+
+bool load(const QString& path, WelkingSettings& settings, QString& error)
+{
+    if (!QFileInfo(path).isReadable()) {
+        error = QStringLiteral("Cannot read settings file %1").arg(path);
+        return false;
+    }
+    QSettings s(path, QSettings::IniFormat);
+    if (s.status() != QSettings::NoError) {
+        error = QStringLiteral("Cannot read settings file %1").arg(path);
+        return false;
+    }
+    const WelkingSettings defaults;
+    auto& a = settings.accelerated;
+    auto& g = settings.sampling;
+    const auto& da = defaults.accelerated;
+    const auto& dg = defaults.sampling;
+    s.beginGroup(Group);
+    a.subdivisions = readKey(s, "Subdivisions", da.subdivisions, 1, 10);
+    a.icpIterations = readKey(s, "ICP_iterations", da.icpIterations, 1, 100);
+    a.optimizationIterations = readKey(s, "Optimization_iterations", da.optimizationIterations, 1, 100);
+    g.samplingInitial = readKey(s, "Sampling_initial", dg.samplingInitial, 0.00001f, 100.0f);
+    g.samplingFinal = readKey(s, "Sampling_final", dg.samplingFinal, 0.00001f, 100.0f);
+    g.normalizeRadius = s.value(QStringLiteral("Normalize_sampling_radius"), dg.normalizeRadius).toBool();
+    a.smoothnessInitial = readKey(s, "Smoothness_initial", da.smoothnessInitial, 0.00001f, 100.0f);
+    a.smoothnessFinal = readKey(s, "Smoothness_final", da.smoothnessFinal, 0.00001f, 100.0f);
+    a.controlPointsWeightInitial = readKey(s, "Control_points_weight_initial", da.controlPointsWeightInitial, 0.0f, 100.0f);
+    a.controlPointsWeightFinal = readKey(s, "Control_points_weight_final", da.controlPointsWeightFinal, 0.0f, 100.0f);
+    a.maxOptimizationIterations = readKey(s, "Max_optimization_iterations", da.maxOptimizationIterations, 1, 1000);
+    a.normalsThreshold = readKey(s, "Normals_threshold", da.normalsThreshold, 0.0f, 1.0f);
+    a.dpInitial = readKey(s, "Dp_initial", da.dpInitial, 0.00001f, 1.0f);
+    a.dpFinal = readKey(s, "Dp_final", da.dpFinal, 0.00001f, 1.0f);
+    settings.rigidity = readKey(s, "Rigity", defaults.rigidity, 0.0f, 10.0f);
+    s.endGroup();
+    g.levels = a.subdivisions;
+    return true;
+}
+
+bool save(const QString& path, const WelkingSettings& settings, QString& error)
+{
+    QSettings s(path, QSettings::IniFormat);
+    const auto& a = settings.accelerated;
+    const auto& g = settings.sampling;
+    s.beginGroup(Group);
+    s.setValue(QStringLiteral("Subdivisions"), a.subdivisions);
+    s.setValue(QStringLiteral("ICP_iterations"), a.icpIterations);
+    s.setValue(QStringLiteral("Optimization_iterations"), a.optimizationIterations);
+    s.setValue(QStringLiteral("Sampling_initial"), g.samplingInitial);
+    s.setValue(QStringLiteral("Sampling_final"), g.samplingFinal);
+    s.setValue(QStringLiteral("Normalize_sampling_radius"), g.normalizeRadius);
+    s.setValue(QStringLiteral("Smoothness_initial"), a.smoothnessInitial);
+    s.setValue(QStringLiteral("Smoothness_final"), a.smoothnessFinal);
+    s.setValue(QStringLiteral("Control_points_weight_initial"), a.controlPointsWeightInitial);
+    s.setValue(QStringLiteral("Control_points_weight_final"), a.controlPointsWeightFinal);
+    s.setValue(QStringLiteral("Max_optimization_iterations"), a.maxOptimizationIterations);
+    s.setValue(QStringLiteral("Normals_threshold"), a.normalsThreshold);
+    s.setValue(QStringLiteral("Dp_initial"), a.dpInitial);
+    s.setValue(QStringLiteral("Dp_final"), a.dpFinal);
+    s.setValue(QStringLiteral("Rigity"), settings.rigidity);
+    s.endGroup();
+    s.sync();
+    if (s.status() != QSettings::NoError) {
+        error = QStringLiteral("Cannot write settings file %1").arg(path);
+        return false;
+    }
+    return true;
+}
+
+} // namespace WelkingSettingsFile
+} // namespace WelkPlugin

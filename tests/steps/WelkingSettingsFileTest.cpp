@@ -1,0 +1,71 @@
+#include "support/TestFiles.h"
+
+#include "steps/fitting/WelkingSettingsFile.h"
+
+#include <gtest/gtest.h>
+
+#include <QTemporaryDir>
+
+using namespace WelkPlugin;
+
+TEST(WelkingSettingsFile, RoundTripKeepsEveryKey)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("fit.ini"));
+    WelkingSettings written;
+    written.accelerated.subdivisions = 5;
+    written.accelerated.icpIterations = 9;
+    written.accelerated.optimizationIterations = 33;
+    written.accelerated.smoothnessInitial = 2.5f;
+    written.accelerated.smoothnessFinal = 0.01f;
+    written.accelerated.controlPointsWeightInitial = 4;
+    written.accelerated.controlPointsWeightFinal = 1;
+    written.accelerated.maxOptimizationIterations = 250;
+    written.accelerated.normalsThreshold = 0.4f;
+    written.accelerated.dpInitial = 0.02f;
+    written.accelerated.dpFinal = 0.001f;
+    written.sampling.samplingInitial = 12;
+    written.sampling.samplingFinal = 0.5f;
+    written.sampling.normalizeRadius = false;
+    written.rigidity = 3;
+    QString error;
+    ASSERT_TRUE(WelkingSettingsFile::save(path, written, error)) << error.toStdString();
+    EXPECT_TRUE(TestSupport::readFile(path).contains("[welkingSettings]"));
+    EXPECT_TRUE(TestSupport::readFile(path).contains("Rigity="));
+
+    WelkingSettings read;
+    ASSERT_TRUE(WelkingSettingsFile::load(path, read, error));
+    EXPECT_EQ(read.accelerated.subdivisions, 5);
+    EXPECT_EQ(read.sampling.levels, 5);
+    EXPECT_EQ(read.accelerated.icpIterations, 9);
+    EXPECT_EQ(read.accelerated.maxOptimizationIterations, 250);
+    EXPECT_FLOAT_EQ(read.accelerated.smoothnessInitial, 2.5f);
+    EXPECT_FLOAT_EQ(read.accelerated.dpFinal, 0.001f);
+    EXPECT_FLOAT_EQ(read.sampling.samplingFinal, 0.5f);
+    EXPECT_FALSE(read.sampling.normalizeRadius);
+    EXPECT_FLOAT_EQ(read.rigidity, 3.0f);
+    // Keys without a setting keep their values.
+    EXPECT_FLOAT_EQ(read.accelerated.pointToPointWeight, 0.1f);
+}
+
+TEST(WelkingSettingsFile, MissingKeysTakeTheDefaultsAndRangesHold)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("partial.ini"));
+    TestSupport::writeFile(path, "[welkingSettings]\nICP_iterations=3\nSubdivisions=40\nNormals_threshold=-2\n");
+    WelkingSettings read;
+    read.accelerated.smoothnessFinal = 99;
+    QString error;
+    ASSERT_TRUE(WelkingSettingsFile::load(path, read, error));
+    EXPECT_EQ(read.accelerated.icpIterations, 3);
+    EXPECT_EQ(read.accelerated.subdivisions, 10);
+    EXPECT_FLOAT_EQ(read.accelerated.normalsThreshold, 0.0f);
+    EXPECT_FLOAT_EQ(read.accelerated.smoothnessFinal, 0.05f);
+    EXPECT_FLOAT_EQ(read.sampling.samplingInitial, 10.0f);
+    EXPECT_TRUE(read.sampling.normalizeRadius);
+
+    TestSupport::writeFile(path, "[other]\nICP_iterations=3\n");
+    ASSERT_TRUE(WelkingSettingsFile::load(path, read, error));
+    EXPECT_EQ(read.accelerated.icpIterations, 7);
+    EXPECT_FALSE(WelkingSettingsFile::load(dir.filePath(QStringLiteral("none.ini")), read, error));
+}
