@@ -30,6 +30,7 @@ public:
     void clear();
 
     int count() const { return m_count; }
+    int capacity() const { return int(m_positions.size()); }
     bool isEmpty() const { return m_count == 0; }
     double maxKey() const { return m_entries[0].key; }
     const Entry& root() const { return m_entries[0]; }

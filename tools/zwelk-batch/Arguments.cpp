@@ -6,7 +6,8 @@ Arguments::Arguments(const QStringList& words, const QSet<QString>& valueOptions
 {
     for (int i = 0; i < words.size(); ++i) {
         const QString& word = words[i];
-        if (!word.startsWith(QLatin1String("--")) || word == QLatin1String("--")) {
+        const bool known = flags.contains(word) || valueOptions.contains(word);
+        if (!known && (!word.startsWith(QLatin1String("--")) || word == QLatin1String("--"))) {
             m_positional.append(word);
             continue;
         }

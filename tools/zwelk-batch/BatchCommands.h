@@ -15,6 +15,7 @@ enum ExitCode
 int runExchange(const QStringList& arguments);
 int runCheck(const QStringList& arguments);
 int runDemoModels(const QStringList& arguments);
+int runWelk(const QStringList& arguments);
 
 /// Prints to standard output / standard error, each line flushed.
 void printOut(const QString& text);

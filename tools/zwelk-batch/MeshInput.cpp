@@ -28,6 +28,7 @@ bool MeshInput::load(const QString& path, MeshInput& input, QString& error)
                                l.texCoordIndices, {}, l.polygroupIds, l.polygroupNames, l.materialIds,
                                l.materialNames, l.mtllib);
         input.goz = std::move(goz);
+        input.polygonMaskFlags = converted.polygonMaskFlags;
         return true;
     }
     input.mesh = GeomStack(path, error, nullptr, GeomStack::PlainLoader);

@@ -12,6 +12,7 @@ struct MeshInput
 {
     GeometryStack2::GeomStack mesh;
     std::optional<GeometryStack2::GoZFile> goz; ///< the file's image when it was GoZ
+    QVector<quint8> polygonMaskFlags;           ///< 1 per masked polygon; GoZ only
 
     static bool load(const QString& path, MeshInput& input, QString& error);
 };

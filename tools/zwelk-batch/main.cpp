@@ -28,6 +28,19 @@ Commands:
       (6 x N^2 quads, N = 24), DIR/scan.obj, a denser triangle scan of a
       different shape (20 x 4^N triangles, N = 6), and DIR/scan_texture.tif.
 
+  welk --base A --target B -o OUT    or    welk --exchange DIR
+           [--points-base F --points-target F] [--rigid] [--scale]
+           [--exclude-masked] [--settings F.ini] [--report F.json]
+      Fits the basemesh A (OBJ or GoZ) onto the target B with the fast fit
+      and writes OUT (OBJ, or GoZ by its extension); with --exchange the
+      plug-in's folder is read and the result written back as Done does.
+      Point files pair landmarks (side by side, in order); --rigid and
+      --scale first align the basemesh by those pairs. --exclude-masked
+      leaves vertices of polygons masked in ZBrush out of matching.
+      Prints a report (stage times, distances result->target and back,
+      landmark errors, flipped triangles); Ctrl+C stops the fit at the next
+      step and still writes the shape reached.
+
 Exit codes: 0 success, 1 the job failed, 2 wrong command line.
 )";
 
@@ -51,6 +64,8 @@ int main(int argc, char** argv)
         return ZWelkBatch::runExchange(arguments);
     if (command == QLatin1String("check"))
         return ZWelkBatch::runCheck(arguments);
+    if (command == QLatin1String("welk"))
+        return ZWelkBatch::runWelk(arguments);
     if (command == QLatin1String("demo-models"))
         return ZWelkBatch::runDemoModels(arguments);
     ZWelkBatch::printError(QStringLiteral("zwelk-batch: unknown command '%1'; see zwelk-batch --help").arg(command));
