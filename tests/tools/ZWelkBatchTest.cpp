@@ -4,11 +4,15 @@
 #include "support/MeshFactory.h"
 #include "support/TestFiles.h"
 
+#include "geometry/GeomStack.h"
 #include "geometry/GoZFile.h"
 
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
 
@@ -173,4 +177,58 @@ TEST_F(ZWelkBatchTest, TextureModeCheckNamesTheRoles)
     EXPECT_TRUE(run.out.contains(QStringLiteral("mode: texture")));
     EXPECT_TRUE(run.out.contains(QStringLiteral("first subtool (target)")));
     EXPECT_TRUE(run.out.contains(QStringLiteral("The texture for the source mesh is not specified.")));
+}
+
+TEST_F(ZWelkBatchTest, WelkFitsTheDemoPairAndReports)
+{
+    const QString meshes = path(QStringLiteral("meshes"));
+    ASSERT_EQ(zwelkBatch({QStringLiteral("demo-models"), meshes, QStringLiteral("--base-resolution"),
+                          QStringLiteral("8"), QStringLiteral("--scan-subdivisions"), QStringLiteral("4")})
+                  .code,
+              0);
+    const QString out = path(QStringLiteral("fitted.obj"));
+    const QString report = path(QStringLiteral("report.json"));
+    const BatchRun run = zwelkBatch({QStringLiteral("welk"), QStringLiteral("--base"), meshes + QStringLiteral("/base.obj"),
+                                     QStringLiteral("--target"), meshes + QStringLiteral("/scan.obj"), QStringLiteral("-o"),
+                                     out, QStringLiteral("--report"), report});
+    ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    const QJsonObject json = QJsonDocument::fromJson(TestSupport::readFile(report)).object();
+    ASSERT_FALSE(json.isEmpty());
+    EXPECT_FALSE(json[QStringLiteral("interrupted")].toBool());
+    EXPECT_EQ(json[QStringLiteral("graphNodes")].toArray().size(), 3);
+    const QJsonObject forward = json[QStringLiteral("resultToTarget")].toObject();
+    // The scan spans about 25 units; the fitted basemesh lies on it.
+    EXPECT_LT(forward[QStringLiteral("mean")].toDouble(), 0.05);
+    EXPECT_LT(json[QStringLiteral("targetToResult")].toObject()[QStringLiteral("mean")].toDouble(), 0.3);
+    QString error;
+    const GeometryStack2::GeomStack fitted(out, error, nullptr, GeometryStack2::GeomStack::GraphLoader);
+    ASSERT_TRUE(error.isEmpty()) << error.toStdString();
+    EXPECT_EQ(fitted.vertexCount(), 6 * 8 * 8 + 2);
+    EXPECT_EQ(fitted.polygonCount(), 6 * 8 * 8);
+
+    EXPECT_EQ(zwelkBatch({QStringLiteral("welk"), QStringLiteral("--base"), meshes + QStringLiteral("/base.obj")}).code, 2);
+}
+
+TEST_F(ZWelkBatchTest, WelkWritesBackThroughTheExchange)
+{
+    const QString meshes = path(QStringLiteral("meshes"));
+    ASSERT_EQ(zwelkBatch({QStringLiteral("demo-models"), meshes, QStringLiteral("--base-resolution"),
+                          QStringLiteral("6"), QStringLiteral("--scan-subdivisions"), QStringLiteral("3")})
+                  .code,
+              0);
+    const QString folder = path(QStringLiteral("exchange"));
+    ASSERT_EQ(zwelkBatch({QStringLiteral("exchange"), meshes + QStringLiteral("/base.obj"),
+                          meshes + QStringLiteral("/scan.obj"), QStringLiteral("--folder"), folder})
+                  .code,
+              0);
+    const BatchRun run = zwelkBatch({QStringLiteral("welk"), QStringLiteral("--exchange"), folder});
+    ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    EXPECT_TRUE(QFile::exists(folder + QStringLiteral("/import.txt")));
+    EXPECT_FALSE(QFile::exists(folder + QStringLiteral("/status.txt")));
+    GoZFile before, after;
+    ASSERT_TRUE(before.read(folder + QStringLiteral("/Files/1_base.GoZ")));
+    ASSERT_TRUE(after.read(folder + QStringLiteral("/Files/base.GoZ")));
+    EXPECT_EQ(after.polygons, before.polygons);
+    EXPECT_EQ(after.uvs, before.uvs);
+    EXPECT_NE(after.vertices, before.vertices);
 }
