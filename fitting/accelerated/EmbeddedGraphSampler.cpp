@@ -130,9 +130,14 @@ void EmbeddedGraphSampler::appendInfluences(const std::vector<std::pair<float, l
     level.weightOffsets.push_back((long long)level.weights.size());
 }
 
-void EmbeddedGraphSampler::connectSharedInfluences(EmbeddedGraphLevel& level)
+void EmbeddedGraphSampler::connectSharedInfluences(EmbeddedGraphLevel& level,
+                                                   std::vector<std::pair<long long, long long>> extraPairs)
 {
     std::vector<std::pair<long long, long long>> pairs;
+    for (const auto& p : extraPairs) {
+        pairs.push_back(p);
+        pairs.emplace_back(p.second, p.first);
+    }
     for (size_t v = 0; v + 1 < level.influenceOffsets.size(); ++v) {
         const long long begin = level.influenceOffsets[v], end = level.influenceOffsets[v + 1];
         for (long long a = begin; a < end; ++a)
@@ -185,17 +190,32 @@ std::vector<EmbeddedGraphLevel> DijkstraGraphSampler::sampleLevels(
         }
     });
     reportProgress(callback, 1);
+    std::vector<std::vector<long long>> nearestNode(levelCount);
     tbb::parallel_for(size_t(0), levelCount, [&](size_t l) {
+        nearestNode[l].assign(m_vertices.size(), -1);
+        size_t v = 0;
         for (auto& list : candidates[l]) {
             const size_t keep = std::min(list.size(), size_t(m_k) + 1);
             std::partial_sort(list.begin(), list.begin() + long(keep), list.end());
             list.resize(keep);
+            if (!list.empty())
+                nearestNode[l][v] = list.front().second;
             appendInfluences(list, levels[l]);
+            ++v;
         }
         std::vector<std::vector<std::pair<float, long long>>>().swap(candidates[l]);
     });
     reportProgress(callback, 2);
-    tbb::parallel_for(size_t(0), levelCount, [&](size_t l) { connectSharedInfluences(levels[l]); });
+    tbb::parallel_for(size_t(0), levelCount, [&](size_t l) {
+        std::vector<std::pair<long long, long long>> touching;
+        for (size_t u = 0; u < m_vertices.size(); ++u)
+            for (long long e = m_edgeOffsets[u]; e < m_edgeOffsets[u + 1]; ++e) {
+                const long long a = nearestNode[l][u], b = nearestNode[l][size_t(m_edges[size_t(e)].first)];
+                if (a >= 0 && b >= 0 && a < b)
+                    touching.emplace_back(a, b);
+            }
+        connectSharedInfluences(levels[l], std::move(touching));
+    });
     return levels;
 }
 

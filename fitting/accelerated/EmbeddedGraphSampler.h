@@ -47,8 +47,10 @@ protected:
     /// node) pairs sorted nearest first, at most K + 1 of them.
     static void appendInfluences(const std::vector<std::pair<float, long long>>& candidates,
                                  EmbeddedGraphLevel& level);
-    /// Nodes that influence a common vertex are neighbours, both ways.
-    static void connectSharedInfluences(EmbeddedGraphLevel& level);
+    /// Nodes that influence a common vertex are neighbours, both ways, and
+    /// so are `extraPairs`.
+    static void connectSharedInfluences(EmbeddedGraphLevel& level,
+                                        std::vector<std::pair<long long, long long>> extraPairs = {});
 
     int m_k;
     std::vector<Vertex> m_vertices;
@@ -59,7 +61,10 @@ protected:
 };
 
 /// Geodesic sampling: nodes cover the surface within radius r along mesh
-/// edges; a vertex's candidates are the nodes within 2.55 r.
+/// edges; a vertex's candidates are the nodes within 2.55 r. Besides
+/// sharing a vertex, two nodes are neighbours when their regions (the
+/// vertices nearest to each) meet along a mesh edge, so that a level whose
+/// radius is below the edge length still has a connected graph.
 class DijkstraGraphSampler : public EmbeddedGraphSampler
 {
 public:

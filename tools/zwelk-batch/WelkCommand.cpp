@@ -25,6 +25,8 @@
 #include <atomic>
 #include <csignal>
 
+#include <sys/resource.h>
+
 namespace ZWelkBatch {
 
 using namespace WelkPlugin;
@@ -318,6 +320,9 @@ int runWelk(const QStringList& words)
                        {QStringLiteral("flippedTriangles"), flipped}};
     if (!landmarks.isEmpty())
         report[QStringLiteral("landmarks")] = landmarks;
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    report[QStringLiteral("peakResidentMB")] = double(usage.ru_maxrss) / 1024.0;
     const QByteArray json = QJsonDocument(report).toJson();
     if (!args.value(QStringLiteral("--report")).isEmpty()) {
         QFile file(args.value(QStringLiteral("--report")));

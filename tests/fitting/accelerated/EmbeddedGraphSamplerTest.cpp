@@ -3,6 +3,7 @@
 #include <Eigen/Geometry>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <set>
 
@@ -123,4 +124,27 @@ TEST(GraphSamplers, GeodesicNodesStayOnTheirComponent)
         ASSERT_FLOAT_EQ(straight[0].weights[v], 1.0f);
     }
     EXPECT_TRUE(straight[0].neighbours.empty());
+}
+
+TEST(GraphSamplers, RadiusBelowTheEdgeLengthStillGivesAConnectedGraph)
+{
+    std::vector<Vertex> vertices;
+    std::vector<long long> triangles;
+    grid(7, Vertex(0, 0, 0), vertices, triangles);
+    // Every vertex is its own node; neighbours come from the mesh edges.
+    const auto levels = buildEmbeddedGraph(plain(1, 0.1f, 1.0f, 0), vertices, triangles);
+    ASSERT_EQ(levels[0].nodes.size(), vertices.size());
+    std::vector<char> reached(vertices.size(), 0);
+    std::vector<long long> stack{0};
+    reached[0] = 1;
+    while (!stack.empty()) {
+        const long long n = stack.back();
+        stack.pop_back();
+        for (long long e = levels[0].neighbourOffsets[size_t(n)]; e < levels[0].neighbourOffsets[size_t(n) + 1]; ++e)
+            if (!reached[size_t(levels[0].neighbours[size_t(e)])]) {
+                reached[size_t(levels[0].neighbours[size_t(e)])] = 1;
+                stack.push_back(levels[0].neighbours[size_t(e)]);
+            }
+    }
+    EXPECT_EQ(std::count(reached.begin(), reached.end(), 1), long(vertices.size()));
 }

@@ -1,0 +1,87 @@
+#!/usr/bin/env python3
+"""The fast fit on the shared data pairs and on generated pairs of three
+target densities, through zwelk-batch; prints a Markdown table of stage
+times, peak memory and distances.
+
+    bench/fitting/fit_bench.py [--build build] [--data ../shared/data] [--skip-demo]
+"""
+import argparse
+import json
+import os
+import subprocess
+import sys
+import tempfile
+
+PAIRS = [
+    ("amm-cat", "amm-cat/source.obj", "amm-cat/target.obj"),
+    ("spare-bear", "spare-bear/source.obj", "spare-bear/target.obj"),
+    ("meshmonk-face", "meshmonk-face/Template_Rigidly_Aligned.obj", "meshmonk-face/DemoFace_10K.obj"),
+    ("amm-human-partial", "amm-human-partial/source.obj", "amm-human-partial/target.obj"),
+]
+DEMO = [("demo 38k v -> 82k tri", 80, 6), ("demo 38k v -> 1.3M tri", 80, 8), ("demo 38k v -> 5.2M tri", 80, 9)]
+
+
+def welk(batch, base, target, workdir):
+    out = os.path.join(workdir, "out.obj")
+    report = os.path.join(workdir, "report.json")
+    run = subprocess.run([batch, "welk", "--base", base, "--target", target, "-o", out, "--report", report],
+                         capture_output=True, text=True)
+    if run.returncode != 0:
+        raise RuntimeError(run.stderr)
+    with open(report) as f:
+        return json.load(f)
+
+
+def diagonal(path):
+    lo, hi = [float("inf")] * 3, [float("-inf")] * 3
+    with open(path) as f:
+        for line in f:
+            if line.startswith("v "):
+                p = [float(x) for x in line.split()[1:4]]
+                lo = [min(a, b) for a, b in zip(lo, p)]
+                hi = [max(a, b) for a, b in zip(hi, p)]
+    return sum((b - a) ** 2 for a, b in zip(lo, hi)) ** 0.5
+
+
+def row(name, r, diag):
+    s = r["seconds"]
+    levels = [s[k] for k in sorted(s) if k.startswith("Welking (")]
+    total = s["load"] + s["graph levels"] + s["fit"]
+    f, b = r["resultToTarget"], r["targetToResult"]
+    pct = lambda x: 100.0 * x / diag
+    return (f"| {name} | {r['baseVertices']} | {r['targetTriangles']} | {s['load']:.2f} | {s['graph levels']:.2f} | "
+            f"{' / '.join(f'{t:.2f}' for t in levels)} | {total:.2f} | {r['peakResidentMB']:.0f} | "
+            f"{pct(f['mean']):.3f} / {pct(f['rms']):.3f} / {pct(f['p95']):.3f} / {pct(f['max']):.2f} | "
+            f"{pct(b['mean']):.3f} / {pct(b['rms']):.3f} / {pct(b['p95']):.3f} / {pct(b['max']):.2f} | "
+            f"{r['flippedTriangles']} |")
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", default="build")
+    parser.add_argument("--data", default=os.path.join(os.path.dirname(__file__), "../../../shared/data"))
+    parser.add_argument("--skip-demo", action="store_true")
+    args = parser.parse_args()
+    batch = os.path.join(args.build, "tools/zwelk-batch/zwelk-batch")
+    print("| pair | base vertices | target triangles | load s | graph s | levels s | total s | peak MB | "
+          "result->target mean / RMS / p95 / max, % diag | target->result mean / RMS / p95 / max, % diag | flipped |")
+    print("|---|---|---|---|---|---|---|---|---|---|---|")
+    with tempfile.TemporaryDirectory() as work:
+        for name, base, target in PAIRS:
+            b, t = os.path.join(args.data, base), os.path.join(args.data, target)
+            if os.path.exists(b) and os.path.exists(t):
+                print(row(name, welk(batch, b, t, work), diagonal(t)), flush=True)
+        if args.skip_demo:
+            return
+        cache = os.path.expanduser(os.environ.get("ZWELK_BENCH_CACHE", "~/.cache/zwelk-bench"))
+        for name, resolution, subdivisions in DEMO:
+            folder = os.path.join(cache, f"demo-{resolution}-{subdivisions}")
+            if not os.path.exists(os.path.join(folder, "scan.obj")):
+                subprocess.run([batch, "demo-models", folder, "--base-resolution", str(resolution),
+                                "--scan-subdivisions", str(subdivisions)], check=True, capture_output=True)
+            scan = os.path.join(folder, "scan.obj")
+            print(row(name, welk(batch, os.path.join(folder, "base.obj"), scan, work), diagonal(scan)), flush=True)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
