@@ -12,11 +12,13 @@ import subprocess
 import sys
 import tempfile
 
+# (name, basemesh, target, ground truth with the basemesh's topology or None)
 PAIRS = [
-    ("amm-cat", "amm-cat/source.obj", "amm-cat/target.obj"),
-    ("spare-bear", "spare-bear/source.obj", "spare-bear/target.obj"),
-    ("meshmonk-face", "meshmonk-face/Template_Rigidly_Aligned.obj", "meshmonk-face/DemoFace_10K.obj"),
-    ("amm-human-partial", "amm-human-partial/source.obj", "amm-human-partial/target.obj"),
+    ("amm-cat", "amm-cat/source.obj", "amm-cat/target.obj", None),
+    ("spare-bear", "spare-bear/source.obj", "spare-bear/target.obj", "spare-bear/target.obj"),
+    ("fastrnrr-human", "fastrnrr-human/source.obj", "fastrnrr-human/target_mesh.obj", "fastrnrr-human/whole_target.obj"),
+    ("meshmonk-face", "meshmonk-face/Template_Rigidly_Aligned.obj", "meshmonk-face/DemoFace_10K.obj", None),
+    ("amm-human-partial", "amm-human-partial/source.obj", "amm-human-partial/target.obj", None),
 ]
 DEMO = [("demo 38k v -> 82k tri", 80, 6), ("demo 38k v -> 1.3M tri", 80, 8), ("demo 38k v -> 5.2M tri", 80, 9)]
 
@@ -32,6 +34,20 @@ def welk(batch, base, target, workdir):
         return json.load(f)
 
 
+def vertices(path):
+    with open(path) as f:
+        return [[float(x) for x in line.split()[1:4]] for line in f if line.startswith("v ")]
+
+
+def ground_truth(result, truth):
+    """Mean and RMS of the per-vertex distances to a same-topology truth."""
+    a, b = vertices(result), vertices(truth)
+    if len(a) != len(b):
+        return None
+    d = [sum((x - y) ** 2 for x, y in zip(p, q)) ** 0.5 for p, q in zip(a, b)]
+    return sum(d) / len(d), (sum(x * x for x in d) / len(d)) ** 0.5
+
+
 def diagonal(path):
     lo, hi = [float("inf")] * 3, [float("-inf")] * 3
     with open(path) as f:
@@ -43,7 +59,7 @@ def diagonal(path):
     return sum((b - a) ** 2 for a, b in zip(lo, hi)) ** 0.5
 
 
-def row(name, r, diag):
+def row(name, r, diag, truth=None):
     s = r["seconds"]
     levels = [s[k] for k in sorted(s) if k.startswith("Welking (")]
     total = s["load"] + s["graph levels"] + s["fit"]
@@ -53,7 +69,7 @@ def row(name, r, diag):
             f"{' / '.join(f'{t:.2f}' for t in levels)} | {total:.2f} | {r['peakResidentMB']:.0f} | "
             f"{pct(f['mean']):.3f} / {pct(f['rms']):.3f} / {pct(f['p95']):.3f} / {pct(f['max']):.2f} | "
             f"{pct(b['mean']):.3f} / {pct(b['rms']):.3f} / {pct(b['p95']):.3f} / {pct(b['max']):.2f} | "
-            f"{r['flippedTriangles']} |")
+            f"{r['flippedTriangles']} | {'-' if truth is None else f'{truth[0]:.4f} / {truth[1]:.4f}'} |")
 
 
 def main():
@@ -64,13 +80,16 @@ def main():
     args = parser.parse_args()
     batch = os.path.join(args.build, "tools/zwelk-batch/zwelk-batch")
     print("| pair | base vertices | target triangles | load s | graph s | levels s | total s | peak MB | "
-          "result->target mean / RMS / p95 / max, % diag | target->result mean / RMS / p95 / max, % diag | flipped |")
-    print("|---|---|---|---|---|---|---|---|---|---|---|")
+          "result->target mean / RMS / p95 / max, % diag | target->result mean / RMS / p95 / max, % diag | flipped | "
+          "ground truth mean / RMSE |")
+    print("|---|---|---|---|---|---|---|---|---|---|---|---|")
     with tempfile.TemporaryDirectory() as work:
-        for name, base, target in PAIRS:
+        for name, base, target, truth in PAIRS:
             b, t = os.path.join(args.data, base), os.path.join(args.data, target)
             if os.path.exists(b) and os.path.exists(t):
-                print(row(name, welk(batch, b, t, work), diagonal(t)), flush=True)
+                report = welk(batch, b, t, work)
+                gt = ground_truth(os.path.join(work, "out.obj"), os.path.join(args.data, truth)) if truth else None
+                print(row(name, report, diagonal(t), gt), flush=True)
         if args.skip_demo:
             return
         cache = os.path.expanduser(os.environ.get("ZWELK_BENCH_CACHE", "~/.cache/zwelk-bench"))

@@ -31,7 +31,7 @@ bool MeshInput::load(const QString& path, MeshInput& input, QString& error)
         input.polygonMaskFlags = converted.polygonMaskFlags;
         return true;
     }
-    input.mesh = GeomStack(path, error, nullptr, GeomStack::PlainLoader);
+    input.mesh = GeomStack(path, error, nullptr, GeomStack::GraphLoader);
     return error.isEmpty();
 }
 
