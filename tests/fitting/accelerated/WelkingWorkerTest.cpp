@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QThread>
+
 #include <cmath>
 
 using namespace WelkingAcceleratedVersion;
@@ -42,7 +44,9 @@ struct Fit
     GeometryStack2::GeomStackTriangulated target = grid(60, true);
 
     std::unique_ptr<FastWelkingWorker> worker(AcceleratedParameters parameters = AcceleratedParameters(),
-                                              const QVector<quint8>& excluded = {}) const
+                                              const QVector<quint8>& excluded = {},
+                                              const QVector<Welk::WPointOnTriangle>& sourcePoints = {},
+                                              const QVector<Welk::WPointOnTriangle>& targetPoints = {}) const
     {
         std::vector<Vertex> vertices;
         for (const QVector3D& v : source.vertices())
@@ -56,8 +60,8 @@ struct Fit
         auto levels = buildEmbeddedGraph(sampling, vertices, triangles);
         return std::make_unique<FastWelkingWorker>(source.vertices(), source.triangleVertexIndices(), QMatrix4x4(),
                                                    target.vertices(), target.normals(), QMatrix4x4(),
-                                                   target.triangleVertexIndices(), QVector<Welk::WPointOnTriangle>(),
-                                                   QVector<Welk::WPointOnTriangle>(), excluded, std::move(levels),
+                                                   target.triangleVertexIndices(), sourcePoints, targetPoints,
+                                                   excluded, std::move(levels),
                                                    parameters, 100.0f, nullptr);
     }
 };
@@ -130,4 +134,61 @@ TEST(WelkingWorker, ExcludedVerticesAreNeverMatched)
     QVector<quint8> all(fit.source.vertexCount(), 1);
     fit.worker(AcceleratedParameters(), all)->findPairs(sources, targets, normals);
     EXPECT_TRUE(sources.empty());
+}
+
+TEST(WelkingWorker, LandmarksPullTheirPointsToTheTarget)
+{
+    const Fit fit;
+    // A point in the middle of the basemesh is tied to a point of the
+    // target well away from where closest points would take it.
+    const Welk::WPointOnTriangle sourcePoint{2 * (6 * 13 + 6), 0.3f, 0.3f};
+    const QVector3D start = sourcePoint.position(fit.source.vertices(), fit.source.triangleVertexIndices());
+    int best = 0;
+    const QVector3D wanted = start + QVector3D(1.5f, 1.0f, bump(start.x() + 1.5f, start.y() + 1.0f));
+    for (int t = 0; t < fit.target.triangleCount(); ++t) {
+        const QVector3D c = Welk::WPointOnTriangle{t, 0.34f, 0.33f}.position(fit.target.vertices(),
+                                                                             fit.target.triangleVertexIndices());
+        const QVector3D b = Welk::WPointOnTriangle{best, 0.34f, 0.33f}.position(fit.target.vertices(),
+                                                                                fit.target.triangleVertexIndices());
+        if ((c - wanted).length() < (b - wanted).length())
+            best = t;
+    }
+    const Welk::WPointOnTriangle targetPoint{best, 0.34f, 0.33f};
+    const QVector3D goal = targetPoint.position(fit.target.vertices(), fit.target.triangleVertexIndices());
+
+    QVector<QVector3D> free, tied;
+    auto plain = fit.worker();
+    QObject::connect(plain.get(), &WelkingWorker::finished, [&](QVector<QVector3D> v) { free = v; });
+    plain->start();
+    auto pinned = fit.worker(AcceleratedParameters(), {}, {sourcePoint}, {targetPoint});
+    QObject::connect(pinned.get(), &WelkingWorker::finished, [&](QVector<QVector3D> v) { tied = v; });
+    pinned->start();
+    const float freeGap = (sourcePoint.position(free, fit.source.triangleVertexIndices()) - goal).length();
+    const float tiedGap = (sourcePoint.position(tied, fit.source.triangleVertexIndices()) - goal).length();
+    EXPECT_GT(freeGap, 1.0f);
+    EXPECT_LT(tiedGap, 0.3f * freeGap);
+}
+
+TEST(WelkingWorker, RunsOnItsOwnThread)
+{
+    const Fit fit;
+    AcceleratedParameters quick;
+    quick.subdivisions = 1;
+    quick.icpIterations = 2;
+    auto worker = fit.worker(quick);
+    QThread thread;
+    worker->moveToThread(&thread);
+    QVector<QVector3D> result;
+    QThread* ranOn = nullptr;
+    QObject::connect(&thread, &QThread::started, worker.get(), &WelkingWorker::start);
+    QObject::connect(worker.get(), &WelkingWorker::finished, worker.get(), [&](QVector<QVector3D> v) {
+        result = v;
+        ranOn = QThread::currentThread();
+        thread.quit();
+    }, Qt::DirectConnection);
+    thread.start();
+    ASSERT_TRUE(thread.wait(60000));
+    EXPECT_EQ(ranOn, &thread);
+    EXPECT_EQ(result.size(), fit.source.vertexCount());
+    worker->moveToThread(QThread::currentThread());
 }
