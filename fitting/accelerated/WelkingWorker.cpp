@@ -184,7 +184,9 @@ void WelkingWorker::run(EmbeddedGraphDeformer::Abstract::Deformer* deformer)
 
     std::vector<long long> sources;
     std::vector<Vec3> targets, normals, nodes;
+    QElapsedTimer stage;
     for (int i = 1; i <= subdivisions; ++i) {
+        double pairSeconds = 0, solveSeconds = 0;
         m_callback.setLevel(i - 1);
         if (m_callback.isInterrupted())
             break;
@@ -211,15 +213,24 @@ void WelkingWorker::run(EmbeddedGraphDeformer::Abstract::Deformer* deformer)
             if (m_callback.isInterrupted())
                 break;
             const float u = m_parameters.icpIterations == 1 ? 1.0f : 1.0f - float(j) / float(m_parameters.icpIterations - 1);
+            stage.start();
             findPairs(sources, targets, normals);
+            pairSeconds += double(stage.nsecsElapsed()) / 1e9;
+            stage.start();
             EmbeddedGraphDeformer::SolveBudget budget;
             budget.iterations = j + 1 == m_parameters.icpIterations ? m_parameters.maxOptimizationIterations
                                                                     : m_parameters.optimizationIterations;
             budget.stepTolerance = double((m_parameters.dpInitial - m_parameters.dpFinal) * u + m_parameters.dpFinal);
             budget.conjugateGradientIterations = m_parameters.conjugateGradientIterations;
             deformer->solve(sources, targets, normals, m_current, nodes, state, budget);
+            solveSeconds += double(stage.nsecsElapsed()) / 1e9;
             m_callback.update(toQt(m_current), toQt(nodes));
         }
+        qDebug().noquote() << QStringLiteral("Level %1: %2 nodes, pairs %3 s, solves %4 s")
+                                  .arg(i)
+                                  .arg(level.nodes.size())
+                                  .arg(pairSeconds)
+                                  .arg(solveSeconds);
     }
     m_callback.end();
     qDebug() << "Welking time:" << double(timer.elapsed()) / 1000.0;
