@@ -70,20 +70,20 @@ bool WImg::load(const QString& path, QString* error)
         setError(error, QString::fromStdString(OIIO::geterror()));
         return false;
     }
-    const OIIO::ImageSpec& spec = input->spec();
-    if (spec.width <= 0 || spec.height <= 0 || spec.nchannels <= 0 || spec.nchannels > 4) {
+    const OIIO::ImageSpec& layout = input->spec();
+    if (layout.width <= 0 || layout.height <= 0 || layout.nchannels <= 0 || layout.nchannels > 4) {
         setError(error, QStringLiteral("Unsupported image layout"));
         return false;
     }
-    const PixelType type = spec.format == OIIO::TypeDesc::UINT8    ? UInt8
-                           : spec.format == OIIO::TypeDesc::UINT16 ? UInt16
+    const PixelType type = layout.format == OIIO::TypeDesc::UINT8    ? UInt8
+                           : layout.format == OIIO::TypeDesc::UINT16 ? UInt16
                                                                    : Float32;
-    cv::Mat mat(spec.height, spec.width, CV_MAKETYPE(cvDepth(type), spec.nchannels));
-    if (!input->read_image(0, 0, 0, spec.nchannels, oiioType(mat.depth()), mat.data)) {
+    cv::Mat mat(layout.height, layout.width, CV_MAKETYPE(cvDepth(type), layout.nchannels));
+    if (!input->read_image(0, 0, 0, layout.nchannels, oiioType(mat.depth()), mat.data)) {
         setError(error, QString::fromStdString(input->geterror()));
         return false;
     }
-    for (const OIIO::ParamValue& p : spec.extra_attribs)
+    for (const OIIO::ParamValue& p : layout.extra_attribs)
         m_attributes.insert(QString::fromStdString(p.name().string()),
                             QString::fromStdString(p.get_string()));
     input->close();

@@ -354,6 +354,8 @@ struct ReduceSerialBody
     void operator()(ChunkData* chunk, ReduceSerialNode::output_ports_type& ports) const
     {
         Running& r = *running;
+        if (chunk->index != r.chunksDone)
+            throw GraphException("The file could not be read in order");
         for (size_t k = 0; k < chunk->faceOffsets.size(); ++k)
             state->polygonOffsets[chunk->faceOffset + int64_t(k)] = int(r.corners + chunk->faceOffsets[k]);
         chunk->cornerOffset = r.corners;
@@ -489,6 +491,9 @@ bool ObjReaderTBB::read(const QString& path, MeshLists& lists, QString& error, W
         auto running = std::make_shared<ReduceSerialBody::Running>();
         running->groups = std::make_unique<GlobalNames>(lists.polygroupNames);
         running->materials = std::make_unique<GlobalNames>(lists.materialNames);
+        // The reduction must see the chunks in file order; the gate in front
+        // of it passes them on as it pairs them, so order them again.
+        sequencer_node<ChunkData*> sortReduced(g, SortChDBufferBody());
         ReduceSerialNode reduce(g, serial, ReduceSerialBody{&state, running});
         BlockSerial blockSerial(g, BlockSerialBody());
         function_node<ChunkData*, continue_msg> resolve(g, unlimited, ReduceParallelDependentBody{&state});
@@ -503,7 +508,8 @@ bool ObjReaderTBB::read(const QString& path, MeshLists& lists, QString& error, W
         make_edge(sortParsed, input_port<0>(blockParallel));
         make_edge(output_port<1>(malloc), input_port<1>(blockParallel));
         make_edge(output_port<0>(blockParallel), copy);
-        make_edge(output_port<0>(blockParallel), reduce);
+        make_edge(output_port<0>(blockParallel), sortReduced);
+        make_edge(sortReduced, reduce);
         make_edge(output_port<0>(reduce), input_port<0>(blockSerial));
         make_edge(output_port<1>(reduce), input_port<1>(blockSerial));
         make_edge(output_port<0>(blockSerial), resolve);
