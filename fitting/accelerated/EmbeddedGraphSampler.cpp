@@ -16,6 +16,7 @@
 #include <cmath>
 #include <limits>
 #include <queue>
+#include <set>
 
 namespace WelkingAcceleratedVersion {
 
@@ -264,7 +265,34 @@ std::vector<EmbeddedGraphLevel> EuclideanGraphSampler::sampleLevels(
         }
     });
     reportProgress(callback, 2);
-    tbb::parallel_for(size_t(0), levelCount, [&](size_t l) { connectSharedInfluences(levels[l]); });
+    tbb::enumerable_thread_specific<DijkstraIterator> iterators{DijkstraIterator()};
+    tbb::parallel_for(size_t(0), levelCount, [&](size_t l) {
+        EmbeddedGraphLevel& level = levels[l];
+        // Nodes met by influence within the node's radius along the surface
+        // are neighbours too, not only those sharing a vertex.
+        std::set<std::pair<long long, long long>> shared;
+        for (size_t v = 0; v + 1 < level.influenceOffsets.size(); ++v)
+            for (long long a = level.influenceOffsets[v]; a < level.influenceOffsets[v + 1]; ++a)
+                for (long long b = level.influenceOffsets[v]; b < level.influenceOffsets[v + 1]; ++b)
+                    if (level.influences[size_t(a)] != level.influences[size_t(b)])
+                        shared.emplace(level.influences[size_t(a)], level.influences[size_t(b)]);
+        std::vector<std::pair<long long, long long>> expansion;
+        DijkstraIterator& dijkstra = iterators.local();
+        dijkstra.reset(m_vertices.size());
+        for (size_t n = 0; n < level.nodes.size(); ++n)
+            dijkstra.run(level.nodes[n], radii[l], m_edgeOffsets, m_edges, [&](long long u, float) {
+                for (long long i = level.influenceOffsets[size_t(u)]; i < level.influenceOffsets[size_t(u) + 1]; ++i) {
+                    const long long m = level.influences[size_t(i)];
+                    if (m == (long long)n || shared.count({(long long)n, m}))
+                        continue;
+                    qDebug().nospace() << "adding new pair std::pair(" << n << ", " << m << ")";
+                    shared.emplace((long long)n, m);
+                    shared.emplace(m, (long long)n);
+                    expansion.emplace_back((long long)n, m);
+                }
+            });
+        connectSharedInfluences(level, std::move(expansion));
+    });
     return levels;
 }
 

@@ -74,7 +74,8 @@ public:
 };
 
 /// Straight-line sampling: a greedy disc cover in vertex order, with the K
-/// nearest nodes by straight distance.
+/// nearest nodes by straight distance. Neighbours share an influenced
+/// vertex, or influence a vertex within the node's radius along the surface.
 class EuclideanGraphSampler : public EmbeddedGraphSampler
 {
 public:

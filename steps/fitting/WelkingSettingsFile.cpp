@@ -26,7 +26,18 @@ template <typename T> T readKey(QSettings& s, const char* key, T fallback, T lo,
 
 } // namespace
 
-bool load(const QString& path, WelkingSettings& settings, QString& error)
+WelkingSettings defaults(Dialog dialog)
+{
+    WelkingSettings settings;
+    if (dialog == Dialog::Preset) {
+        settings.accelerated.icpIterations = 5;
+        settings.sampling.samplingInitial = 5.0f;
+        settings.sampling.samplingFinal = 0.02f;
+    }
+    return settings;
+}
+
+bool load(const QString& path, WelkingSettings& settings, QString& error, Dialog dialog)
 {
     if (!QFileInfo(path).isReadable()) {
         error = QStringLiteral("Cannot read settings file %1").arg(path);
@@ -37,7 +48,8 @@ bool load(const QString& path, WelkingSettings& settings, QString& error)
         error = QStringLiteral("Cannot read settings file %1").arg(path);
         return false;
     }
-    const WelkingSettings defaults;
+    const WelkingSettings defaults = WelkingSettingsFile::defaults(dialog);
+    const bool current = dialog == Dialog::Current;
     auto& a = settings.accelerated;
     auto& g = settings.sampling;
     const auto& da = defaults.accelerated;
@@ -48,7 +60,8 @@ bool load(const QString& path, WelkingSettings& settings, QString& error)
     a.optimizationIterations = readKey(s, "Optimization_iterations", da.optimizationIterations, 1, 100);
     g.samplingInitial = readKey(s, "Sampling_initial", dg.samplingInitial, 0.00001f, 100.0f);
     g.samplingFinal = readKey(s, "Sampling_final", dg.samplingFinal, 0.00001f, 100.0f);
-    g.normalizeRadius = s.value(QStringLiteral("Normalize_sampling_radius"), dg.normalizeRadius).toBool();
+    if (current)
+        g.normalizeRadius = s.value(QStringLiteral("Normalize_sampling_radius"), dg.normalizeRadius).toBool();
     a.smoothnessInitial = readKey(s, "Smoothness_initial", da.smoothnessInitial, 0.00001f, 100.0f);
     a.smoothnessFinal = readKey(s, "Smoothness_final", da.smoothnessFinal, 0.00001f, 100.0f);
     a.controlPointsWeightInitial = readKey(s, "Control_points_weight_initial", da.controlPointsWeightInitial, 0.0f, 100.0f);
@@ -57,7 +70,8 @@ bool load(const QString& path, WelkingSettings& settings, QString& error)
     a.normalsThreshold = readKey(s, "Normals_threshold", da.normalsThreshold, 0.0f, 1.0f);
     a.dpInitial = readKey(s, "Dp_initial", da.dpInitial, 0.00001f, 1.0f);
     a.dpFinal = readKey(s, "Dp_final", da.dpFinal, 0.00001f, 1.0f);
-    settings.rigidity = readKey(s, "Rigity", defaults.rigidity, 0.0f, 10.0f);
+    if (current)
+        settings.rigidity = readKey(s, "Rigity", defaults.rigidity, 0.0f, 10.0f);
     s.endGroup();
     g.levels = a.subdivisions;
     return true;

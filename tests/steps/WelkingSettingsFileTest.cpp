@@ -69,3 +69,25 @@ TEST(WelkingSettingsFile, MissingKeysTakeTheDefaultsAndRangesHold)
     EXPECT_EQ(read.accelerated.icpIterations, 7);
     EXPECT_FALSE(WelkingSettingsFile::load(dir.filePath(QStringLiteral("none.ini")), read, error));
 }
+
+TEST(WelkingSettingsFile, ThePresetDialogHasItsOwnDefaultsAndFewerKeys)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("other.ini"));
+    TestSupport::writeFile(path, "[welkingSettings]\nRigity=4\nNormalize_sampling_radius=false\nDp_final=0.003\n");
+    WelkingSettings read = WelkingSettingsFile::defaults(WelkingSettingsFile::Dialog::Preset);
+    QString error;
+    ASSERT_TRUE(WelkingSettingsFile::load(path, read, error, WelkingSettingsFile::Dialog::Preset));
+    EXPECT_EQ(read.accelerated.icpIterations, 5);
+    EXPECT_FLOAT_EQ(read.sampling.samplingInitial, 5.0f);
+    EXPECT_FLOAT_EQ(read.sampling.samplingFinal, 0.02f);
+    EXPECT_FLOAT_EQ(read.accelerated.dpFinal, 0.003f);
+    // Keys only the current dialog knows are ignored.
+    EXPECT_FLOAT_EQ(read.rigidity, 0.0f);
+    EXPECT_TRUE(read.sampling.normalizeRadius);
+
+    ASSERT_TRUE(WelkingSettingsFile::load(path, read, error));
+    EXPECT_FLOAT_EQ(read.rigidity, 4.0f);
+    EXPECT_FALSE(read.sampling.normalizeRadius);
+    EXPECT_EQ(read.accelerated.icpIterations, 7);
+}
