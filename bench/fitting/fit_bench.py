@@ -23,11 +23,11 @@ PAIRS = [
 DEMO = [("demo 38k v -> 82k tri", 80, 6), ("demo 38k v -> 1.3M tri", 80, 8), ("demo 38k v -> 5.2M tri", 80, 9)]
 
 
-def welk(batch, base, target, workdir):
+def welk(batch, base, target, workdir, cartoon=False):
     out = os.path.join(workdir, "out.obj")
     report = os.path.join(workdir, "report.json")
-    run = subprocess.run([batch, "welk", "--base", base, "--target", target, "-o", out, "--report", report],
-                         capture_output=True, text=True)
+    run = subprocess.run([batch, "welk", "--base", base, "--target", target, "-o", out, "--report", report]
+                         + (["--cartoon"] if cartoon else []), capture_output=True, text=True)
     if run.returncode != 0:
         raise RuntimeError(run.stderr)
     with open(report) as f:
@@ -87,12 +87,28 @@ def main():
         for name, base, target, truth in PAIRS:
             b, t = os.path.join(args.data, base), os.path.join(args.data, target)
             if os.path.exists(b) and os.path.exists(t):
-                report = welk(batch, b, t, work)
-                gt = ground_truth(os.path.join(work, "out.obj"), os.path.join(args.data, truth)) if truth else None
-                print(row(name, report, diagonal(t), gt), flush=True)
+                for cartoon in (False, True):
+                    report = welk(batch, b, t, work, cartoon)
+                    gt = ground_truth(os.path.join(work, "out.obj"), os.path.join(args.data, truth)) if truth else None
+                    print(row(name + (" (cartoon)" if cartoon else ""), report, diagonal(t), gt), flush=True)
+        # A stylised target: the demo scan sheared and scaled unevenly.
+        cache = os.path.expanduser(os.environ.get("ZWELK_BENCH_CACHE", "~/.cache/zwelk-bench"))
+        folder = os.path.join(cache, "demo-24-6")
+        if not os.path.exists(os.path.join(folder, "scan.obj")):
+            subprocess.run([batch, "demo-models", folder], check=True, capture_output=True)
+        stylised = os.path.join(folder, "scan-stylised.obj")
+        if not os.path.exists(stylised):
+            with open(os.path.join(folder, "scan.obj")) as src, open(stylised, "w") as dst:
+                for line in src:
+                    if line.startswith("v "):
+                        x, y, z = (float(v) for v in line.split()[1:4])
+                        line = f"v {1.5 * x + 0.3 * y:.6f} {0.8 * y:.6f} {1.2 * z:.6f}\n"
+                    dst.write(line)
+        for cartoon in (False, True):
+            report = welk(batch, os.path.join(folder, "base.obj"), stylised, work, cartoon)
+            print(row("stylised demo" + (" (cartoon)" if cartoon else ""), report, diagonal(stylised)), flush=True)
         if args.skip_demo:
             return
-        cache = os.path.expanduser(os.environ.get("ZWELK_BENCH_CACHE", "~/.cache/zwelk-bench"))
         for name, resolution, subdivisions in DEMO:
             folder = os.path.join(cache, f"demo-{resolution}-{subdivisions}")
             if not os.path.exists(os.path.join(folder, "scan.obj")):

@@ -175,6 +175,14 @@ void WelkingWorker::findPairs(std::vector<long long>& sources, std::vector<Vec3>
 
 void WelkingWorker::run(EmbeddedGraphDeformer::Abstract::Deformer* deformer)
 {
+    runLevels([deformer](int, const std::vector<EmbeddedGraphDeformer::ControlPoint>&,
+                         const EmbeddedGraphDeformer::EnergyWeights&) -> EmbeddedGraphDeformer::Abstract::Deformer& {
+        return *deformer;
+    });
+}
+
+void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
+{
     QElapsedTimer timer;
     timer.start();
     const int subdivisions = std::min<int>(m_parameters.subdivisions, int(m_levels.size()));
@@ -198,14 +206,15 @@ void WelkingWorker::run(EmbeddedGraphDeformer::Abstract::Deformer* deformer)
             for (long long k = level.influenceOffsets[v]; k < level.influenceOffsets[v + 1]; ++k)
                 nodeVertices[size_t(level.influences[size_t(k)])].emplace_back((long long)v, level.weights[size_t(k)]);
 
-        Eigen::VectorXf state;
-        deformer->initializeVariables(m_source, m_current, nodeVertices, m_levelNodes[size_t(i - 1)], state);
         EmbeddedGraphDeformer::EnergyWeights weights;
         weights.smoothness = (m_parameters.smoothnessInitial - m_parameters.smoothnessFinal) * t + m_parameters.smoothnessFinal;
         weights.controlPoints = (m_parameters.controlPointsWeightInitial - m_parameters.controlPointsWeightFinal) * t +
                                 m_parameters.controlPointsWeightFinal;
         weights.pointToPoint = m_parameters.pointToPointWeight;
         weights.pointToPlane = m_parameters.pointToPlaneWeight;
+        EmbeddedGraphDeformer::Abstract::Deformer* deformer = &deformerFor(i - 1, m_controls, weights);
+        Eigen::VectorXf state;
+        deformer->initializeVariables(m_source, m_current, nodeVertices, m_levelNodes[size_t(i - 1)], state);
         deformer->setProblem(level, m_source, m_levelNodes[size_t(i - 1)], m_controls, weights, true);
 
         for (int j = 0; j < m_parameters.icpIterations; ++j) {

@@ -11,6 +11,7 @@
 #include <QMatrix4x4>
 #include <QObject>
 
+#include <functional>
 #include <memory>
 
 namespace EmbeddedGraphDeformer::Abstract {
@@ -62,6 +63,13 @@ signals:
 
 protected:
     using Vec3 = EmbeddedGraphDeformer::Vec3;
+    /// The deformer for a level, given the level index, the control points
+    /// and the weights of the level's energy.
+    using DeformerForLevel = std::function<EmbeddedGraphDeformer::Abstract::Deformer&(
+        int level, const std::vector<EmbeddedGraphDeformer::ControlPoint>& controls,
+        const EmbeddedGraphDeformer::EnergyWeights& weights)>;
+    /// The coarse-to-fine loop, with a deformer per level.
+    void runLevels(const DeformerForLevel& deformerFor);
 
     std::vector<EmbeddedGraphLevel> m_levels;
     AcceleratedParameters m_parameters;

@@ -8,6 +8,7 @@
 #include "exchange/ModelsData.h"
 #include "exchange/ModelsDataGoz.h"
 #include "exchange/ResultWriter.h"
+#include "fitting/accelerated/CartoonWelkingWorker.h"
 #include "fitting/accelerated/EmbeddedGraphSampler.h"
 #include "fitting/accelerated/WelkingWorker.h"
 #include "fitting/classic/ICPRoutine.h"
@@ -173,7 +174,8 @@ int runWelk(const QStringList& words)
                          {QStringLiteral("--base"), QStringLiteral("--target"), QStringLiteral("--exchange"),
                           QStringLiteral("--points-base"), QStringLiteral("--points-target"),
                           QStringLiteral("--settings"), QStringLiteral("-o"), QStringLiteral("--report")},
-                         {QStringLiteral("--exclude-masked"), QStringLiteral("--rigid"), QStringLiteral("--scale")});
+                         {QStringLiteral("--exclude-masked"), QStringLiteral("--rigid"), QStringLiteral("--scale"),
+                          QStringLiteral("--cartoon")});
     const bool fromExchange = !args.value(QStringLiteral("--exchange")).isEmpty();
     const bool fromFiles = !args.value(QStringLiteral("--base")).isEmpty() && !args.value(QStringLiteral("--target")).isEmpty();
     if (!args.ok() || !args.positional().isEmpty() || fromExchange == fromFiles ||
@@ -251,10 +253,19 @@ int runWelk(const QStringList& words)
         nodeCounts.append(qint64(level.nodes.size()));
 
     clock.restart();
-    WelkingAcceleratedVersion::FastWelkingWorker worker(
-        models.base->vertices(), models.base->triangleVertexIndices(), transform, models.target->vertices(),
-        models.target->normals(), QMatrix4x4(), models.target->triangleVertexIndices(), basePoints, targetPoints,
-        excluded, std::move(levels), settings.accelerated, 100.0f, &progress);
+    const bool cartoon = args.flag(QStringLiteral("--cartoon"));
+    std::unique_ptr<WelkingAcceleratedVersion::WelkingWorker> fit;
+    if (cartoon)
+        fit = std::make_unique<CartoonWelking::CartoonWelkingWorker>(
+            models.base->vertices(), models.base->triangleVertexIndices(), transform, models.target->vertices(),
+            models.target->normals(), QMatrix4x4(), models.target->triangleVertexIndices(), basePoints, targetPoints,
+            excluded, std::move(levels), settings.accelerated, settings.rigidity, 100.0f, &progress);
+    else
+        fit = std::make_unique<WelkingAcceleratedVersion::FastWelkingWorker>(
+            models.base->vertices(), models.base->triangleVertexIndices(), transform, models.target->vertices(),
+            models.target->normals(), QMatrix4x4(), models.target->triangleVertexIndices(), basePoints, targetPoints,
+            excluded, std::move(levels), settings.accelerated, 100.0f, &progress);
+    WelkingAcceleratedVersion::WelkingWorker& worker = *fit;
     QVector<QVector3D> welked;
     QObject::connect(&worker, &WelkingAcceleratedVersion::WelkingWorker::finished,
                      [&](QVector<QVector3D> result) { welked = result; });
@@ -310,7 +321,8 @@ int runWelk(const QStringList& words)
     const QVector<QVector3D> before = GeomStack::transformedVertices(transform, models.base->vertices());
     const int flipped = flippedTriangles(*models.base, before, result);
 
-    QJsonObject report{{QStringLiteral("interrupted"), interrupted},
+    QJsonObject report{{QStringLiteral("fit"), cartoon ? QStringLiteral("cartoon") : QStringLiteral("fast")},
+                       {QStringLiteral("interrupted"), interrupted},
                        {QStringLiteral("baseVertices"), models.base->vertexCount()},
                        {QStringLiteral("targetTriangles"), models.target->triangleCount()},
                        {QStringLiteral("graphNodes"), nodeCounts},

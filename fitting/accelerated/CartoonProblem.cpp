@@ -1,0 +1,283 @@
+#include "CartoonProblem.h"
+
+#include <Eigen/Cholesky>
+
+#include <algorithm>
+#include <map>
+
+namespace CartoonWelking {
+namespace Iterative {
+
+using WelkingAcceleratedVersion::EmbeddedGraphLevel;
+
+namespace {
+
+inline long long aColumn(long long node, int row, int column)
+{
+    return 12 * node + 3 * column + row;
+}
+
+inline long long tColumn(long long node, int row)
+{
+    return 12 * node + 9 + row;
+}
+
+inline Eigen::Matrix3f matrixOf(const Eigen::VectorXf& x, long long node)
+{
+    return Eigen::Map<const Eigen::Matrix3f>(x.data() + 12 * node);
+}
+
+} // namespace
+
+Problem::Problem(const EmbeddedGraphLevel& level, std::vector<Vec3> restVertices, std::vector<Vec3> nodePositions,
+                 std::vector<ControlPoint> controls, const EnergyWeights& weights, float rigidity)
+    : m_level(level), m_rest(std::move(restVertices)), m_nodes(std::move(nodePositions)),
+      m_controls(std::move(controls)), m_weights(weights), m_rigidity(rigidity), m_product(m_J)
+{
+    for (size_t j = 0; j + 1 < level.neighbourOffsets.size(); ++j)
+        for (long long e = level.neighbourOffsets[j]; e < level.neighbourOffsets[j + 1]; ++e)
+            m_edges.emplace_back((long long)j, level.neighbours[size_t(e)]);
+    m_influences.resize(m_rest.size());
+    for (size_t v = 0; v < m_rest.size(); ++v) {
+        for (long long i = level.influenceOffsets[v]; i < level.influenceOffsets[v + 1]; ++i)
+            m_influences[v].emplace_back(level.influences[size_t(i)], level.weights[size_t(i)]);
+        std::sort(m_influences[v].begin(), m_influences[v].end());
+    }
+    for (const ControlPoint& c : m_controls) {
+        std::map<long long, std::vector<std::pair<float, Vec3>>> terms;
+        for (int corner = 0; corner < 3; ++corner) {
+            const long long v = c.corners[corner];
+            for (const auto& [node, w] : m_influences[size_t(v)])
+                terms[node].emplace_back(c.weights[corner] * w, m_rest[size_t(v)] - m_nodes[size_t(node)]);
+        }
+        m_controlTerms.emplace_back(terms.begin(), terms.end());
+    }
+    m_paired.assign(m_rest.size(), 0);
+    m_pairTargets.assign(m_rest.size(), Vec3::Zero());
+    m_pairNormals.assign(m_rest.size(), Vec3::Zero());
+
+    // The structure, once: every entry the visit can emit.
+    const long long rows = 3 * (long long)m_edges.size() + 4 * (long long)m_rest.size() +
+                           3 * (long long)m_controls.size() + 9 * (long long)m_nodes.size();
+    std::vector<Eigen::Triplet<float, int>> entries;
+    visitJacobian(identity(), [&](long long row, long long column, float) {
+        entries.emplace_back(int(row), int(column), 0.0f);
+    });
+    m_J.resize(int(rows), int(variableCount()));
+    m_J.setFromTriplets(entries.begin(), entries.end());
+    m_J.makeCompressed();
+    m_positions.reserve(entries.size());
+    for (const auto& e : entries) {
+        const int* begin = m_J.innerIndexPtr() + m_J.outerIndexPtr()[e.row()];
+        const int* end = m_J.innerIndexPtr() + m_J.outerIndexPtr()[e.row() + 1];
+        m_positions.push_back(int(std::lower_bound(begin, end, e.col()) - m_J.innerIndexPtr()));
+    }
+}
+
+Eigen::VectorXf Problem::identity() const
+{
+    Vector x = Vector::Zero(variableCount());
+    for (long long n = 0; n < (long long)m_nodes.size(); ++n)
+        for (int i = 0; i < 3; ++i)
+            x[aColumn(n, i, i)] = 1.0f;
+    return x;
+}
+
+void Problem::setPairs(const std::vector<long long>& sources, const std::vector<Vec3>& targets,
+                       const std::vector<Vec3>& normals)
+{
+    std::fill(m_paired.begin(), m_paired.end(), 0);
+    for (size_t p = 0; p < sources.size(); ++p) {
+        m_paired[size_t(sources[p])] = 1;
+        m_pairTargets[size_t(sources[p])] = targets[p];
+        m_pairNormals[size_t(sources[p])] = normals[p];
+    }
+}
+
+void Problem::setConjugateGradient(long long iterations, double tolerance)
+{
+    m_cgIterations = iterations;
+    m_cgTolerance = tolerance;
+}
+
+template <typename Emit> void Problem::visitJacobian(const Vector& x, Emit emit) const
+{
+    long long row = 0;
+    const float gamma = m_weights.smoothness;
+    for (const auto& [j, k] : m_edges) {
+        const Vec3 a = m_nodes[size_t(k)] - m_nodes[size_t(j)];
+        for (int i = 0; i < 3; ++i, ++row) {
+            for (int c = 0; c < 3; ++c)
+                emit(row, aColumn(j, i, c), gamma * a[c]);
+            emit(row, tColumn(j, i), gamma);
+            emit(row, tColumn(k, i), -gamma);
+        }
+    }
+    const float alpha = m_weights.pointToPoint, beta = m_weights.pointToPlane;
+    for (size_t v = 0; v < m_rest.size(); ++v, row += 4) {
+        const float on = m_paired[v] ? 1.0f : 0.0f;
+        const Vec3& n = m_pairNormals[v];
+        for (const auto& [k, w] : m_influences[v]) {
+            const Vec3 a = m_rest[v] - m_nodes[size_t(k)];
+            for (int i = 0; i < 3; ++i) {
+                for (int c = 0; c < 3; ++c)
+                    emit(row + i, aColumn(k, i, c), on * alpha * w * a[c]);
+                emit(row + i, tColumn(k, i), on * alpha * w);
+            }
+            for (int c = 0; c < 3; ++c)
+                for (int i = 0; i < 3; ++i)
+                    emit(row + 3, aColumn(k, i, c), on * beta * w * n[i] * a[c]);
+            for (int i = 0; i < 3; ++i)
+                emit(row + 3, tColumn(k, i), on * beta * w * n[i]);
+        }
+    }
+    const float kappa = m_weights.controlPoints;
+    for (const auto& terms : m_controlTerms) {
+        for (const auto& [k, list] : terms) {
+            Vec3 a = Vec3::Zero();
+            float w = 0.0f;
+            for (const auto& [weight, offset] : list) {
+                a += weight * offset;
+                w += weight;
+            }
+            for (int i = 0; i < 3; ++i) {
+                for (int c = 0; c < 3; ++c)
+                    emit(row + i, aColumn(k, i, c), kappa * a[c]);
+                emit(row + i, tColumn(k, i), kappa * w);
+            }
+        }
+        row += 3;
+    }
+    const float rho = m_rigidity;
+    for (long long k = 0; k < (long long)m_nodes.size(); ++k) {
+        const Eigen::Matrix3f A = matrixOf(x, k);
+        for (int p = 0; p < 3; ++p)
+            for (int q = 0; q < 3; ++q, ++row)
+                for (int i = 0; i < 3; ++i) {
+                    // d(c_p . c_q) / d c_p = c_q and / d c_q = c_p.
+                    if (p == q) {
+                        emit(row, aColumn(k, i, p), rho * 2.0f * A(i, p));
+                    } else {
+                        emit(row, aColumn(k, i, p), rho * A(i, q));
+                        emit(row, aColumn(k, i, q), rho * A(i, p));
+                    }
+                }
+    }
+}
+
+void Problem::computeResiduals(const Vector& x, Vector& r) const
+{
+    r.resize(m_J.rows() > 0 ? m_J.rows() : 0);
+    long long row = 0;
+    for (const auto& [j, k] : m_edges) {
+        const Vec3 value = matrixOf(x, j) * (m_nodes[size_t(k)] - m_nodes[size_t(j)]) + m_nodes[size_t(j)] +
+                           x.segment<3>(tColumn(j, 0)) - m_nodes[size_t(k)] - x.segment<3>(tColumn(k, 0));
+        r.segment<3>(row) = m_weights.smoothness * value;
+        row += 3;
+    }
+    std::vector<Vec3> deformed;
+    currentVertices(x, deformed);
+    for (size_t v = 0; v < m_rest.size(); ++v, row += 4) {
+        if (!m_paired[v]) {
+            r.segment<4>(row).setZero();
+            continue;
+        }
+        const Vec3 d = deformed[v] - m_pairTargets[v];
+        r.segment<3>(row) = m_weights.pointToPoint * d;
+        r[row + 3] = m_weights.pointToPlane * d.dot(m_pairNormals[v]);
+    }
+    for (const ControlPoint& c : m_controls) {
+        Vec3 point = Vec3::Zero();
+        for (int corner = 0; corner < 3; ++corner)
+            point += c.weights[corner] * deformed[size_t(c.corners[corner])];
+        r.segment<3>(row) = m_weights.controlPoints * (point - c.target);
+        row += 3;
+    }
+    for (long long k = 0; k < (long long)m_nodes.size(); ++k) {
+        const Eigen::Matrix3f gram = matrixOf(x, k).transpose() * matrixOf(x, k) - Eigen::Matrix3f::Identity();
+        for (int p = 0; p < 3; ++p)
+            for (int q = 0; q < 3; ++q)
+                r[row++] = m_rigidity * gram(p, q);
+    }
+}
+
+void Problem::computeJacobian(const Vector& x)
+{
+    float* values = m_J.valuePtr();
+    std::fill(values, values + m_J.nonZeros(), 0.0f);
+    size_t entry = 0;
+    visitJacobian(x, [&](long long, long long, float value) { values[m_positions[entry++]] += value; });
+}
+
+void Problem::evaluateValue(const Vector& x, float& value, WNewton::Timings*)
+{
+    computeResiduals(x, m_r);
+    value = float(0.5 * double(m_r.squaredNorm()));
+}
+
+void Problem::evaluateAll(const Vector& x, float& value, Vector& gradient, LinearSystemsSolvers::ProductHolder<float>&,
+                          WNewton::Timings*)
+{
+    computeResiduals(x, m_r);
+    value = float(0.5 * double(m_r.squaredNorm()));
+    computeJacobian(x);
+    gradient = m_J.transpose() * m_r;
+    m_preconditioner.collect(m_J, (long long)m_nodes.size());
+}
+
+void Problem::currentVertices(const Vector& x, std::vector<Vec3>& out) const
+{
+    out.resize(m_rest.size());
+    for (size_t v = 0; v < m_rest.size(); ++v) {
+        Vec3 p = Vec3::Zero();
+        for (const auto& [k, w] : m_influences[v])
+            p += w * (matrixOf(x, k) * (m_rest[v] - m_nodes[size_t(k)]) + m_nodes[size_t(k)] +
+                      x.segment<3>(tColumn(k, 0)));
+        out[v] = p;
+    }
+}
+
+void Problem::currentNodes(const Vector& x, std::vector<Vec3>& out) const
+{
+    out.resize(m_nodes.size());
+    for (size_t k = 0; k < m_nodes.size(); ++k)
+        out[k] = m_nodes[k] + x.segment<3>(tColumn((long long)k, 0));
+}
+
+void Problem::Product::multiply(const Vector& v, Vector& y) const
+{
+    m_Jv.noalias() = m_J * v;
+    y.noalias() = m_J.transpose() * m_Jv;
+    y += float(m_damping) * v;
+}
+
+void Problem::BlockDiagonalPreconditioner::collect(const Jacobian& J, long long nodes)
+{
+    m_blocks.assign(size_t(nodes), Block::Zero());
+    for (int row = 0; row < J.outerSize(); ++row) {
+        for (Jacobian::InnerIterator a(J, row); a; ++a)
+            for (Jacobian::InnerIterator b(J, row); b; ++b)
+                if (a.col() / 12 == b.col() / 12)
+                    m_blocks[size_t(a.col() / 12)](a.col() % 12, b.col() % 12) += a.value() * b.value();
+    }
+}
+
+void Problem::BlockDiagonalPreconditioner::refresh(double damping)
+{
+    m_inverse.resize(m_blocks.size());
+    for (size_t i = 0; i < m_blocks.size(); ++i) {
+        Block damped = m_blocks[i];
+        damped.diagonal().array() += float(damping);
+        m_inverse[i] = damped.ldlt().solve(Block::Identity());
+    }
+}
+
+void Problem::BlockDiagonalPreconditioner::apply(const Vector& in, Vector& out) const
+{
+    out.resize(in.size());
+    for (size_t i = 0; i < m_inverse.size(); ++i)
+        out.segment<12>(12 * (long long)i) = m_inverse[i] * in.segment<12>(12 * (long long)i);
+}
+
+} // namespace Iterative
+} // namespace CartoonWelking

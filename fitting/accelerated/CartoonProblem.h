@@ -1,0 +1,115 @@
+#pragma once
+
+#include "DeformerTypes.h"
+
+#include "optimisation/WNewtonProblem.h"
+
+#include <Eigen/SparseCore>
+
+namespace CartoonWelking {
+namespace Iterative {
+
+using EmbeddedGraphDeformer::ControlPoint;
+using EmbeddedGraphDeformer::EnergyWeights;
+using EmbeddedGraphDeformer::Vec3;
+
+/// The cartoon fit's energy for one graph level: twelve unknowns per node,
+/// a general matrix A (by columns) and a translation t, so that a node may
+/// shear and scale. A vertex v deforms to sum_k w_k (A_k (v - n_k) + n_k + t_k).
+///
+/// Residuals, in order: smoothness (three rows per directed neighbour
+/// entry), fitting (four rows per source vertex, zero where the vertex has
+/// no pair, so that the Jacobian's structure is fixed for the level),
+/// control points (three rows each), rigidity (nine rows per node, the
+/// entries of A^T A - I). The Jacobian is an Eigen sparse matrix whose
+/// structure is set when the problem is made; later evaluations only
+/// rewrite its values.
+class Problem : public WNewton::MatrixFreeProblem<float>
+{
+public:
+    using Vector = Eigen::VectorXf;
+    using Jacobian = Eigen::SparseMatrix<float, Eigen::RowMajor, int>;
+
+    Problem(const WelkingAcceleratedVersion::EmbeddedGraphLevel& level, std::vector<Vec3> restVertices,
+            std::vector<Vec3> nodePositions, std::vector<ControlPoint> controls, const EnergyWeights& weights,
+            float rigidity);
+
+    void setPairs(const std::vector<long long>& sources, const std::vector<Vec3>& targets,
+                  const std::vector<Vec3>& normals);
+    void setConjugateGradient(long long iterations, double tolerance);
+
+    void evaluateValue(const Vector& x, float& value, WNewton::Timings* timings) override;
+    void evaluateAll(const Vector& x, float& value, Vector& gradient,
+                     LinearSystemsSolvers::ProductHolder<float>& product, WNewton::Timings* timings) override;
+    LinearSystemsSolvers::ProductHolder<float>& product() override { return m_product; }
+    LinearSystemsSolvers::Preconditioner<float, long long>& preconditioner() override { return m_preconditioner; }
+    long long conjugateGradientIterations() const override { return m_cgIterations; }
+    double conjugateGradientTolerance() const override { return m_cgTolerance; }
+
+    void computeResiduals(const Vector& x, Vector& r) const;
+    /// Rewrites the Jacobian's values at x.
+    void computeJacobian(const Vector& x);
+    const Jacobian& jacobian() const { return m_J; }
+
+    void currentVertices(const Vector& x, std::vector<Vec3>& out) const;
+    void currentNodes(const Vector& x, std::vector<Vec3>& out) const;
+    long long variableCount() const { return 12 * (long long)m_nodes.size(); }
+    /// The identity state: A = I and t = 0 for every node.
+    Vector identity() const;
+
+private:
+    /// Calls emit(row, column, value) for every structural entry, always in
+    /// the same order; values are those at x.
+    template <typename Emit> void visitJacobian(const Vector& x, Emit emit) const;
+
+    class Product : public LinearSystemsSolvers::ProductHolder<float>
+    {
+    public:
+        explicit Product(const Jacobian& J) : m_J(J) {}
+        void multiply(const Vector& v, Vector& y) const override;
+
+    private:
+        const Jacobian& m_J;
+        mutable Vector m_Jv;
+    };
+
+    /// Inverts one 12 x 12 block of J^T J + damping I per node.
+    class BlockDiagonalPreconditioner : public LinearSystemsSolvers::Preconditioner<float, long long>
+    {
+    public:
+        using Block = Eigen::Matrix<float, 12, 12>;
+        void collect(const Jacobian& J, long long nodes);
+        void refresh(double damping) override;
+        void apply(const Vector& in, Vector& out) const override;
+
+    private:
+        std::vector<Block> m_blocks;
+        std::vector<Block> m_inverse;
+    };
+
+    const WelkingAcceleratedVersion::EmbeddedGraphLevel& m_level;
+    std::vector<Vec3> m_rest;
+    std::vector<Vec3> m_nodes;
+    std::vector<ControlPoint> m_controls;
+    EnergyWeights m_weights;
+    float m_rigidity;
+    std::vector<std::pair<long long, long long>> m_edges;
+    /// Per vertex: its pair's target and normal, and whether it has one.
+    std::vector<char> m_paired;
+    std::vector<Vec3> m_pairTargets;
+    std::vector<Vec3> m_pairNormals;
+    /// Per vertex, its influences sorted by node, so each row's columns ascend.
+    std::vector<std::vector<std::pair<long long, float>>> m_influences;
+    /// Per control point, the (node, weight, rest offset) terms, by node.
+    std::vector<std::vector<std::pair<long long, std::vector<std::pair<float, Vec3>>>>> m_controlTerms;
+    Jacobian m_J;
+    std::vector<int> m_positions; ///< value index of each emitted entry
+    Vector m_r;
+    Product m_product;
+    BlockDiagonalPreconditioner m_preconditioner;
+    long long m_cgIterations = 30;
+    double m_cgTolerance = 0.0005;
+};
+
+} // namespace Iterative
+} // namespace CartoonWelking

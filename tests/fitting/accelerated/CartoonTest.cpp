@@ -1,0 +1,182 @@
+#include "support/MeshFactory.h"
+
+#include "fitting/accelerated/CartoonDeformer.h"
+#include "fitting/accelerated/CartoonProblem.h"
+#include "fitting/accelerated/CartoonWelkingWorker.h"
+#include "fitting/accelerated/EmbeddedGraphSampler.h"
+
+#include "geometry/GeomStackTriangulated.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+using namespace EmbeddedGraphDeformer;
+using WelkingAcceleratedVersion::EmbeddedGraphLevel;
+
+namespace {
+
+/// A UV sphere of radius 5, `rings` x `segments`, scaled per axis.
+GeometryStack2::GeomStackTriangulated sphere(int rings, int segments, const QVector3D& scale = {1, 1, 1})
+{
+    QVector<QVector3D> vertices;
+    QVector<QVector<int>> polygons;
+    const float pi = 3.14159265f;
+    vertices.append(QVector3D(0, 0, 5) * scale);
+    for (int r = 1; r < rings; ++r)
+        for (int s = 0; s < segments; ++s) {
+            const float theta = pi * float(r) / float(rings), phi = 2 * pi * float(s) / float(segments);
+            vertices.append(QVector3D(std::sin(theta) * std::cos(phi), std::sin(theta) * std::sin(phi), std::cos(theta)) *
+                            5.0f * scale);
+        }
+    vertices.append(QVector3D(0, 0, -5) * scale);
+    const int south = vertices.size() - 1;
+    const auto at = [&](int r, int s) { return 1 + (r - 1) * segments + (s % segments); };
+    for (int s = 0; s < segments; ++s)
+        polygons.append({0, at(1, s), at(1, s + 1)});
+    for (int r = 1; r + 1 < rings; ++r)
+        for (int s = 0; s < segments; ++s)
+            polygons.append({at(r, s), at(r + 1, s), at(r + 1, s + 1), at(r, s + 1)});
+    for (int s = 0; s < segments; ++s)
+        polygons.append({south, at(rings - 1, s + 1), at(rings - 1, s)});
+    return GeometryStack2::GeomStackTriangulated(TestSupport::polygonSoup(vertices, polygons));
+}
+
+std::vector<WelkingAcceleratedVersion::EmbeddedGraphLevel> levelsFor(const GeometryStack2::GeomStackTriangulated& mesh,
+                                                                      float radiusPercent, int levels)
+{
+    std::vector<WelkingAcceleratedVersion::Vertex> vertices;
+    for (const QVector3D& v : mesh.vertices())
+        vertices.emplace_back(v.x(), v.y(), v.z());
+    const std::vector<long long> triangles(mesh.triangleVertexIndices().begin(), mesh.triangleVertexIndices().end());
+    WelkingAcceleratedVersion::GraphSamplingParameters p;
+    p.levels = levels;
+    p.samplingFinal = radiusPercent;
+    p.samplingInitial = radiusPercent * 2;
+    return WelkingAcceleratedVersion::buildEmbeddedGraph(p, vertices, triangles);
+}
+
+std::vector<Vec3> toVec(const QVector<QVector3D>& points)
+{
+    std::vector<Vec3> result;
+    for (const QVector3D& p : points)
+        result.emplace_back(p.x(), p.y(), p.z());
+    return result;
+}
+
+} // namespace
+
+TEST(CartoonDeformer, JacobianMatchesFiniteDifferences)
+{
+    const auto mesh = sphere(8, 10);
+    const auto levels = levelsFor(mesh, 25.0f, 1);
+    const std::vector<Vec3> rest = toVec(mesh.vertices());
+    std::vector<Vec3> nodes;
+    for (long long n : levels[0].nodes)
+        nodes.push_back(rest[size_t(n)]);
+    ControlPoint control;
+    control.corners[0] = 3;
+    control.corners[1] = 4;
+    control.corners[2] = 14;
+    control.weights[0] = 0.2f;
+    control.weights[1] = 0.3f;
+    control.weights[2] = 0.5f;
+    control.target = Vec3(1, 2, 3);
+    EnergyWeights weights;
+    weights.smoothness = 0.6f;
+    CartoonWelking::Iterative::Problem problem(levels[0], rest, nodes, {control}, weights, 0.7f);
+    problem.setPairs({1, 7, 30, 44}, {Vec3(0, 0, 6), Vec3(1, 5, 2), Vec3(-3, 2, 1), Vec3(2, -4, -2)},
+                     {Vec3(0, 0, 1), Vec3(0, 1, 0), Vec3(-1, 0, 0), Vec3(0.6f, -0.8f, 0)});
+    std::mt19937 random(9);
+    std::uniform_real_distribution<float> u(-0.3f, 0.3f);
+    Eigen::VectorXf x = problem.identity();
+    for (Eigen::Index i = 0; i < x.size(); ++i)
+        x[i] += u(random);
+    Eigen::VectorXf r;
+    problem.computeJacobian(x);
+    const Eigen::MatrixXd J = Eigen::MatrixXd(problem.jacobian().cast<double>());
+    const float h = 1e-2f;
+    for (Eigen::Index c = 0; c < x.size(); ++c) {
+        Eigen::VectorXf plus = x, minus = x, rPlus, rMinus;
+        plus[c] += h;
+        minus[c] -= h;
+        problem.computeResiduals(plus, rPlus);
+        problem.computeResiduals(minus, rMinus);
+        const Eigen::VectorXd numeric = (rPlus - rMinus).cast<double>() / (2.0 * double(h));
+        ASSERT_LT((numeric - J.col(c)).cwiseAbs().maxCoeff(), 5e-3 * (1 + numeric.cwiseAbs().maxCoeff())) << c;
+    }
+}
+
+TEST(CartoonDeformer, IdentityStaysAndInitialisationFitsAffineMotion)
+{
+    const auto mesh = sphere(8, 10);
+    const auto levels = levelsFor(mesh, 25.0f, 1);
+    const std::vector<Vec3> rest = toVec(mesh.vertices());
+    std::vector<Vec3> nodes;
+    for (long long n : levels[0].nodes)
+        nodes.push_back(rest[size_t(n)]);
+    CartoonWelking::Iterative::Deformer deformer;
+    deformer.setProblem(levels[0], rest, nodes, {}, EnergyWeights(), true);
+    Eigen::VectorXf state = deformer.problem()->identity();
+    std::vector<Vec3> vertices, outNodes;
+    deformer.solve({}, {}, {}, vertices, outNodes, state, SolveBudget());
+    EXPECT_EQ((state - deformer.problem()->identity()).cwiseAbs().maxCoeff(), 0.0f);
+
+    std::vector<std::vector<std::pair<long long, float>>> lists(nodes.size());
+    for (size_t v = 0; v + 1 < levels[0].influenceOffsets.size(); ++v)
+        for (long long i = levels[0].influenceOffsets[v]; i < levels[0].influenceOffsets[v + 1]; ++i)
+            lists[size_t(levels[0].influences[size_t(i)])].emplace_back((long long)v, levels[0].weights[size_t(i)]);
+    Eigen::Matrix3f shear;
+    shear << 1.4f, 0.3f, 0, 0, 0.8f, 0, 0.1f, 0, 1.1f;
+    std::vector<Vec3> moved;
+    for (const Vec3& v : rest)
+        moved.push_back(shear * v + Vec3(2, -1, 0.5f));
+    deformer.initializeVariables(rest, moved, lists, nodes, state);
+    deformer.problem()->currentVertices(state, vertices);
+    for (size_t v = 0; v < vertices.size(); ++v)
+        ASSERT_LT((vertices[v] - moved[v]).norm(), 1e-3f) << v;
+}
+
+TEST(CartoonWorker, RecoversAnAnisotropicScalingThatTheFastFitCannot)
+{
+    const auto source = sphere(14, 18);
+    const QVector3D stretch(1.6f, 0.7f, 1.0f);
+    const auto target = sphere(40, 48, stretch);
+    WelkingAcceleratedVersion::AcceleratedParameters parameters;
+    parameters.subdivisions = 1;
+    const auto run = [&](bool cartoon, float rigidity) {
+        // One coarse level: a handful of nodes, each of which must carry the stretch.
+        auto levels = levelsFor(source, 40.0f, 1);
+        std::unique_ptr<WelkingAcceleratedVersion::WelkingWorker> worker;
+        const QVector<Welk::WPointOnTriangle> none;
+        if (cartoon)
+            worker = std::make_unique<CartoonWelking::CartoonWelkingWorker>(
+                source.vertices(), source.triangleVertexIndices(), QMatrix4x4(), target.vertices(), target.normals(),
+                QMatrix4x4(), target.triangleVertexIndices(), none, none, QVector<quint8>(), std::move(levels),
+                parameters, rigidity, 100.0f, nullptr);
+        else
+            worker = std::make_unique<WelkingAcceleratedVersion::FastWelkingWorker>(
+                source.vertices(), source.triangleVertexIndices(), QMatrix4x4(), target.vertices(), target.normals(),
+                QMatrix4x4(), target.triangleVertexIndices(), none, none, QVector<quint8>(), std::move(levels),
+                parameters, 100.0f, nullptr);
+        QVector<QVector3D> result;
+        QObject::connect(worker.get(), &WelkingAcceleratedVersion::WelkingWorker::finished,
+                         [&](QVector<QVector3D> v) { result = v; });
+        worker->start();
+        return result;
+    };
+    const auto error = [&](const QVector<QVector3D>& result) {
+        double sum = 0;
+        for (int i = 0; i < result.size(); ++i)
+            sum += double((result[i] - source.vertices()[i] * stretch).length());
+        return sum / result.size();
+    };
+    const QVector<QVector3D> cartoon = run(true, 0.0f);
+    const QVector<QVector3D> fast = run(false, 0.0f);
+    ASSERT_EQ(cartoon.size(), source.vertexCount());
+    EXPECT_LT(error(cartoon), 0.1);
+    EXPECT_GT(error(fast), 3 * error(cartoon));
+    // The stored rigidity does not act.
+    EXPECT_EQ(run(true, 5.0f), cartoon);
+}
