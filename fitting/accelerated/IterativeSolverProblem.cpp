@@ -58,29 +58,36 @@ void Problem::setPairs(std::vector<long long> sources, std::vector<Vec3> targets
     m_targets = std::move(targets);
     m_normals = std::move(normals);
 
+    // Only structurally non-zero entries: a row of component i reads a
+    // node's rotation and the i-th component of its translation.
     std::vector<long long> offsets{0};
     std::vector<long long> columns;
-    const auto nodeColumns = [&](long long node) {
-        for (int c = 0; c < 6; ++c)
+    const auto rotationAnd = [&](long long node, int component) {
+        for (int c = 0; c < 3; ++c)
             columns.push_back(6 * node + c);
+        columns.push_back(6 * node + 3 + component);
     };
-    for (long long v : m_sources)
-        for (int row = 0; row < 4; ++row) {
+    for (long long v : m_sources) {
+        for (int row = 0; row < 3; ++row) {
             for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i)
-                nodeColumns(m_level.influences[size_t(i)]);
+                rotationAnd(m_level.influences[size_t(i)], row);
             offsets.push_back((long long)columns.size());
         }
+        for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i)
+            for (int c = 0; c < 6; ++c)
+                columns.push_back(6 * m_level.influences[size_t(i)] + c);
+        offsets.push_back((long long)columns.size());
+    }
     for (const auto& edge : m_edges)
         for (int row = 0; row < 3; ++row) {
-            nodeColumns(edge.first);
-            for (int c = 3; c < 6; ++c)
-                columns.push_back(6 * edge.second + c);
+            rotationAnd(edge.first, row);
+            columns.push_back(6 * edge.second + 3 + row);
             offsets.push_back((long long)columns.size());
         }
     for (const auto& nodes : m_controlNodes)
         for (int row = 0; row < 3; ++row) {
             for (long long node : nodes)
-                nodeColumns(node);
+                rotationAnd(node, row);
             offsets.push_back((long long)columns.size());
         }
     m_storage.setPattern(std::move(offsets), std::move(columns), variableCount());
@@ -163,11 +170,10 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
                 const Eigen::RowVector3f nD = n.transpose() * D;
                 for (int row = 0; row < 3; ++row) {
                     float* out = &values[size_t(at[row])];
-                    for (int c = 0; c < 3; ++c) {
+                    for (int c = 0; c < 3; ++c)
                         out[c] = alpha * D(row, c);
-                        out[3 + c] = c == row ? alpha * w : 0.0f;
-                    }
-                    at[row] += 6;
+                    out[3] = alpha * w;
+                    at[row] += 4;
                 }
                 float* out = &values[size_t(at[3])];
                 for (int c = 0; c < 3; ++c) {
@@ -188,11 +194,10 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
             rotateMRP(x.segment<3>(6 * j), m_nodes[size_t(k)] - m_nodes[size_t(j)], &D);
             for (int row = 0; row < 3; ++row) {
                 float* out = &values[size_t(offsets[size_t(edgeRow + 3 * e + row)])];
-                for (int c = 0; c < 3; ++c) {
+                for (int c = 0; c < 3; ++c)
                     out[c] = gamma * D(row, c);
-                    out[3 + c] = c == row ? gamma : 0.0f;
-                    out[6 + c] = c == row ? -gamma : 0.0f;
-                }
+                out[3] = gamma;
+                out[4] = -gamma;
             }
         }
     });
@@ -218,9 +223,11 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
         }
         for (int row = 0; row < 3; ++row) {
             float* out = &values[size_t(offsets[size_t(controlRow + 3 * (long long)c + row)])];
-            for (size_t slot = 0; slot < nodes.size(); ++slot)
-                for (int col = 0; col < 6; ++col)
-                    out[6 * slot + size_t(col)] = kappa * blocks[slot](row, col);
+            for (size_t slot = 0; slot < nodes.size(); ++slot) {
+                for (int col = 0; col < 3; ++col)
+                    out[4 * slot + size_t(col)] = kappa * blocks[slot](row, col);
+                out[4 * slot + 3] = kappa * blocks[slot](row, 3 + row);
+            }
         }
     }
     m_storage.syncColumns(m_parallel);

@@ -24,7 +24,7 @@ void JacobianSparseStorage::setPattern(std::vector<long long> rowOffsets, std::v
                                        long long columnCount)
 {
     m_rowOffsets = std::move(rowOffsets);
-    m_columns = std::move(columns);
+    m_columns.assign(columns.begin(), columns.end());
     m_columnCount = columnCount;
     m_values.assign(m_columns.size(), 0.0f);
 
@@ -40,7 +40,7 @@ void JacobianSparseStorage::setPattern(std::vector<long long> rowOffsets, std::v
     for (long long row = 0; row < rows(); ++row)
         for (long long e = m_rowOffsets[size_t(row)]; e < m_rowOffsets[size_t(row) + 1]; ++e) {
             const long long at = fill[size_t(m_columns[size_t(e)])]++;
-            m_columnRows[size_t(at)] = row;
+            m_columnRows[size_t(at)] = int(row);
             m_rowToColumn[size_t(e)] = at;
         }
     m_columnValues.assign(m_columns.size(), 0.0f);

@@ -23,7 +23,7 @@ public:
     long long rows() const { return (long long)m_rowOffsets.size() - 1; }
     long long columns() const { return m_columnCount; }
     const std::vector<long long>& rowOffsets() const { return m_rowOffsets; }
-    const std::vector<long long>& rowColumns() const { return m_columns; }
+    const std::vector<int>& rowColumns() const { return m_columns; }
     /// Row-form values, to be filled in pattern order.
     std::vector<float>& values() { return m_values; }
 
@@ -35,12 +35,13 @@ public:
     void nodeBlocks(std::vector<Block>& blocks, bool parallel) const;
 
 private:
+    // 32-bit columns and rows: the products are bound by memory traffic.
     std::vector<long long> m_rowOffsets{0};
-    std::vector<long long> m_columns;
+    std::vector<int> m_columns;
     std::vector<float> m_values;
     long long m_columnCount = 0;
     std::vector<long long> m_columnOffsets;
-    std::vector<long long> m_columnRows;
+    std::vector<int> m_columnRows;
     std::vector<long long> m_rowToColumn; ///< position in the column form of each row-form entry
     std::vector<float> m_columnValues;
 };
