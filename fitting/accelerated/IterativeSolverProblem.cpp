@@ -29,7 +29,7 @@ template <typename Body> void forRange(long long count, bool parallel, Body body
 Problem::Problem(const EmbeddedGraphLevel& level, std::vector<Vec3> restVertices, std::vector<Vec3> nodePositions,
                  std::vector<ControlPoint> controls, const EnergyWeights& weights, bool parallel)
     : m_level(level), m_rest(std::move(restVertices)), m_nodes(std::move(nodePositions)),
-      m_controls(std::move(controls)), m_weights(weights), m_parallel(parallel), m_product(m_storage, m_parallel)
+      m_controls(std::move(controls)), m_weights(weights), m_parallel(parallel), m_product(m_storage, m_parallel, m_counters.products)
 {
     for (size_t j = 0; j + 1 < level.neighbourOffsets.size(); ++j)
         for (long long e = level.neighbourOffsets[j]; e < level.neighbourOffsets[j + 1]; ++e)
@@ -235,6 +235,7 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
 
 void Problem::evaluateValue(const Vector& x, float& value, WNewton::Timings*)
 {
+    ++m_counters.values;
     computeResiduals(x, m_r);
     value = float(0.5 * double(m_r.squaredNorm()));
 }
@@ -242,6 +243,7 @@ void Problem::evaluateValue(const Vector& x, float& value, WNewton::Timings*)
 void Problem::evaluateAll(const Vector& x, float& value, Vector& gradient, LinearSystemsSolvers::ProductHolder<float>&,
                           WNewton::Timings*)
 {
+    ++m_counters.jacobians;
     computeResidualsAndJacobian(x, m_r);
     value = float(0.5 * double(m_r.squaredNorm()));
     m_storage.multiplyTransposed(m_r, gradient, m_parallel);
@@ -269,8 +271,8 @@ void Problem::currentNodes(const Vector& x, std::vector<Vec3>& out) const
 
 void Problem::Product::multiply(const Vector& v, Vector& y) const
 {
-    m_storage.multiply(v, m_Jv, m_parallel);
-    m_storage.multiplyTransposed(m_Jv, y, m_parallel);
+    ++m_count;
+    m_storage.multiplyNormal(v, y, m_parallel);
     y += float(m_damping) * v;
 }
 

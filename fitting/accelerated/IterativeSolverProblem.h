@@ -49,15 +49,25 @@ public:
     void currentVertices(const Vector& x, std::vector<Vec3>& out) const;
     void currentNodes(const Vector& x, std::vector<Vec3>& out) const;
     long long variableCount() const { return 6 * (long long)m_nodes.size(); }
+    /// Work done since construction, for the debug log.
+    struct Counters
+    {
+        long long values = 0, jacobians = 0, products = 0;
+    };
+    const Counters& counters() const { return m_counters; }
 
 private:
     class Product : public LinearSystemsSolvers::ProductHolder<float>
     {
     public:
-        Product(const JacobianSparseStorage& storage, const bool& parallel) : m_storage(storage), m_parallel(parallel) {}
+        Product(const JacobianSparseStorage& storage, const bool& parallel, long long& count)
+            : m_storage(storage), m_parallel(parallel), m_count(count)
+        {
+        }
         void multiply(const Vector& v, Vector& y) const override;
 
     private:
+        long long& m_count;
         const JacobianSparseStorage& m_storage;
         const bool& m_parallel;
         mutable Vector m_Jv;
@@ -94,6 +104,7 @@ private:
     std::vector<Eigen::Matrix3f> m_rotations;
     JacobianSparseStorage m_storage;
     Vector m_r;
+    Counters m_counters;
     Product m_product;
     BlockDiagonalPreconditioner m_preconditioner;
     long long m_cgIterations = 30;

@@ -80,6 +80,29 @@ void JacobianSparseStorage::multiplyTransposed(const Vector& u, Vector& out, boo
     });
 }
 
+void JacobianSparseStorage::multiplyNormal(const Vector& v, Vector& out, bool parallel) const
+{
+    for (Vector& partial : m_partials)
+        partial.setZero(m_columnCount);
+    forRange(rows(), parallel, [&](long long begin, long long end) {
+        Vector& partial = m_partials.local();
+        if (partial.size() != m_columnCount)
+            partial.setZero(m_columnCount);
+        for (long long row = begin; row < end; ++row) {
+            const long long first = m_rowOffsets[size_t(row)], last = m_rowOffsets[size_t(row) + 1];
+            float dot = 0.0f;
+            for (long long e = first; e < last; ++e)
+                dot += m_values[size_t(e)] * v[m_columns[size_t(e)]];
+            for (long long e = first; e < last; ++e)
+                partial[m_columns[size_t(e)]] += dot * m_values[size_t(e)];
+        }
+    });
+    out.setZero(m_columnCount);
+    for (const Vector& partial : m_partials)
+        if (partial.size() == m_columnCount)
+            out += partial;
+}
+
 void JacobianSparseStorage::nodeBlocks(std::vector<Block>& blocks, bool parallel) const
 {
     const long long nodes = m_columnCount / 6;

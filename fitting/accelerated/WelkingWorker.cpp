@@ -1,6 +1,7 @@
 #include "WelkingWorker.h"
 
 #include "Deformer.h"
+#include "IterativeSolverProblem.h"
 
 #include <QDebug>
 #include <QElapsedTimer>
@@ -235,11 +236,17 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             solveSeconds += double(stage.nsecsElapsed()) / 1e9;
             m_callback.update(toQt(m_current), toQt(nodes));
         }
-        qDebug().noquote() << QStringLiteral("Level %1: %2 nodes, pairs %3 s, solves %4 s")
+        QString work;
+        if (auto* fast = dynamic_cast<EmbeddedGraphDeformer::IterativeSolverDeformer::Deformer*>(deformer)) {
+            const auto& c = fast->problem()->counters();
+            work = QStringLiteral(", %1 values, %2 Jacobians, %3 products").arg(c.values).arg(c.jacobians).arg(c.products);
+        }
+        qDebug().noquote() << QStringLiteral("Level %1: %2 nodes, pairs %3 s, solves %4 s%5")
                                   .arg(i)
                                   .arg(level.nodes.size())
                                   .arg(pairSeconds)
-                                  .arg(solveSeconds);
+                                  .arg(solveSeconds)
+                                  .arg(work);
     }
     m_callback.end();
     qDebug() << "Welking time:" << double(timer.elapsed()) / 1000.0;
