@@ -2,7 +2,7 @@
 
 #include "CartoonProblem.h"
 
-#include "optimisation/WNewton.h"
+#include "DeformerSolve.h"
 
 #include <Eigen/Eigenvalues>
 #include <Eigen/SVD>
@@ -29,14 +29,7 @@ void Deformer::solve(const std::vector<long long>& sources, const std::vector<Ve
 {
     m_problem->setPairs(sources, targets, normals);
     m_problem->setConjugateGradient(budget.conjugateGradientIterations, 0.0005);
-    WNewton::SolverParameters parameters;
-    parameters.maxIterations = budget.iterations;
-    parameters.initialDamping = 1e-9;
-    parameters.dampingMode = 10;
-    WNewton::Tolerances tolerances;
-    tolerances.gradientTolerance = 1e-4;
-    tolerances.stepTolerance = budget.stepTolerance;
-    WNewton::minimize(static_cast<WNewton::MatrixFreeProblem<float>&>(*m_problem), state, parameters, tolerances);
+    EmbeddedGraphDeformer::solveWithBudget(*m_problem, state, budget);
     m_problem->currentVertices(state, vertices);
     m_problem->currentNodes(state, nodes);
 }

@@ -2,8 +2,7 @@
 
 #include <Eigen/Cholesky>
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
+#include "ParallelRange.h"
 
 #include <algorithm>
 
@@ -11,20 +10,6 @@ namespace EmbeddedGraphDeformer {
 namespace IterativeSolverDeformer {
 
 using WelkingAcceleratedVersion::EmbeddedGraphLevel;
-
-namespace {
-
-template <typename Body> void forRange(long long count, bool parallel, Body body)
-{
-    if (!parallel) {
-        body(0LL, count);
-        return;
-    }
-    tbb::parallel_for(tbb::blocked_range<long long>(0, count, 64),
-                      [&](const tbb::blocked_range<long long>& r) { body(r.begin(), r.end()); });
-}
-
-} // namespace
 
 Problem::Problem(const EmbeddedGraphLevel& level, std::vector<Vec3> restVertices, std::vector<Vec3> nodePositions,
                  std::vector<ControlPoint> controls, const EnergyWeights& weights, bool parallel)

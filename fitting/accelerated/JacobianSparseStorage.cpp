@@ -1,24 +1,9 @@
 #include "JacobianSparseStorage.h"
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
+#include "ParallelRange.h"
 
 namespace EmbeddedGraphDeformer {
 namespace IterativeSolverDeformer {
-
-namespace {
-
-template <typename Body> void forRange(long long count, bool parallel, Body body)
-{
-    if (!parallel) {
-        body(0LL, count);
-        return;
-    }
-    tbb::parallel_for(tbb::blocked_range<long long>(0, count, 256),
-                      [&](const tbb::blocked_range<long long>& r) { body(r.begin(), r.end()); });
-}
-
-} // namespace
 
 void JacobianSparseStorage::setPattern(std::vector<long long> rowOffsets, std::vector<long long> columns,
                                        long long columnCount)
