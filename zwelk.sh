@@ -45,9 +45,11 @@ demo() {
         echo "Starting ZWelk on $demo_dir/exchange"
         "$BUILD_DIR/app/ZWelk" welk
     else
-        echo "No display: running the same exchange headlessly through zwelk-batch."
-        "$batch" check "$demo_dir/exchange" --write-back
-        echo "The result is $(cd "$demo_dir/exchange/Files" && pwd)/base.GoZ"
+        echo "No display: fitting the demo exchange headlessly through zwelk-batch."
+        "$batch" check "$demo_dir/exchange"
+        "$batch" welk --exchange "$demo_dir/exchange" --report "$demo_dir/fit-report.json" >/dev/null
+        echo "The fitted basemesh is $(cd "$demo_dir/exchange/Files" && pwd)/base.GoZ"
+        echo "The fit report is $(cd "$demo_dir" && pwd)/fit-report.json"
     fi
 }
 
