@@ -16,6 +16,8 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
+#include <csignal>
+
 using GeometryStack2::GoZFile;
 using TestSupport::GoZBytes;
 
@@ -231,4 +233,37 @@ TEST_F(ZWelkBatchTest, WelkWritesBackThroughTheExchange)
     EXPECT_EQ(after.polygons, before.polygons);
     EXPECT_EQ(after.uvs, before.uvs);
     EXPECT_NE(after.vertices, before.vertices);
+}
+
+TEST_F(ZWelkBatchTest, InterruptedWelkStillWritesTheShapeReached)
+{
+    const QString meshes = path(QStringLiteral("meshes"));
+    ASSERT_EQ(zwelkBatch({QStringLiteral("demo-models"), meshes, QStringLiteral("--base-resolution"),
+                          QStringLiteral("60"), QStringLiteral("--scan-subdivisions"), QStringLiteral("6")})
+                  .code,
+              0);
+    const QString out = path(QStringLiteral("fitted.obj"));
+    const QString report = path(QStringLiteral("report.json"));
+    QProcess process;
+    process.start(QStringLiteral(ZWELK_BATCH_PROGRAM),
+                  {QStringLiteral("welk"), QStringLiteral("--base"), meshes + QStringLiteral("/base.obj"),
+                   QStringLiteral("--target"), meshes + QStringLiteral("/scan.obj"), QStringLiteral("-o"), out,
+                   QStringLiteral("--report"), report});
+    ASSERT_TRUE(process.waitForStarted());
+    // Wait until the fit runs, then press Ctrl+C.
+    QByteArray err;
+    for (int i = 0; i < 300 && !err.contains("Welking"); ++i) {
+        process.waitForReadyRead(100);
+        err += process.readAllStandardError();
+    }
+    ASSERT_TRUE(err.contains("Welking")) << err.toStdString();
+    ::kill(pid_t(process.processId()), SIGINT);
+    ASSERT_TRUE(process.waitForFinished(120000));
+    EXPECT_EQ(process.exitCode(), 0);
+    const QJsonObject json = QJsonDocument::fromJson(TestSupport::readFile(report)).object();
+    EXPECT_TRUE(json[QStringLiteral("interrupted")].toBool());
+    QString error;
+    const GeometryStack2::GeomStack fitted(out, error, nullptr, GeometryStack2::GeomStack::GraphLoader);
+    EXPECT_TRUE(error.isEmpty()) << error.toStdString();
+    EXPECT_EQ(fitted.vertexCount(), 6 * 60 * 60 + 2);
 }
