@@ -67,10 +67,9 @@ private:
         void multiply(const Vector& v, Vector& y) const override;
 
     private:
-        long long& m_count;
         const JacobianSparseStorage& m_storage;
         const bool& m_parallel;
-        mutable Vector m_Jv;
+        long long& m_count;
     };
 
     class BlockDiagonalPreconditioner : public LinearSystemsSolvers::Preconditioner<float, long long>
