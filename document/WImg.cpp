@@ -103,11 +103,11 @@ bool WImg::save(const QString& path, QString* error) const
         setError(error, QString::fromStdString(OIIO::geterror()));
         return false;
     }
-    OIIO::ImageSpec spec(width(), height(), channels(), oiioType(m_mat.depth()));
+    OIIO::ImageSpec format(width(), height(), channels(), oiioType(m_mat.depth()));
     for (auto it = m_attributes.constBegin(); it != m_attributes.constEnd(); ++it)
-        spec.attribute(it.key().toStdString(), it.value().toString().toStdString());
+        format.attribute(it.key().toStdString(), it.value().toString().toStdString());
     cv::Mat continuous = m_mat.isContinuous() ? m_mat : m_mat.clone();
-    if (!output->open(file, spec) ||
+    if (!output->open(file, format) ||
         !output->write_image(oiioType(continuous.depth()), continuous.data)) {
         setError(error, QString::fromStdString(output->geterror()));
         return false;
