@@ -1,5 +1,6 @@
 #include "WImg.h"
 
+#include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imageio.h>
 
 #include <memory>
@@ -65,12 +66,13 @@ bool WImg::load(const QString& path, QString* error)
     m_mat.release();
     m_attributes.clear();
     const std::string file = path.toStdString();
-    auto input = OIIO::ImageInput::open(file);
-    if (!input) {
-        setError(error, QString::fromStdString(OIIO::geterror()));
+    OIIO::ImageBuf buffer(file);
+    // Reading the header first tells the pixel type to keep.
+    if (!buffer.init_spec(file, 0, 0)) {
+        setError(error, QString::fromStdString(buffer.geterror()));
         return false;
     }
-    const OIIO::ImageSpec& layout = input->spec();
+    const OIIO::ImageSpec& layout = buffer.nativespec();
     if (layout.width <= 0 || layout.height <= 0 || layout.nchannels <= 0 || layout.nchannels > 4) {
         setError(error, QStringLiteral("Unsupported image layout"));
         return false;
@@ -79,14 +81,14 @@ bool WImg::load(const QString& path, QString* error)
                            : layout.format == OIIO::TypeDesc::UINT16 ? UInt16
                                                                    : Float32;
     cv::Mat mat(layout.height, layout.width, CV_MAKETYPE(cvDepth(type), layout.nchannels));
-    if (!input->read_image(0, 0, 0, layout.nchannels, oiioType(mat.depth()), mat.data)) {
-        setError(error, QString::fromStdString(input->geterror()));
+    if (!buffer.read(0, 0, true, oiioType(mat.depth())) ||
+        !buffer.get_pixels(buffer.roi(), oiioType(mat.depth()), mat.data)) {
+        setError(error, QString::fromStdString(buffer.geterror()));
         return false;
     }
     for (const OIIO::ParamValue& p : layout.extra_attribs)
         m_attributes.insert(QString::fromStdString(p.name().string()),
                             QString::fromStdString(p.get_string()));
-    input->close();
     m_mat = mat;
     return true;
 }
