@@ -3,25 +3,29 @@
 #include "ControllerTexture.h"
 #include "ControllerWelk.h"
 #include "ZMainWindow.h"
-#include "ZModelPreview.h"
+#include "ZModelView.h"
+
+#include "ContextSyncController.h"
+#include "WContextNavigation2WithGeom.h"
 
 #include "exchange/InstallationSettings.h"
 #include "exchange/ModelsData.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QDebug>
 #include <QMessageBox>
 
 namespace WelkPlugin {
 
-ControllerMain::ControllerMain(const QStringList& arguments, ZMainWindow* window, std::shared_ptr<ModelsData> models,
-                               const ExchangeFolder& exchange, const PluginGLVisualParams& visualParams,
-                               ApplicationMode mode, const QVector<bool>& textureFlags,
-                               const ApplicationIdentity& identity, QOpenGLContext* context,
-                               QOffscreenSurface* surface, QObject* parent)
+ControllerMain::ControllerMain(const QStringList& arguments, ZMainWindow* window,
+                               std::shared_ptr<ModelsData> models, const ExchangeFolder& exchange,
+                               const PluginGLVisualParams& visualParams, ApplicationMode mode,
+                               const QVector<bool>& textureFlags, const ApplicationIdentity& identity,
+                               Welk::WGLSharedContext* glContext, QObject* parent)
     : QObject(parent), m_arguments(arguments), m_window(window), m_models(std::move(models)),
       m_exchange(exchange), m_visualParams(visualParams), m_identity(identity), m_mode(mode),
-      m_textureFlags(textureFlags), m_context(context), m_surface(surface)
+      m_textureFlags(textureFlags), m_glContext(glContext)
 {
     // A leftover import.txt would announce a result before there is one.
     m_exchange.removeImportFile();
@@ -33,19 +37,35 @@ ControllerMain::ControllerMain(const QStringList& arguments, ZMainWindow* window
     m_options.load(*InstallationSettings::open(m_exchange.applicationDirPath()));
 
     for (int side = 0; side < 2; ++side) {
-        ZModelPreview* view = window->modelView(side);
+        ZModelView* view = window->modelView(side);
         view->setVisualParams(m_visualParams);
-        view->setModel(m_models->geometry(side), m_exchange.meshFileName(side));
+        view->setModel(m_models->geometry(side), m_exchange.meshFileName(side), m_glContext,
+                       m_models->texture(side));
     }
-    ZModelPreview* base = window->modelView(0);
-    ZModelPreview* scan = window->modelView(1);
-    connect(base, &ZModelPreview::wireframeToggled, this, &ControllerMain::setVisibleWireframeBasemesh);
-    connect(base, &ZModelPreview::textureToggled, this, &ControllerMain::setVisibleTextureBase);
-    connect(base, &ZModelPreview::lightingToggled, this, &ControllerMain::setEnableLightBasemesh);
-    connect(scan, &ZModelPreview::wireframeToggled, this, &ControllerMain::setVisibleWireframeScan);
-    connect(scan, &ZModelPreview::textureToggled, this, &ControllerMain::setVisibleTextureScan);
-    connect(scan, &ZModelPreview::lightingToggled, this, &ControllerMain::setEnableLightScan);
+    ZModelView* base = window->modelView(0);
+    ZModelView* scan = window->modelView(1);
+    connect(base, &ZModelView::wireframeToggled, this, &ControllerMain::setVisibleWireframeBasemesh);
+    connect(base, &ZModelView::textureToggled, this, &ControllerMain::setVisibleTextureBase);
+    connect(base, &ZModelView::lightingToggled, this, &ControllerMain::setEnableLightBasemesh);
+    connect(scan, &ZModelView::wireframeToggled, this, &ControllerMain::setVisibleWireframeScan);
+    connect(scan, &ZModelView::textureToggled, this, &ControllerMain::setVisibleTextureScan);
+    connect(scan, &ZModelView::lightingToggled, this, &ControllerMain::setEnableLightScan);
     applyOptionsToViews();
+
+    // "Sync Views" locks the two cameras; its state is kept per installation.
+    if (base->navigation() && scan->navigation()) {
+        m_sync = new ContextSyncController(base->navigation(), scan->navigation(), this);
+        const bool synced = InstallationSettings::open(m_exchange.applicationDirPath())
+                                ->value(QStringLiteral("syncViewIsChecked"), false)
+                                .toBool();
+        m_sync->setEnabled(synced);
+        window->syncViewsBox()->setChecked(synced);
+        connect(window, &ZMainWindow::syncViewsToggled, this, [this](bool on) {
+            m_sync->setEnabled(on);
+            InstallationSettings::open(m_exchange.applicationDirPath())
+                ->setValue(QStringLiteral("syncViewIsChecked"), on);
+        });
+    }
 
     if (m_mode == TextureMode)
         m_modeController = new ControllerTexture(window, m_models, this);
@@ -75,7 +95,8 @@ void ControllerMain::onCancel()
     if (m_modeController->hasUnsavedWork()) {
         const auto answer = QMessageBox::question(
             m_window, QStringLiteral("ZWelk"),
-            QStringLiteral("Points, splines or a fit result will be lost.\nClose without sending anything to ZBrush?"),
+            QStringLiteral(
+                "Points, splines or a fit result will be lost.\nClose without sending anything to ZBrush?"),
             QMessageBox::Close | QMessageBox::Cancel, QMessageBox::Cancel);
         if (answer != QMessageBox::Close)
             return;
@@ -109,17 +130,49 @@ void ControllerMain::setNewVisualParams(const PluginGLVisualParams& newVisualPar
 
 void ControllerMain::applyOptionsToViews()
 {
-    m_window->modelView(0)->setToggles(m_options.wireframeBase, m_options.textureBase, m_options.lightningBase);
-    m_window->modelView(1)->setToggles(m_options.wireframeScan, m_options.textureScan, m_options.lightningScan);
+    m_window->modelView(0)->setToggles(m_options.wireframeBase, m_options.textureBase,
+                                       m_options.lightningBase);
+    m_window->modelView(1)->setToggles(m_options.wireframeScan, m_options.textureScan,
+                                       m_options.lightningScan);
 }
 
-void ControllerMain::setVisibleWireframeBasemesh(bool isVisible) { m_options.wireframeBase = isVisible; applyOptionsToViews(); }
-void ControllerMain::setVisibleWireframeScan(bool isVisible) { m_options.wireframeScan = isVisible; applyOptionsToViews(); }
-void ControllerMain::setVisibleWireframeUV(bool isVisible) { m_options.wireframeUV = isVisible; }
-void ControllerMain::setEnableLightBasemesh(bool isEnabled) { m_options.lightningBase = isEnabled; applyOptionsToViews(); }
-void ControllerMain::setEnableLightScan(bool isEnabled) { m_options.lightningScan = isEnabled; applyOptionsToViews(); }
-void ControllerMain::setVisibleTextureBase(bool isVisible) { m_options.textureBase = isVisible; applyOptionsToViews(); }
-void ControllerMain::setVisibleTextureScan(bool isVisible) { m_options.textureScan = isVisible; applyOptionsToViews(); }
-void ControllerMain::setDisplayInSRGB(bool isEnabled) { m_options.displayInSRGB = isEnabled; }
+void ControllerMain::setVisibleWireframeBasemesh(bool isVisible)
+{
+    m_options.wireframeBase = isVisible;
+    applyOptionsToViews();
+}
+void ControllerMain::setVisibleWireframeScan(bool isVisible)
+{
+    m_options.wireframeScan = isVisible;
+    applyOptionsToViews();
+}
+void ControllerMain::setVisibleWireframeUV(bool isVisible)
+{
+    m_options.wireframeUV = isVisible;
+}
+void ControllerMain::setEnableLightBasemesh(bool isEnabled)
+{
+    m_options.lightningBase = isEnabled;
+    applyOptionsToViews();
+}
+void ControllerMain::setEnableLightScan(bool isEnabled)
+{
+    m_options.lightningScan = isEnabled;
+    applyOptionsToViews();
+}
+void ControllerMain::setVisibleTextureBase(bool isVisible)
+{
+    m_options.textureBase = isVisible;
+    applyOptionsToViews();
+}
+void ControllerMain::setVisibleTextureScan(bool isVisible)
+{
+    m_options.textureScan = isVisible;
+    applyOptionsToViews();
+}
+void ControllerMain::setDisplayInSRGB(bool isEnabled)
+{
+    m_options.displayInSRGB = isEnabled;
+}
 
 } // namespace WelkPlugin

@@ -12,11 +12,13 @@
 
 #include <memory>
 
-class QOffscreenSurface;
-class QOpenGLContext;
+namespace Welk {
+class WGLSharedContext;
+}
 
 namespace WelkPlugin {
 
+class ContextSyncController;
 class ControllerBase;
 class ModelsData;
 class ZMainWindow;
@@ -29,12 +31,14 @@ class ControllerMain : public QObject
     Q_OBJECT
 public:
     ControllerMain(const QStringList& arguments, ZMainWindow* window, std::shared_ptr<ModelsData> models,
-                   const ExchangeFolder& exchange, const PluginGLVisualParams& visualParams, ApplicationMode mode,
-                   const QVector<bool>& textureFlags, const ApplicationIdentity& identity,
-                   QOpenGLContext* context, QOffscreenSurface* surface, QObject* parent = nullptr);
+                   const ExchangeFolder& exchange, const PluginGLVisualParams& visualParams,
+                   ApplicationMode mode, const QVector<bool>& textureFlags,
+                   const ApplicationIdentity& identity, Welk::WGLSharedContext* glContext,
+                   QObject* parent = nullptr);
     ~ControllerMain() override;
 
     ControllerBase* modeController() const { return m_modeController; }
+    ContextSyncController* syncController() const { return m_sync; }
     const VisualOptions& visualOptions() const { return m_options; }
 
 public slots:
@@ -67,8 +71,8 @@ private:
     ApplicationIdentity m_identity;
     ApplicationMode m_mode;
     QVector<bool> m_textureFlags;
-    QOpenGLContext* m_context;
-    QOffscreenSurface* m_surface;
+    Welk::WGLSharedContext* m_glContext;
+    ContextSyncController* m_sync = nullptr;
     VisualOptions m_options;
     ControllerBase* m_modeController = nullptr;
 };

@@ -1,7 +1,7 @@
 #include "ZMainWindow.h"
 
 #include "ZErrorBar.h"
-#include "ZModelPreview.h"
+#include "ZModelView.h"
 
 #include "exchange/InstallationSettings.h"
 
@@ -48,8 +48,8 @@ ZMainWindow::ZMainWindow(bool isWelkMode, ApplicationMode mode, QScreen* screen,
     auto* body = new QSplitter(Qt::Horizontal, central);
     auto* views = new QSplitter(Qt::Horizontal, body);
     views->setObjectName(QStringLiteral("viewSplitter"));
-    m_views[0] = new ZModelPreview(isWelkMode ? tr("Basemesh") : tr("Target"), views);
-    m_views[1] = new ZModelPreview(isWelkMode ? tr("Scan") : tr("Source"), views);
+    m_views[0] = new ZModelView(isWelkMode ? tr("Basemesh") : tr("Target"), views);
+    m_views[1] = new ZModelView(isWelkMode ? tr("Scan") : tr("Source"), views);
     views->addWidget(m_views[0]);
     views->addWidget(m_views[1]);
 
@@ -172,8 +172,14 @@ void ZMainWindow::setPagesComplete()
     setCurrentPage(0);
 }
 
-int ZMainWindow::currentPage() const { return m_pages->currentIndex(); }
-int ZMainWindow::pageCount() const { return m_pages->count(); }
+int ZMainWindow::currentPage() const
+{
+    return m_pages->currentIndex();
+}
+int ZMainWindow::pageCount() const
+{
+    return m_pages->count();
+}
 
 void ZMainWindow::setCurrentPage(int index)
 {
@@ -192,8 +198,14 @@ void ZMainWindow::updateButtons()
     m_next->setVisible(pageCount() > 1);
 }
 
-void ZMainWindow::showWarning(int number, const QString& text) { m_errorBar->showWarning(number, text); }
-void ZMainWindow::hideWarning(int number) { m_errorBar->hideWarning(number); }
+void ZMainWindow::showWarning(int number, const QString& text)
+{
+    m_errorBar->showWarning(number, text);
+}
+void ZMainWindow::hideWarning(int number)
+{
+    m_errorBar->hideWarning(number);
+}
 
 void ZMainWindow::setHint(const QString& hint)
 {
@@ -223,11 +235,34 @@ void ZMainWindow::restoreWindowGeometry(QScreen* screen)
 {
     auto settings = InstallationSettings::open(QCoreApplication::applicationDirPath());
     const QByteArray saved = settings->value(QStringLiteral("mainWindow/geometry")).toByteArray();
-    if (!saved.isEmpty() && restoreGeometry(saved))
-        return;
     const QRect area = screen ? screen->availableGeometry() : QRect(0, 0, 1600, 1000);
+    if (!saved.isEmpty() && restoreGeometry(saved)) {
+        // A geometry saved on a larger screen would leave bars off-screen.
+        if (!isMaximized() && !isFullScreen())
+            setGeometry(clampedToArea(geometry(), area));
+        return;
+    }
     const QSize size(qMin(1600, area.width()), qMin(1000, area.height()));
     setGeometry(QRect(area.center() - QPoint(size.width() / 2, size.height() / 2), size));
+}
+
+QRect ZMainWindow::clampedToArea(const QRect& rect, const QRect& area)
+{
+    if (area.contains(rect))
+        return rect;
+    const QRect& usable = area;
+    QRect out = rect;
+    out.setWidth(qMin(rect.width(), usable.width()));
+    out.setHeight(qMin(rect.height(), usable.height()));
+    if (out.right() > usable.right())
+        out.moveRight(usable.right());
+    if (out.bottom() > usable.bottom())
+        out.moveBottom(usable.bottom());
+    if (out.left() < usable.left())
+        out.moveLeft(usable.left());
+    if (out.top() < usable.top())
+        out.moveTop(usable.top());
+    return out;
 }
 
 } // namespace WelkPlugin

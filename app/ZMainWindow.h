@@ -16,7 +16,7 @@ class QTabBar;
 namespace WelkPlugin {
 
 class ZErrorBar;
-class ZModelPreview;
+class ZModelView;
 
 /// The one window of a run: the step bar with Prev / Next / Done / Cancel,
 /// the warning bar, the two model panes, the current step's panel and the
@@ -44,7 +44,7 @@ public:
     void setCurrentPage(int index);
 
     ZErrorBar* errorBar() const { return m_errorBar; }
-    ZModelPreview* modelView(int side) const { return m_views[side]; }
+    ZModelView* modelView(int side) const { return m_views[side]; }
 
     void showWarning(int number, const QString& text);
     void hideWarning(int number);
@@ -54,6 +54,10 @@ public:
 
     QPushButton* doneButton() const { return m_done; }
     QPushButton* cancelButton() const { return m_cancel; }
+    QCheckBox* syncViewsBox() const { return m_syncViews; }
+
+    /// Moves and shrinks `rect` until it lies inside `area`.
+    static QRect clampedToArea(const QRect& rect, const QRect& area);
 
 signals:
     void nextClicked();
@@ -82,7 +86,7 @@ private:
     QPushButton* m_done = nullptr;
     QPushButton* m_cancel = nullptr;
     ZErrorBar* m_errorBar = nullptr;
-    ZModelPreview* m_views[2] = {nullptr, nullptr};
+    ZModelView* m_views[2] = {nullptr, nullptr};
     QStackedWidget* m_pages = nullptr;
     QWidget* m_rightPanel = nullptr;
     QLabel* m_hint = nullptr;

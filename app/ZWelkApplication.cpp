@@ -15,8 +15,9 @@
 #include <QCursor>
 #include <QFile>
 #include <QIcon>
-#include <QOffscreenSurface>
 #include <QOpenGLContext>
+
+#include "WGLSharedContext.h"
 #include <QScreen>
 #include <QSplashScreen>
 
@@ -97,26 +98,14 @@ int runZWelk(int& argc, char** argv)
 
     // 6. A context sharing with the global one, so GL objects outlive views.
     QString error;
-    QOpenGLContext* globalContext = QOpenGLContext::globalShareContext();
-    if (!globalContext)
-        error = QStringLiteral("Failed to get OpenGL global context");
-    QOffscreenSurface surface;
-    QOpenGLContext context;
-    if (error.isEmpty()) {
-        surface.setFormat(globalContext->format());
-        surface.create();
-        context.setShareContext(globalContext);
-        context.setFormat(globalContext->format());
-        if (!context.create())
-            error = QStringLiteral("Failed to create OpenGL context");
-    }
+    Welk::WGLSharedContext glContext(error);
     if (showStartupMessage(QStringLiteral("OpenGL error"), error, styleSheet, exchange, splash, true))
         return 1;
 
     // 7.
     splashMessage(splash, QStringLiteral("Checking OpenGL version"));
-    const int major = context.format().majorVersion();
-    const int minor = context.format().minorVersion();
+    const int major = glContext.context()->format().majorVersion();
+    const int minor = glContext.context()->format().minorVersion();
     if (!(major > 2 || (major == 2 && minor > 0)))
         error = QStringLiteral("OpenGL 2.1 or higher is required to run ZWelk.\nCurrent version: %1.%2")
                     .arg(major)
@@ -171,8 +160,7 @@ int runZWelk(int& argc, char** argv)
     window->setWindowTitle(QStringLiteral("ZWelk %1").arg(identity.version));
     window->setStyleSheet(styleSheet);
     auto controller = std::make_unique<ControllerMain>(QCoreApplication::arguments(), window.get(), models, exchange,
-                                                       visualParams, mode, textureFlags, identity, &context,
-                                                       &surface);
+                                                       visualParams, mode, textureFlags, identity, &glContext);
 
     // 15. Growing the window by a pixel after the first show forces the
     // re-layout that the first show leaves undone.

@@ -1,7 +1,7 @@
 #include "GuiFixture.h"
 
 #include "ZMainWindow.h"
-#include "ZModelPreview.h"
+#include "ZModelView.h"
 
 #include "exchange/InstallationSettings.h"
 

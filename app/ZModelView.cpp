@@ -1,0 +1,238 @@
+#include "ZModelView.h"
+
+#include "ContextSyncController.h"
+#include "WCamera3D.h"
+#include "WContextNavigation2WithGeom.h"
+#include "WGLDataGeomStackTriangulated.h"
+#include "WGLMarkers.h"
+#include "WGLMaterialCavity.h"
+#include "WGLMaterialWireframe.h"
+#include "WGLObjectRenderer.h"
+#include "WGLObjectShadow.h"
+#include "WGLPolylines.h"
+#include "WGLSharedContext.h"
+#include "WGLTextureImg.h"
+#include "ZGLBackground.h"
+#include "ZGLGeom.h"
+#include "ZGLViewport.h"
+
+#include "document/WImg.h"
+#include "geometry/GeomStackTriangulated.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+namespace WelkPlugin {
+
+using namespace Welk;
+
+namespace {
+
+QToolButton* toggle(const QString& text, const QString& tip, QWidget* parent)
+{
+    auto* button = new QToolButton(parent);
+    button->setText(text);
+    button->setToolTip(tip);
+    button->setCheckable(true);
+    return button;
+}
+
+} // namespace
+
+ZModelView::ZModelView(const QString& role, QWidget* parent)
+    : QWidget(parent), m_role(role), m_camera(std::make_shared<WCamera3D>()),
+      m_background(std::make_unique<ZGLBackground>()), m_shadow(std::make_unique<WGLObjectShadow>()),
+      m_markers(std::make_unique<WGLMarkers>()), m_polylines(std::make_unique<WGLPolylines>())
+{
+    setMinimumSize(240, 200);
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+
+    m_header = new QWidget(this);
+    m_header->setObjectName(QStringLiteral("viewportHeader"));
+    auto* headerLayout = new QHBoxLayout(m_header);
+    headerLayout->setContentsMargins(8, 4, 8, 4);
+    auto* text = new QVBoxLayout;
+    text->setSpacing(0);
+    m_title = new QLabel(m_header);
+    m_title->setStyleSheet(QStringLiteral("font-weight: bold;"));
+    m_counts = new QLabel(m_header);
+    text->addWidget(m_title);
+    text->addWidget(m_counts);
+    headerLayout->addLayout(text, 1);
+    m_wireframe = toggle(tr("Wire"), tr("Show the wireframe of this model"), m_header);
+    m_texture = toggle(tr("Texture"), tr("Show this model's texture"), m_header);
+    m_lighting = toggle(tr("Light"), tr("Light this model"), m_header);
+    headerLayout->addWidget(m_wireframe);
+    headerLayout->addWidget(m_texture);
+    headerLayout->addWidget(m_lighting);
+    layout->addWidget(m_header);
+    m_title->setText(m_role);
+
+    connect(m_wireframe, &QToolButton::toggled, this, [this](bool on) {
+        updateMaterials();
+        Q_EMIT wireframeToggled(on);
+    });
+    connect(m_texture, &QToolButton::toggled, this, [this](bool on) {
+        if (m_surface)
+            m_surface->setTextureEnabled(on);
+        if (m_viewport)
+            m_viewport->update();
+        Q_EMIT textureToggled(on);
+    });
+    connect(m_lighting, &QToolButton::toggled, this, [this](bool on) {
+        if (m_surface)
+            m_surface->setLightingEnabled(on);
+        if (m_viewport)
+            m_viewport->update();
+        Q_EMIT lightingToggled(on);
+    });
+}
+
+ZModelView::~ZModelView()
+{
+    // GL objects die in their share group, whichever view is gone already.
+    if (m_context)
+        m_context->makeCurrentIfNeeded();
+    m_geom.reset();
+    m_renderer.reset();
+    m_data.reset();
+    m_surface.reset();
+    m_wire.reset();
+    m_textureImage.reset();
+    m_markers.reset();
+    m_polylines.reset();
+    m_background.reset();
+    m_shadow.reset();
+}
+
+void ZModelView::setModel(const GeometryStack2::GeomStackTriangulated* mesh, const QString& fileName,
+                          WGLSharedContext* context, const WImg& texture)
+{
+    m_mesh = mesh;
+    m_context = context;
+    m_title->setText(QStringLiteral("%1 \u2014 %2").arg(m_role, fileName));
+    if (mesh)
+        m_counts->setText(
+            tr("%L1 vertices, %L2 polygons").arg(mesh->vertexCount()).arg(mesh->polygonCount()));
+    if (!mesh || !context)
+        return;
+
+    context->makeCurrentIfNeeded();
+    m_data = std::make_shared<WGLDataGeomStackTriangulated>(context, *mesh);
+    m_surface = std::make_shared<WGLMaterialCavity>();
+    m_surface->setLightingEnabled(m_lighting->isChecked());
+    m_surface->setTextureEnabled(m_texture->isChecked());
+    if (!texture.isNull() && mesh->hasTexCoords()) {
+        m_textureImage = std::make_unique<WGLTextureImg>(texture);
+        m_surface->setTexture(m_textureImage.get());
+    }
+    m_wire = std::make_shared<WGLMaterialWireframe>();
+    m_renderer = std::make_shared<WGLObjectRenderer>(m_data);
+    m_geom = std::make_unique<ZGLGeom>(context, m_renderer);
+    updateMaterials();
+
+    if (!m_viewport) {
+        m_viewport = new ZGLViewport(m_camera, m_background.get(), m_shadow.get(), context, this);
+        m_viewport->setObjectName(m_role + QStringLiteral("Viewport"));
+        m_viewport->addModel(m_geom.get());
+        m_viewport->addObject(m_polylines.get(), 1);
+        m_viewport->addObject(m_markers.get(), 1);
+        auto data = m_data;
+        m_navigation = new WContextNavigation2WithGeom(
+            m_viewport, m_camera, [data] { return std::make_pair(data->boundsMin(), data->boundsMax()); });
+        static_cast<QVBoxLayout*>(layout())->addWidget(m_viewport, 1);
+    } else {
+        m_viewport->removeModel(m_geom.get());
+        m_viewport->addModel(m_geom.get());
+    }
+    m_fitted = false;
+    fitToView();
+}
+
+void ZModelView::updateMaterials()
+{
+    // The wireframe's edge list is built the first time it is shown.
+    if (m_renderer) {
+        if (m_wireframe->isChecked())
+            m_renderer->setMaterials({m_surface, m_wire});
+        else
+            m_renderer->setMaterials({m_surface});
+    }
+    if (m_viewport)
+        m_viewport->update();
+}
+
+void ZModelView::setVisualParams(const PluginGLVisualParams& params)
+{
+    m_background->setColor(params.backgroundColor);
+    m_background->setGradient(params.gradientA, params.gradientB, params.gradientC);
+    m_camera->setFieldOfView(params.fieldOfView > 1.0f && params.fieldOfView < 170.0f ? params.fieldOfView
+                                                                                      : 25.0f);
+    if (m_viewport) {
+        m_viewport->setClearColor(params.backgroundColor);
+        m_viewport->update();
+    }
+}
+
+void ZModelView::setToggles(bool wireframe, bool texture, bool lighting)
+{
+    m_wireframe->setChecked(wireframe);
+    m_texture->setChecked(texture);
+    m_lighting->setChecked(lighting);
+}
+
+QString ZModelView::headerText() const
+{
+    return m_title->text() + QLatin1Char('\n') + m_counts->text();
+}
+
+QImage ZModelView::grabImage()
+{
+    return m_viewport ? m_viewport->grabFramebuffer() : QImage();
+}
+
+void ZModelView::setVertices(const QVector<QVector3D>& vertices)
+{
+    if (!m_data || !m_mesh || vertices.size() != m_mesh->vertexCount())
+        return;
+    m_data->setVertices(vertices);
+    if (m_viewport)
+        m_viewport->update();
+}
+
+void ZModelView::resetVertices()
+{
+    if (m_mesh)
+        setVertices(m_mesh->vertices());
+}
+
+void ZModelView::setVertexColors(const QVector<QColor>& colors)
+{
+    if (!m_data)
+        return;
+    m_data->setVertexColors(colors);
+    if (m_viewport)
+        m_viewport->update();
+}
+
+void ZModelView::fitToView()
+{
+    if (!m_navigation || !m_viewport || m_viewport->height() < 2)
+        return;
+    m_navigation->fitToView();
+    m_fitted = true;
+}
+
+void ZModelView::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    // The first real size frames the model; later resizes keep the camera.
+    if (!m_fitted && m_viewport && m_viewport->height() > 1)
+        fitToView();
+}
+
+} // namespace WelkPlugin

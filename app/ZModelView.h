@@ -1,0 +1,121 @@
+#pragma once
+
+#include "exchange/PluginGLVisualParams.h"
+
+#include <QColor>
+#include <QImage>
+#include <QVector3D>
+#include <QVector>
+#include <QWidget>
+
+#include <memory>
+
+class QLabel;
+class QToolButton;
+
+namespace GeometryStack2 {
+class GeomStackTriangulated;
+}
+
+namespace Welk {
+class WCamera3D;
+class WContextNavigation2WithGeom;
+class WGLDataGeomStackTriangulated;
+class WGLMarkers;
+class WGLMaterialCavity;
+class WGLMaterialWireframe;
+class WGLObjectRenderer;
+class WGLObjectShadow;
+class WGLPolylines;
+class WGLSharedContext;
+class WGLTextureImg;
+class WImg;
+class ZGLBackground;
+class ZGLGeom;
+class ZGLViewport;
+} // namespace Welk
+
+namespace WelkPlugin {
+
+/// A model's pane: a header with its role, file name, counts and the
+/// display toggles, over an OpenGL view of the model navigated as in
+/// ZBrush. Steps draw their markers and curves into `markers()` and
+/// `polylines()`, and a running fit shows its shapes through `setVertices`.
+class ZModelView : public QWidget
+{
+    Q_OBJECT
+public:
+    ZModelView(const QString& role, QWidget* parent = nullptr);
+    ~ZModelView() override;
+
+    /// Shows `mesh` (kept by the caller for the view's life) with `texture`
+    /// where the mesh has texture coordinates. Builds the GL arrays in the
+    /// shared context.
+    void setModel(const GeometryStack2::GeomStackTriangulated* mesh, const QString& fileName,
+                  Welk::WGLSharedContext* context, const Welk::WImg& texture);
+    void setVisualParams(const PluginGLVisualParams& params);
+    void setToggles(bool wireframe, bool texture, bool lighting);
+
+    /// The header's text, for tests and accessibility.
+    QString headerText() const;
+    const GeometryStack2::GeomStackTriangulated* mesh() const { return m_mesh; }
+
+    Welk::ZGLViewport* viewport() const { return m_viewport; }
+    Welk::WContextNavigation2WithGeom* navigation() const { return m_navigation; }
+    Welk::WCamera3D& camera() const { return *m_camera; }
+    Welk::WGLMarkers* markers() const { return m_markers.get(); }
+    Welk::WGLPolylines* polylines() const { return m_polylines.get(); }
+    Welk::WGLDataGeomStackTriangulated* glData() const { return m_data.get(); }
+
+    /// The drawn image, as on screen.
+    QImage grabImage();
+
+public slots:
+    /// Draws the model with new positions (same count); a list of another
+    /// size is ignored. Costs one upload of positions and one of normals.
+    void setVertices(const QVector<QVector3D>& vertices);
+    /// Back to the positions of the mesh as loaded.
+    void resetVertices();
+    /// Colours the model per vertex (same count as the vertices); an empty
+    /// list goes back to the clay colour.
+    void setVertexColors(const QVector<QColor>& colors);
+    /// Frames the whole model.
+    void fitToView();
+
+signals:
+    void wireframeToggled(bool visible);
+    void textureToggled(bool visible);
+    void lightingToggled(bool enabled);
+
+protected:
+    void updateMaterials();
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    QWidget* m_header;
+    QLabel* m_title;
+    QLabel* m_counts;
+    QToolButton* m_wireframe;
+    QToolButton* m_texture;
+    QToolButton* m_lighting;
+    QString m_role;
+
+    const GeometryStack2::GeomStackTriangulated* m_mesh = nullptr;
+    Welk::WGLSharedContext* m_context = nullptr;
+    std::shared_ptr<Welk::WCamera3D> m_camera;
+    std::unique_ptr<Welk::ZGLBackground> m_background;
+    std::unique_ptr<Welk::WGLObjectShadow> m_shadow;
+    std::shared_ptr<Welk::WGLDataGeomStackTriangulated> m_data;
+    std::shared_ptr<Welk::WGLMaterialCavity> m_surface;
+    std::shared_ptr<Welk::WGLMaterialWireframe> m_wire;
+    std::unique_ptr<Welk::WGLTextureImg> m_textureImage;
+    std::shared_ptr<Welk::WGLObjectRenderer> m_renderer;
+    std::unique_ptr<Welk::ZGLGeom> m_geom;
+    std::unique_ptr<Welk::WGLMarkers> m_markers;
+    std::unique_ptr<Welk::WGLPolylines> m_polylines;
+    Welk::ZGLViewport* m_viewport = nullptr;
+    Welk::WContextNavigation2WithGeom* m_navigation = nullptr;
+    bool m_fitted = false;
+};
+
+} // namespace WelkPlugin

@@ -1,0 +1,40 @@
+#include "WGLMaterial.h"
+
+#include "WGLShaderBuilder.h"
+#include "WGLTexBuffer.h"
+
+#include <QOpenGLContext>
+#include <QOpenGLFunctions>
+#include <QOpenGLShaderProgram>
+
+namespace Welk {
+
+WGLMaterial::WGLMaterial() = default;
+WGLMaterial::~WGLMaterial() = default;
+
+QOpenGLShaderProgram* WGLMaterial::program(const QString& vertexPath, const QString& fragmentPath,
+                                           const QStringList& defines)
+{
+    const QString paths = vertexPath + QLatin1Char('|') + fragmentPath;
+    if (m_program && defines == m_defines && paths == m_paths)
+        return m_program.get();
+    if (m_programBuilds > 0 && defines == m_defines && paths == m_paths)
+        return nullptr; // failed before with the same switches; already logged
+    m_program = WGLShaderBuilder::fromFiles(vertexPath, fragmentPath, defines);
+    m_defines = defines;
+    m_paths = paths;
+    ++m_programBuilds;
+    return m_program.get();
+}
+
+void WGLMaterial::bindTexBuffer(QOpenGLShaderProgram& program, const char* name, const char* sizeName,
+                                const WGLTexBuffer& buffer, int unit)
+{
+    QOpenGLFunctions* f = QOpenGLContext::currentContext()->functions();
+    f->glActiveTexture(GL_TEXTURE0 + unit);
+    f->glBindTexture(GL_TEXTURE_2D, buffer.textureId());
+    program.setUniformValue(name, unit);
+    program.setUniformValue(sizeName, static_cast<float>(buffer.side()));
+}
+
+} // namespace Welk

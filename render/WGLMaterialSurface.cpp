@@ -1,0 +1,68 @@
+#include "WGLMaterialSurface.h"
+
+#include "WGLBuffer.h"
+#include "WGLData.h"
+#include "WGLTexBuffer.h"
+#include "WGLTexture.h"
+
+#include <QOpenGLFunctions>
+#include <QOpenGLShaderProgram>
+
+namespace Welk {
+
+QStringList WGLMaterialSurface::definesFor(const WGLData& data) const
+{
+    QStringList defines;
+    const bool texture = m_textureEnabled && m_texture && data.texCoords() && data.triangleTexCoordIndices();
+    const bool indexColor = m_indexColorEnabled && data.vertexColors();
+    if (m_lighting)
+        defines << QStringLiteral("isLightingEnabled");
+    if (texture && !indexColor)
+        defines << QStringLiteral("isTextureEnabled");
+    if (m_ghost)
+        defines << QStringLiteral("isGhostEffectEnabled");
+    if (indexColor)
+        defines << QStringLiteral("isIndexColorEnabled");
+    return defines;
+}
+
+void WGLMaterialSurface::draw(const WGLFrameData& frame, WGLData& data, const QMatrix4x4& modelView)
+{
+    if (!data.vertices() || !data.triangleVertexIndices())
+        return;
+    const QStringList defines = definesFor(data);
+    QOpenGLShaderProgram* p =
+        program(QStringLiteral(":/shaders/surface.vert"), QStringLiteral(":/shaders/surface.frag"), defines);
+    if (!p)
+        return;
+    p->bind();
+    p->setUniformValue("modelViewMatrix", modelView);
+    p->setUniformValue("projectionMatrix", frame.projectionMatrix);
+    p->setUniformValue("normalMatrix", modelView.normalMatrix());
+    p->setUniformValue("color", color());
+    p->setUniformValue("ghostEffectBaseline", static_cast<float>(color().lightnessF()));
+    p->setUniformValue("opacity", opacity());
+    p->setUniformValue("colorSpace", static_cast<int>(m_colorSpace));
+    bindTexBuffer(*p, "vertex", "vertexSize", *data.vertices(), 0);
+    bindTexBuffer(*p, "normal", "normalSize", *data.normals(), 1);
+    data.triangleVertexIndices()->bindTo(*p, "triangleVertexInd");
+    if (defines.contains(QStringLiteral("isTextureEnabled"))) {
+        bindTexBuffer(*p, "texCoord", "texCoordSize", *data.texCoords(), 2);
+        m_texture->bind(3);
+        p->setUniformValue("texture", 3);
+        data.triangleTexCoordIndices()->bindTo(*p, "triangleTexCoordInd");
+    }
+    if (defines.contains(QStringLiteral("isIndexColorEnabled"))) {
+        bindTexBuffer(*p, "triangleVertexColor", "triangleVertexColorSize", *data.vertexColors(), 4);
+        data.triangleVertexIndices()->bindTo(*p, "triangleVertexColorInd");
+    }
+    frame.functions->glDrawArrays(GL_TRIANGLES, 0, data.triangleVertexIndices()->count());
+    data.triangleVertexIndices()->releaseFrom(*p, "triangleVertexInd");
+    if (data.triangleTexCoordIndices())
+        data.triangleTexCoordIndices()->releaseFrom(*p, "triangleTexCoordInd");
+    data.triangleVertexIndices()->releaseFrom(*p, "triangleVertexColorInd");
+    frame.functions->glActiveTexture(GL_TEXTURE0);
+    p->release();
+}
+
+} // namespace Welk
