@@ -46,6 +46,8 @@ ZModelView::ZModelView(const QString& role, QWidget* parent)
       m_background(std::make_unique<ZGLBackground>()), m_shadow(std::make_unique<WGLObjectShadow>()),
       m_markers(std::make_unique<WGLMarkers>()), m_polylines(std::make_unique<WGLPolylines>())
 {
+    // Running jobs hand positions over through queued calls of setVertices.
+    qRegisterMetaType<QVector<QVector3D>>("QVector<QVector3D>");
     setMinimumSize(240, 200);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
