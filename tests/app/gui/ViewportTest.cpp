@@ -7,10 +7,12 @@
 #include "ZMainWindow.h"
 #include "ZModelView.h"
 
+#include "exchange/InstallationSettings.h"
 #include "geometry/GeomStackTriangulated.h"
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QFileInfo>
 #include <QMouseEvent>
 #include <QPushButton>
 #include <QToolButton>
@@ -157,6 +159,13 @@ TEST_F(Viewports, MouseKeysTogglesAndLiveVerticesChangeWhatIsDrawn)
     EXPECT_TRUE(seen.unsyncedStill);
     EXPECT_TRUE(seen.updateChanged) << "queued vertices are drawn";
     EXPECT_EQ(seen.indexBuilds, 1);
+
+    // The toggles and the sync box are remembered; leave no trace for other tests.
+    auto settings = WelkPlugin::InstallationSettings::open(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalPath());
+    EXPECT_FALSE(settings->value(QStringLiteral("syncViewIsChecked"), true).toBool());
+    EXPECT_TRUE(settings->value(QStringLiteral("viewportVisualSettings/wireframeBase")).toBool());
+    settings->remove(QStringLiteral("viewportVisualSettings"));
+    settings->remove(QStringLiteral("syncViewIsChecked"));
 }
 
 TEST(WindowGeometry, ASavedGeometryLargerThanTheScreenIsClampedOntoIt)
