@@ -1,6 +1,7 @@
 #include "WContextNavigation2.h"
 
 #include "WCamera3D.h"
+#include "WViewport.h"
 
 #include <QKeyEvent>
 #include <QMouseEvent>
@@ -152,6 +153,8 @@ bool WContextNavigation2::onMousePress(QMouseEvent* event)
         return false;
     m_mode = mode;
     m_pressPosition = m_lastPosition = pixelOf(event->localPos());
+    if (auto* view = qobject_cast<WViewport*>(viewport()))
+        view->beginInteraction();
     return true;
 }
 
@@ -193,6 +196,8 @@ bool WContextNavigation2::onMouseRelease(QMouseEvent* event)
     m_targetOrientation = m_camera->orientation();
     m_storedOrientation = m_camera->orientation();
     m_mode = ModeNone;
+    if (auto* view = qobject_cast<WViewport*>(viewport()))
+        view->endInteraction();
     Q_EMIT cameraFinishedMovement();
     return true;
 }
@@ -202,6 +207,8 @@ bool WContextNavigation2::onWheel(QWheelEvent* event)
     const float notches = event->angleDelta().y() / 120.0f;
     if (notches == 0.0f)
         return false;
+    if (auto* view = qobject_cast<WViewport*>(viewport()))
+        view->interactBriefly();
     // Wheel up comes closer; each notch a tenth of the distance.
     QVector3D t = m_camera->translation() * std::pow(0.9f, notches);
     t.setZ(std::max(t.z(), 1e-40f));

@@ -22,6 +22,10 @@ public:
     virtual WGLTexBufferColor* vertexColors() const { return nullptr; }
     virtual WGLBufferFloat* triangleVertexIndices() const { return nullptr; }
     virtual WGLBufferFloat* triangleTexCoordIndices() const { return nullptr; }
+    /// A coarser triangle stream over the same vertex texture, drawn while
+    /// the camera moves; null when the mesh is small enough to draw whole.
+    virtual WGLBufferFloat* coarseTriangleVertexIndices() const { return nullptr; }
+    virtual WGLBufferFloat* coarseTriangleTexCoordIndices() const { return nullptr; }
     /// Pairs of vertex indices, one pair per polygon edge.
     virtual WGLBufferFloat* edgeVertexIndices() { return nullptr; }
     virtual QVector3D boundsMin() const { return {}; }

@@ -10,6 +10,7 @@
 #include <tbb/parallel_sort.h>
 
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 namespace Welk {
@@ -56,6 +57,77 @@ QVector<float> uniqueEdges(const QVector<int>& corners, const QVector<int>& offs
     return out;
 }
 
+/// Vertex clustering: vertices that share a cell of a grid over the bounds
+/// collapse onto the cell's first vertex, and triangles that lose a corner
+/// that way go. The survivors keep their original texture corners. The grid
+/// is refined or coarsened until about `target` triangles remain.
+void clusterTriangles(const QVector<QVector3D>& vertices, const QVector<int>& triangles,
+                      const QVector<int>& texCorners, const QVector3D& lo, const QVector3D& hi, int target,
+                      QVector<float>& outVertices, QVector<float>& outTexCorners)
+{
+    const QVector3D extent = hi - lo;
+    const float largest = std::max({extent.x(), extent.y(), extent.z(), 1e-30f});
+    double cellsAcross = std::sqrt(target / 4.0);
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        const float cell = largest / static_cast<float>(cellsAcross);
+        std::vector<quint64> keys(vertices.size());
+        tbb::parallel_for(tbb::blocked_range<int>(0, vertices.size(), 1 << 15),
+                          [&](const tbb::blocked_range<int>& r) {
+                              for (int i = r.begin(); i < r.end(); ++i) {
+                                  const QVector3D q = (vertices[i] - lo) / cell;
+                                  const quint64 x = static_cast<quint64>(std::max(0.0f, q.x())) & 0x1fffff;
+                                  const quint64 y = static_cast<quint64>(std::max(0.0f, q.y())) & 0x1fffff;
+                                  const quint64 z = static_cast<quint64>(std::max(0.0f, q.z())) & 0x1fffff;
+                                  keys[i] = (x << 42) | (y << 21) | z;
+                              }
+                          });
+        // The representative of a cell is its smallest vertex index.
+        std::vector<std::pair<quint64, int>> order(vertices.size());
+        for (int i = 0; i < vertices.size(); ++i)
+            order[i] = {keys[i], i};
+        tbb::parallel_sort(order.begin(), order.end());
+        std::vector<int> representative(vertices.size());
+        for (size_t i = 0; i < order.size();) {
+            size_t j = i;
+            while (j < order.size() && order[j].first == order[i].first)
+                representative[order[j++].second] = order[i].second;
+            i = j;
+        }
+        const int count = triangles.size() / 3;
+        std::vector<char> keep(count, 0);
+        tbb::parallel_for(tbb::blocked_range<int>(0, count, 1 << 15), [&](const tbb::blocked_range<int>& r) {
+            for (int t = r.begin(); t < r.end(); ++t) {
+                const int a = representative[triangles[3 * t]];
+                const int b = representative[triangles[3 * t + 1]];
+                const int c = representative[triangles[3 * t + 2]];
+                keep[t] = a != b && b != c && a != c;
+            }
+        });
+        int kept = 0;
+        for (char k : keep)
+            kept += k;
+        if (kept > 2 * target && attempt < 3) {
+            cellsAcross /= std::sqrt(static_cast<double>(kept) / target);
+            continue;
+        }
+        outVertices.clear();
+        outTexCorners.clear();
+        outVertices.reserve(kept * 3);
+        if (!texCorners.isEmpty())
+            outTexCorners.reserve(kept * 3);
+        for (int t = 0; t < count; ++t) {
+            if (!keep[t])
+                continue;
+            for (int k = 0; k < 3; ++k) {
+                outVertices << static_cast<float>(representative[triangles[3 * t + k]]);
+                if (!texCorners.isEmpty())
+                    outTexCorners << static_cast<float>(texCorners[3 * t + k]);
+            }
+        }
+        return;
+    }
+}
+
 } // namespace
 
 WGLDataGeomBuffers::WGLDataGeomBuffers(WGLSharedContext* context, const QVector<QVector3D>& vertices,
@@ -79,6 +151,16 @@ WGLDataGeomBuffers::WGLDataGeomBuffers(WGLSharedContext* context, const QVector<
     if (textured)
         m_triangleTexCoordIndices = std::make_unique<WGLBufferFloat>(asFloats(triangleTexCoordIndices));
     computeBounds(vertices);
+    if (triangleVertexIndices.size() / 3 > CoarseThreshold) {
+        QVector<float> coarse;
+        QVector<float> coarseTex;
+        clusterTriangles(vertices, triangleVertexIndices, textured ? triangleTexCoordIndices : QVector<int>(),
+                         m_min, m_max, CoarseTriangles, coarse, coarseTex);
+        if (!coarse.isEmpty())
+            m_coarseVertexIndices = std::make_unique<WGLBufferFloat>(coarse);
+        if (!coarseTex.isEmpty())
+            m_coarseTexCoordIndices = std::make_unique<WGLBufferFloat>(coarseTex);
+    }
 }
 
 WGLDataGeomBuffers::~WGLDataGeomBuffers()
@@ -136,6 +218,10 @@ qint64 WGLDataGeomBuffers::gpuBytes() const
         bytes += m_edgeVertexIndices->gpuBytes();
     if (m_vertexColors)
         bytes += m_vertexColors->gpuBytes();
+    if (m_coarseVertexIndices)
+        bytes += m_coarseVertexIndices->gpuBytes();
+    if (m_coarseTexCoordIndices)
+        bytes += m_coarseTexCoordIndices->gpuBytes();
     return bytes;
 }
 

@@ -26,6 +26,8 @@ public:
     WGLTexBufferColor* vertexColors() const override { return m_vertexColors.get(); }
     WGLBufferFloat* triangleVertexIndices() const override { return m_triangleVertexIndices.get(); }
     WGLBufferFloat* triangleTexCoordIndices() const override { return m_triangleTexCoordIndices.get(); }
+    WGLBufferFloat* coarseTriangleVertexIndices() const override { return m_coarseVertexIndices.get(); }
+    WGLBufferFloat* coarseTriangleTexCoordIndices() const override { return m_coarseTexCoordIndices.get(); }
     WGLBufferFloat* edgeVertexIndices() override;
     QVector3D boundsMin() const override { return m_min; }
     QVector3D boundsMax() const override { return m_max; }
@@ -34,6 +36,11 @@ public:
     void updateVertices(const QVector<QVector3D>& vertices, const QVector<QVector3D>& normals);
     /// Colours per vertex (same count as the vertices); an empty list removes them.
     void setVertexColors(const QVector<QColor>& colors);
+
+    /// Meshes above this many triangles get a coarse stream for navigation.
+    static constexpr int CoarseThreshold = 600000;
+    /// About how many triangles the coarse stream keeps.
+    static constexpr int CoarseTriangles = 250000;
 
     /// Bytes held on the GPU by the buffers built so far.
     qint64 gpuBytes() const;
@@ -57,6 +64,8 @@ private:
     std::unique_ptr<WGLBufferFloat> m_triangleVertexIndices;
     std::unique_ptr<WGLBufferFloat> m_triangleTexCoordIndices;
     std::unique_ptr<WGLBufferFloat> m_edgeVertexIndices;
+    std::unique_ptr<WGLBufferFloat> m_coarseVertexIndices;
+    std::unique_ptr<WGLBufferFloat> m_coarseTexCoordIndices;
     // The polygons stay (shared, not copied) until the wireframe asks for its
     // edges: dense scans are rarely shown as wireframe, and their edge list
     // is the largest array of all.

@@ -22,6 +22,8 @@ struct WGLFrameData
     WGLFrameBufferPool* frameBufferPool = nullptr;
     double devicePixelRatio = 1.0;
     int frameNumber = 0;
+    /// The camera is moving: objects may draw a lighter version of themselves.
+    bool interactive = false;
 
     /// The size of render targets: logical size times the pixel ratio.
     QSize pixelSize() const

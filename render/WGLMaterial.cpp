@@ -1,5 +1,6 @@
 #include "WGLMaterial.h"
 
+#include "WGLData.h"
 #include "WGLShaderBuilder.h"
 #include "WGLTexBuffer.h"
 
@@ -25,6 +26,20 @@ QOpenGLShaderProgram* WGLMaterial::program(const QString& vertexPath, const QStr
     m_paths = paths;
     ++m_programBuilds;
     return m_program.get();
+}
+
+WGLBufferFloat* WGLMaterial::vertexStream(const WGLFrameData& frame, const WGLData& data)
+{
+    if (frame.interactive && data.coarseTriangleVertexIndices())
+        return data.coarseTriangleVertexIndices();
+    return data.triangleVertexIndices();
+}
+
+WGLBufferFloat* WGLMaterial::texCoordStream(const WGLFrameData& frame, const WGLData& data)
+{
+    if (frame.interactive && data.coarseTriangleVertexIndices())
+        return data.coarseTriangleTexCoordIndices();
+    return data.triangleTexCoordIndices();
 }
 
 void WGLMaterial::bindTexBuffer(QOpenGLShaderProgram& program, const char* name, const char* sizeName,

@@ -12,6 +12,7 @@ class QOpenGLShaderProgram;
 
 namespace Welk {
 
+class WGLBufferFloat;
 class WGLData;
 class WGLTexBuffer;
 class WGLTextureBase;
@@ -45,6 +46,10 @@ protected:
     QOpenGLShaderProgram* program(const QString& vertexPath, const QString& fragmentPath,
                                   const QStringList& defines);
     /// Binds a texture buffer to the sampler `name` on `unit`, with its side in `sizeName`.
+    /// The triangle streams to draw: the coarse ones while the camera moves,
+    /// when the mesh has them.
+    static WGLBufferFloat* vertexStream(const WGLFrameData& frame, const WGLData& data);
+    static WGLBufferFloat* texCoordStream(const WGLFrameData& frame, const WGLData& data);
     static void bindTexBuffer(QOpenGLShaderProgram& program, const char* name, const char* sizeName,
                               const WGLTexBuffer& buffer, int unit);
 

@@ -59,16 +59,17 @@ void WGLMaterialCavity::surfacePass(const WGLFrameData& frame, WGLData& data, co
     p->setUniformValue("opacity", opacity());
     bindTexBuffer(*p, "vertexTex", "vertexTexSize", *data.vertices(), 0);
     bindTexBuffer(*p, "customNormalTex", "customNormalTexSize", *data.normals(), 1);
-    WGLBufferFloat* indices = data.triangleVertexIndices();
+    WGLBufferFloat* indices = vertexStream(frame, data);
+    WGLBufferFloat* texIndices = texCoordStream(frame, data);
     indices->bindTo(*p, "triangleVertexInd");
     indices->bindTo(*p, "triangleCustomNormalInd");
-    const bool textured = defines.contains(QStringLiteral("isTextureEnabled"));
+    const bool textured = defines.contains(QStringLiteral("isTextureEnabled")) && texIndices;
     const bool coloured = defines.contains(QStringLiteral("isIndexColorEnabled"));
     if (textured) {
         bindTexBuffer(*p, "texCoordTex", "texCoordTexSize", *data.texCoords(), 2);
         m_texture->bind(3);
         p->setUniformValue("texture", 3);
-        data.triangleTexCoordIndices()->bindTo(*p, "triangleTexCoordInd");
+        texIndices->bindTo(*p, "triangleTexCoordInd");
     }
     if (coloured) {
         bindTexBuffer(*p, "colorTex", "colorTexSize", *data.vertexColors(), 4);
@@ -78,7 +79,7 @@ void WGLMaterialCavity::surfacePass(const WGLFrameData& frame, WGLData& data, co
     indices->releaseFrom(*p, "triangleVertexInd");
     indices->releaseFrom(*p, "triangleCustomNormalInd");
     if (textured)
-        data.triangleTexCoordIndices()->releaseFrom(*p, "triangleTexCoordInd");
+        texIndices->releaseFrom(*p, "triangleTexCoordInd");
     if (coloured)
         indices->releaseFrom(*p, "triangleColorInd");
     frame.functions->glActiveTexture(GL_TEXTURE0);
@@ -97,9 +98,10 @@ void WGLMaterialCavity::depthPass(const WGLFrameData& frame, WGLData& data, cons
     p.setUniformValue("modelViewMatrix", modelView);
     p.setUniformValue("projectionMatrix", frame.projectionMatrix);
     bindTexBuffer(p, "vertexTex", "vertexTexSize", *data.vertices(), 0);
-    data.triangleVertexIndices()->bindTo(p, "triangleVertexInd");
-    frame.functions->glDrawArrays(GL_TRIANGLES, 0, data.triangleVertexIndices()->count());
-    data.triangleVertexIndices()->releaseFrom(p, "triangleVertexInd");
+    WGLBufferFloat* indices = vertexStream(frame, data);
+    indices->bindTo(p, "triangleVertexInd");
+    frame.functions->glDrawArrays(GL_TRIANGLES, 0, indices->count());
+    indices->releaseFrom(p, "triangleVertexInd");
     p.release();
 }
 

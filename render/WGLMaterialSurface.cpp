@@ -45,22 +45,24 @@ void WGLMaterialSurface::draw(const WGLFrameData& frame, WGLData& data, const QM
     p->setUniformValue("colorSpace", static_cast<int>(m_colorSpace));
     bindTexBuffer(*p, "vertex", "vertexSize", *data.vertices(), 0);
     bindTexBuffer(*p, "normal", "normalSize", *data.normals(), 1);
-    data.triangleVertexIndices()->bindTo(*p, "triangleVertexInd");
-    if (defines.contains(QStringLiteral("isTextureEnabled"))) {
+    WGLBufferFloat* indices = vertexStream(frame, data);
+    WGLBufferFloat* texIndices = texCoordStream(frame, data);
+    indices->bindTo(*p, "triangleVertexInd");
+    if (defines.contains(QStringLiteral("isTextureEnabled")) && texIndices) {
         bindTexBuffer(*p, "texCoord", "texCoordSize", *data.texCoords(), 2);
         m_texture->bind(3);
         p->setUniformValue("texture", 3);
-        data.triangleTexCoordIndices()->bindTo(*p, "triangleTexCoordInd");
+        texIndices->bindTo(*p, "triangleTexCoordInd");
     }
     if (defines.contains(QStringLiteral("isIndexColorEnabled"))) {
         bindTexBuffer(*p, "triangleVertexColor", "triangleVertexColorSize", *data.vertexColors(), 4);
-        data.triangleVertexIndices()->bindTo(*p, "triangleVertexColorInd");
+        indices->bindTo(*p, "triangleVertexColorInd");
     }
-    frame.functions->glDrawArrays(GL_TRIANGLES, 0, data.triangleVertexIndices()->count());
-    data.triangleVertexIndices()->releaseFrom(*p, "triangleVertexInd");
-    if (data.triangleTexCoordIndices())
-        data.triangleTexCoordIndices()->releaseFrom(*p, "triangleTexCoordInd");
-    data.triangleVertexIndices()->releaseFrom(*p, "triangleVertexColorInd");
+    frame.functions->glDrawArrays(GL_TRIANGLES, 0, indices->count());
+    indices->releaseFrom(*p, "triangleVertexInd");
+    if (texIndices)
+        texIndices->releaseFrom(*p, "triangleTexCoordInd");
+    indices->releaseFrom(*p, "triangleVertexColorInd");
     frame.functions->glActiveTexture(GL_TEXTURE0);
     p->release();
 }

@@ -18,6 +18,7 @@
 #include <QOpenGLFunctions_3_0>
 #include <QOpenGLShaderProgram>
 #include <QScreen>
+#include <QTimer>
 #include <QWindow>
 
 #include <algorithm>
@@ -55,6 +56,10 @@ WViewport::WViewport(std::shared_ptr<WCamera> camera, QWidget* parent)
     format.setDepthBufferSize(24);
     setFormat(format);
     setProperty("isKeyListener", 1);
+    m_interactionEnd = new QTimer(this);
+    m_interactionEnd->setSingleShot(true);
+    m_interactionEnd->setInterval(300);
+    connect(m_interactionEnd, &QTimer::timeout, this, &WViewport::endInteraction);
     connect(m_parentListener, &ParentChangeListener::parentAboutToChange, this,
             &WViewport::onParentAboutToChange);
     connect(m_parentListener, &ParentChangeListener::parentChange, this, &WViewport::onParentChange);
@@ -167,6 +172,7 @@ WGLFrameData WViewport::frameData()
     frame.frameBufferPool = m_pool.get();
     frame.devicePixelRatio = m_devicePixelRatio;
     frame.frameNumber = m_frameCount;
+    frame.interactive = m_interacting;
     return frame;
 }
 
@@ -254,6 +260,27 @@ void WViewport::drainErrors(const char* where)
 {
     for (GLenum code = m_functions->glGetError(); code != GL_NO_ERROR; code = m_functions->glGetError())
         qWarning().nospace() << "[OpenGL Error " << where << "] (" << code << "): " << errorName(code);
+}
+
+void WViewport::beginInteraction()
+{
+    m_interactionEnd->stop();
+    m_interacting = true;
+}
+
+void WViewport::endInteraction()
+{
+    m_interactionEnd->stop();
+    if (!m_interacting)
+        return;
+    m_interacting = false;
+    update();
+}
+
+void WViewport::interactBriefly()
+{
+    m_interacting = true;
+    m_interactionEnd->start();
 }
 
 void WViewport::updateOverlayPlane()

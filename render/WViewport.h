@@ -9,6 +9,7 @@
 class QOpenGLFunctions;
 class QOpenGLShaderProgram;
 class QScreen;
+class QTimer;
 
 namespace Welk {
 
@@ -52,6 +53,13 @@ public:
     /// Applies a new device pixel ratio unless it is within a relative
     /// tolerance of the current one. Returns whether anything changed.
     bool applyDevicePixelRatio(double ratio);
+    /// While interacting (a navigation drag), objects may draw lighter
+    /// versions of themselves; the end of it redraws in full.
+    void beginInteraction();
+    void endInteraction();
+    /// An interaction of its own for a short while (a wheel step).
+    void interactBriefly();
+    bool isInteracting() const { return m_interacting; }
     /// Frames drawn so far.
     int frameCount() const { return m_frameCount; }
 
@@ -94,6 +102,8 @@ private:
     bool m_mustConnectScreen = true;
     QVector<QMetaObject::Connection> m_screenConnections;
     int m_frameCount = 0;
+    bool m_interacting = false;
+    QTimer* m_interactionEnd;
 };
 
 } // namespace Welk

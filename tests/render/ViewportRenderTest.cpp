@@ -1,6 +1,7 @@
 #include "RenderFixture.h"
 
 #include "WCamera3D.h"
+#include "WGLBuffer.h"
 #include "WGLDataGeomStackTriangulated.h"
 #include "WGLMarkers.h"
 #include "WGLMaterialCavity.h"
@@ -164,4 +165,29 @@ TEST(ViewportRender, MarkersStandOnTopOfTheModel)
     EXPECT_LT(c.green(), 100);
     EXPECT_GT(RenderTest::compareImages(before, after).strongShare, 0.001);
     scene.viewport().removeObject(&markers);
+}
+
+TEST(ViewportRender, DenseMeshesDrawACoarseVersionWhileTheCameraMoves)
+{
+    const auto dense = RenderTest::sphere(1.0f, 560, 560);
+    ASSERT_GT(dense.triangleCount(), Welk::WGLDataGeomBuffers::CoarseThreshold);
+    Scene scene(dense);
+    Welk::WGLBufferFloat* coarse = scene.data().coarseTriangleVertexIndices();
+    ASSERT_NE(coarse, nullptr);
+    const int coarseTriangles = coarse->count() / 3;
+    EXPECT_GT(coarseTriangles, Welk::WGLDataGeomBuffers::CoarseTriangles / 5);
+    EXPECT_LT(coarseTriangles, 2 * Welk::WGLDataGeomBuffers::CoarseTriangles);
+    const QImage full = scene.render();
+    scene.viewport().beginInteraction();
+    const QImage moving = scene.render();
+    scene.viewport().endInteraction();
+    // The same silhouette and shading, give or take the lost detail and the shadow.
+    const QRect a = RenderTest::contentBounds(full, scene.flatBackground());
+    const QRect b = RenderTest::contentBounds(moving, scene.flatBackground());
+    EXPECT_LE((a.topLeft() - b.topLeft()).manhattanLength(), 4);
+    EXPECT_LE((a.bottomRight() - b.bottomRight()).manhattanLength(), 4);
+    EXPECT_LT(RenderTest::compareImages(full, moving).meanAbsolute, 4.0);
+    // Small meshes have no coarse version.
+    Scene small(RenderTest::sphere(1.0f, 20, 20));
+    EXPECT_EQ(small.data().coarseTriangleVertexIndices(), nullptr);
 }
