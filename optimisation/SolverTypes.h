@@ -21,6 +21,22 @@ struct Tolerances
     double stepTolerance = 1e-6;
 };
 
+/// Why a minimisation ended. The last two leave `x` at the last accepted
+/// iterate and tell the caller that the problem itself is broken.
+enum class StopReason
+{
+    Gradient,       ///< the gradient fell below its tolerance
+    Step,           ///< the step fell below its tolerance
+    Iterations,     ///< the budget of accepted steps is spent
+    Observer,       ///< the observer asked to stop
+    NonFinite,      ///< the value, gradient or step is not a finite number
+    DampingLimit,   ///< steps kept being rejected until the damping overflowed
+};
+
+/// Damping above this means that no step can be taken any more; the loop
+/// ends there instead of growing it without bound.
+constexpr double MaxDamping = 1e30;
+
 /// (label, seconds) pairs that the report prints as label=value.
 using Timings = std::vector<std::pair<std::string, double>>;
 

@@ -3,6 +3,7 @@
 #include <Eigen/SparseCholesky>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <limits>
 
@@ -76,8 +77,13 @@ private:
 };
 
 /// The loop shared by every form; `Step` solves the damped system.
+template <typename Vector> bool allFinite(const Vector& v)
+{
+    return v.allFinite();
+}
+
 template <typename Scalar, typename HessianType, typename Step>
-void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
+StopReason levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
                         Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x, const SolverParameters& parameters,
                         const Tolerances& tolerances, OptimizationFramework::OptimizationUpdateFunctor<Scalar>* observer,
                         Step& step)
@@ -95,8 +101,12 @@ void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
         std::printf("%s\n", formatIteration(-1, parameters.maxIterations, double(f), double(g.norm()), 0.0, damping,
                                             cgInfo, timings)
                                 .c_str());
-    if (double(g.norm()) < tolerances.gradientTolerance || parameters.maxIterations < 1)
-        return;
+    if (!std::isfinite(double(f)) || !allFinite(g))
+        return StopReason::NonFinite;
+    if (double(g.norm()) < tolerances.gradientTolerance)
+        return StopReason::Gradient;
+    if (parameters.maxIterations < 1)
+        return StopReason::Iterations;
 
     while (iteration < parameters.maxIterations) {
         const auto passStart = std::chrono::steady_clock::now();
@@ -105,10 +115,10 @@ void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
         timings.emplace_back("t(Δx)", secondsSince(passStart));
         const double hNorm = double(h.norm());
         if (!(hNorm <= std::numeric_limits<double>::max()))
-            return;
+            return StopReason::NonFinite;
         const double e = tolerances.stepTolerance;
         if (hNorm <= (double(x.norm()) + e) * e)
-            return;
+            return StopReason::Step;
 
         const Vector xNew = x + h;
         Scalar fNew = 0;
@@ -123,8 +133,10 @@ void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
         if (rho > 0.0 || parameters.dampingMode < 1) {
             x = xNew;
             if (observer && !observer->onUpdate(x))
-                return;
+                return StopReason::Observer;
             problem.evaluateAll(x, f, g, H, &timings);
+            if (!std::isfinite(double(f)) || !allFinite(g))
+                return StopReason::NonFinite;
             timings.emplace_back("t(i)", secondsSince(passStart));
             if (parameters.verbose)
                 std::printf("%s\n", formatIteration(iteration, parameters.maxIterations, double(f), double(g.norm()),
@@ -132,7 +144,7 @@ void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
                                         .c_str());
             ++iteration;
             if (double(g.norm()) < tolerances.gradientTolerance)
-                return;
+                return StopReason::Gradient;
             if (parameters.dampingMode > 0) {
                 const double t = 2.0 * rho - 1.0;
                 damping *= std::max(0.33, 1.0 - t * t * t);
@@ -141,29 +153,34 @@ void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
         } else {
             damping *= nu;
             nu *= 2.0;
+            // A step that stays rejected whatever the damping cannot be
+            // taken; growing it further only spins.
+            if (!(damping <= MaxDamping))
+                return StopReason::DampingLimit;
         }
     }
+    return StopReason::Iterations;
 }
 
 } // namespace detail
 
 template <typename Scalar, typename Solver>
-void minimize(Problem<Scalar, SparseHessian<Scalar>>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
+StopReason minimize(Problem<Scalar, SparseHessian<Scalar>>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
               const SolverParameters& parameters, const Tolerances& tolerances,
               OptimizationFramework::OptimizationUpdateFunctor<Scalar>* updateFunctor)
 {
     SparseHessian<Scalar> H;
     detail::DirectStep<Scalar, Solver> step;
-    detail::levenbergMarquardt(problem, H, x, parameters, tolerances, updateFunctor, step);
+    return detail::levenbergMarquardt(problem, H, x, parameters, tolerances, updateFunctor, step);
 }
 
 template <typename Scalar>
-void minimize(MatrixFreeProblem<Scalar>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
+StopReason minimize(MatrixFreeProblem<Scalar>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
               const SolverParameters& parameters, const Tolerances& tolerances,
               OptimizationFramework::OptimizationUpdateFunctor<Scalar>* updateFunctor)
 {
     detail::ConjugateGradientStep<Scalar> step(problem);
-    detail::levenbergMarquardt<Scalar, LinearSystemsSolvers::ProductHolder<Scalar>>(
+    return detail::levenbergMarquardt<Scalar, LinearSystemsSolvers::ProductHolder<Scalar>>(
         problem, problem.product(), x, parameters, tolerances, updateFunctor, step);
 }
 

@@ -232,6 +232,7 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
                                                                     : m_parameters.optimizationIterations;
             budget.stepTolerance = double((m_parameters.dpInitial - m_parameters.dpFinal) * u + m_parameters.dpFinal);
             budget.conjugateGradientIterations = m_parameters.conjugateGradientIterations;
+            budget.interrupted = &m_callback.interruptedFlag();
             deformer->solve(sources, targets, normals, m_current, nodes, state, budget);
             solveSeconds += double(stage.nsecsElapsed()) / 1e9;
             m_callback.update(toQt(m_current), toQt(nodes));

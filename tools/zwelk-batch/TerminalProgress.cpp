@@ -25,7 +25,7 @@ void TerminalProgress::switchLabel(const QString& label)
         if (!found)
             m_stages.append({m_label, now - m_labelStart});
         if (!m_terminal)
-            std::fprintf(stderr, "%s: done\n", m_label.toLocal8Bit().constData());
+            std::fprintf(stderr, "%s: %s\n", m_label.toLocal8Bit().constData(), m_cancelled ? "interrupted" : "done");
     }
     m_label = label;
     m_labelStart = now;
@@ -57,7 +57,7 @@ void TerminalProgress::end()
     switchLabel(QStringLiteral("\x01"));
     m_label.clear();
     if (m_terminal)
-        std::fprintf(stderr, "\n");
+        std::fprintf(stderr, m_cancelled ? " interrupted\n" : "\n");
 }
 
 void TerminalProgress::draw()
