@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +14,10 @@ struct SolverParameters
     double initialDamping = 1e-9;
     bool verbose = false;        ///< print one report line per step
     int dampingMode = 10;        ///< above 0: damped loop; else every step is taken
+    /// When set and raised, the loop ends before its next step and a
+    /// conjugate-gradient solve in progress ends early; `x` keeps the last
+    /// accepted iterate.
+    const std::atomic<bool>* interrupted = nullptr;
 };
 
 struct Tolerances
@@ -29,6 +34,7 @@ enum class StopReason
     Step,           ///< the step fell below its tolerance
     Iterations,     ///< the budget of accepted steps is spent
     Observer,       ///< the observer asked to stop
+    Interrupted,    ///< `SolverParameters::interrupted` was raised
     NonFinite,      ///< the value, gradient or step is not a finite number
     DampingLimit,   ///< steps kept being rejected until the damping overflowed
 };

@@ -31,7 +31,7 @@ template <typename Scalar, typename Solver> class DirectStep
 public:
     using Vector = Eigen::Matrix<Scalar, Eigen::Dynamic, 1>;
 
-    Vector solve(const SparseHessian<Scalar>& H, double damping, const Vector& g, CGInfo&)
+    Vector solve(const SparseHessian<Scalar>& H, double damping, const Vector& g, CGInfo&, const std::atomic<bool>*)
     {
         if (m_identity.rows() != H.rows()) {
             m_identity.resize(H.rows(), H.cols());
@@ -61,14 +61,15 @@ public:
 
     explicit ConjugateGradientStep(MatrixFreeProblem<Scalar>& problem) : m_problem(problem) {}
 
-    Vector solve(LinearSystemsSolvers::ProductHolder<Scalar>& product, double damping, const Vector& g, CGInfo& info)
+    Vector solve(LinearSystemsSolvers::ProductHolder<Scalar>& product, double damping, const Vector& g, CGInfo& info,
+                 const std::atomic<bool>* interrupted)
     {
         product.setDamping(damping);
         m_problem.preconditioner().refresh(damping);
         Vector h;
         info = LinearSystemsSolvers::conjugateGradient<Scalar, long long>(
             product, m_problem.preconditioner(), Vector(-g), h, m_problem.conjugateGradientIterations(),
-            m_problem.conjugateGradientTolerance());
+            m_problem.conjugateGradientTolerance(), interrupted);
         return h;
     }
 
@@ -92,6 +93,9 @@ StopReason levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType
     Scalar f = 0;
     Vector g;
     Timings timings;
+    const auto interrupted = [&parameters] { return parameters.interrupted && parameters.interrupted->load(); };
+    if (interrupted())
+        return StopReason::Interrupted;
     problem.evaluateAll(x, f, g, H, &timings);
     double damping = parameters.initialDamping;
     double nu = 2.0;
@@ -109,9 +113,14 @@ StopReason levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType
         return StopReason::Iterations;
 
     while (iteration < parameters.maxIterations) {
+        if (interrupted())
+            return StopReason::Interrupted;
         const auto passStart = std::chrono::steady_clock::now();
         timings.clear();
-        const Vector h = step.solve(H, damping, g, cgInfo);
+        const Vector h = step.solve(H, damping, g, cgInfo, parameters.interrupted);
+        // A solve cut short is no step to take.
+        if (interrupted())
+            return StopReason::Interrupted;
         timings.emplace_back("t(Δx)", secondsSince(passStart));
         const double hNorm = double(h.norm());
         if (!(hNorm <= std::numeric_limits<double>::max()))

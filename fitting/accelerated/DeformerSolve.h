@@ -20,17 +20,8 @@ inline void solveWithBudget(WNewton::MatrixFreeProblem<float>& problem, Eigen::V
     WNewton::Tolerances tolerances;
     tolerances.gradientTolerance = 1e-4;
     tolerances.stepTolerance = budget.stepTolerance;
-    if (!budget.interrupted) {
-        WNewton::minimize(problem, state, parameters, tolerances);
-        return;
-    }
-    struct StopWhenInterrupted : OptimizationFramework::OptimizationUpdateFunctor<float>
-    {
-        const std::atomic<bool>* interrupted;
-        bool onUpdate(const Vector&) override { return !interrupted->load(); }
-    } observer;
-    observer.interrupted = budget.interrupted;
-    WNewton::minimize(problem, state, parameters, tolerances, &observer);
+    parameters.interrupted = budget.interrupted;
+    WNewton::minimize(problem, state, parameters, tolerances);
 }
 
 } // namespace EmbeddedGraphDeformer

@@ -226,6 +226,10 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             stage.start();
             findPairs(sources, targets, normals);
             pairSeconds += double(stage.nsecsElapsed()) / 1e9;
+            // Setting up a solve over a large mesh takes a while; a stop
+            // request that came meanwhile is not held up by it.
+            if (m_callback.isInterrupted())
+                break;
             stage.start();
             EmbeddedGraphDeformer::SolveBudget budget;
             budget.iterations = j + 1 == m_parameters.icpIterations ? m_parameters.maxOptimizationIterations

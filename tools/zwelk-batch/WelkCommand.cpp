@@ -26,6 +26,7 @@
 #include <csignal>
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace ZWelkBatch {
 
@@ -88,16 +89,54 @@ line, 130 interrupted.
 
 namespace {
 
+/// What Ctrl+C does depends on how far the run is: before the fit nothing
+/// is written yet and the program ends at once; during the fit it stops at
+/// the next boundary and the shape reached is written; while writing it
+/// waits, so that no file is left half written.
+enum Phase
+{
+    Preparing,
+    Fitting,
+    Writing,
+};
+std::atomic<int> g_phase{Preparing};
 std::atomic<WelkingFit*> g_runningFit{nullptr};
 std::atomic<TerminalProgress*> g_progress{nullptr};
 
 void onInterrupt(int)
 {
+    if (g_phase.load() == Preparing) {
+        static const char message[] = "\ninterrupted; nothing was written\n";
+        (void)!::write(STDERR_FILENO, message, sizeof message - 1);
+        ::_exit(ExitInterrupted);
+    }
+    if (g_phase.load() != Fitting)
+        return;
     if (auto* progress = g_progress.load())
         progress->cancel();
     if (auto* fit = g_runningFit.load())
         fit->stop();
 }
+
+/// Installs the handler for one run and puts the previous one back.
+class InterruptScope
+{
+public:
+    InterruptScope()
+    {
+        g_phase = Preparing;
+        m_previous = std::signal(SIGINT, onInterrupt);
+    }
+    ~InterruptScope()
+    {
+        std::signal(SIGINT, m_previous);
+        g_runningFit = nullptr;
+        g_progress = nullptr;
+    }
+
+private:
+    void (*m_previous)(int) = nullptr;
+};
 
 /// The models of one run, wherever they came from.
 struct Models
@@ -307,6 +346,7 @@ int runWelk(const QStringList& words)
     }
 
     TerminalProgress progress;
+    const InterruptScope interruptScope;
     QElapsedTimer clock;
     clock.start();
     Models models;
@@ -378,15 +418,12 @@ int runWelk(const QStringList& words)
         return ExitFailed;
     }
 
-    // Until here Ctrl+C ends the program at once, with nothing written; from
-    // here on it stops the fit, and the shape reached is written.
     g_progress = &progress;
     g_runningFit = &fit;
-    const auto previousHandler = std::signal(SIGINT, onInterrupt);
+    g_phase = Fitting;
     fit.run();
-    std::signal(SIGINT, previousHandler);
+    g_phase = Writing;
     g_runningFit = nullptr;
-    g_progress = nullptr;
     const FitResult& result = fit.result();
     if (result.status == FitResult::Failed) {
         printError(result.error);
