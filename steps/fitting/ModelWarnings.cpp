@@ -50,7 +50,7 @@ QVector<ModelWarning> modelWarnings(const QVector<QVector3D>& baseVertices, int 
     if (ratio > ScaleLimit)
         warnings.append({ModelWarning::ScaleDiffers,
                          QStringLiteral("The basemesh is %1 times %2 than the target model.")
-                             .arg(ratio, 0, 'g', 3)
+                             .arg(ratio, 0, 'f', ratio < 100 ? 1 : 0)
                              .arg(a > b ? QStringLiteral("larger") : QStringLiteral("smaller"))});
     return warnings;
 }

@@ -7,6 +7,7 @@
 #include "geometry/ProgressInterface.h"
 
 #include <QElapsedTimer>
+#include <QMetaType>
 
 namespace WelkPlugin {
 
@@ -55,6 +56,8 @@ WelkingFit::WelkingFit(FitInput input, FitOptions options, Welk::ProgressInterfa
     : QObject(parent), m_input(std::move(input)), m_options(std::move(options)),
       m_progress(std::make_unique<Progress>(*this, progress))
 {
+    // Shapes reach a window through queued connections.
+    qRegisterMetaType<QVector<QVector3D>>("QVector<QVector3D>");
     m_options.settings.sampling.levels = m_options.settings.accelerated.subdivisions;
     if (checkInput().isEmpty())
         m_transform = pairTransform(pointPositions(m_input.basePoints, m_input.base),

@@ -68,9 +68,10 @@ Correspondences (pair i of one side goes with pair i of the other):
   --scale                 also match the scale; without --rigid only scales
 
 Checks:
-  --force                 fit even when the models look wrong (boxes that do
-                          not meet, a basemesh denser than the target, sizes
-                          more than 10x apart); without it these refuse
+  --force                 fit even when the models' bounding boxes do not
+                          meet or their sizes differ more than 10x; without
+                          it these refuse (a basemesh denser than the
+                          target only warns)
 
 Report:
   --report FILE.json      write the full report there
@@ -405,15 +406,21 @@ int runWelk(const QStringList& words)
         printError(error);
         return ExitFailed;
     }
-    const QVector<ModelWarning> warnings = fit.warnings();
+    // Models that do not meet or differ wildly in size give a useless fit:
+    // refused unless forced. A denser basemesh is only worth a word, since
+    // here the user named each side explicitly.
+    const bool force = args.flag(QStringLiteral("--force"));
+    bool refused = false;
     QJsonArray warningTexts;
-    for (const ModelWarning& warning : warnings) {
+    for (const ModelWarning& warning : fit.warnings()) {
+        const bool blocks = warning.kind != ModelWarning::HigherResolution && !force;
+        refused = refused || blocks;
         printError(QStringLiteral("%1: %2 %3")
-                       .arg(args.flag(QStringLiteral("--force")) ? QStringLiteral("Warning") : QStringLiteral("Error"),
-                            warning.message, warningAdvice(warning)));
+                       .arg(blocks ? QStringLiteral("Error") : QStringLiteral("Warning"), warning.message,
+                            warningAdvice(warning)));
         warningTexts.append(warning.message);
     }
-    if (!warnings.isEmpty() && !args.flag(QStringLiteral("--force"))) {
+    if (refused) {
         printError(QStringLiteral("Nothing was fitted; --force fits anyway."));
         return ExitFailed;
     }
@@ -490,6 +497,12 @@ int runWelk(const QStringList& words)
                        .arg(written));
         return ExitInterrupted;
     }
+    const int triangles = models.base.triangleCount();
+    if (result.report.flippedTriangles > std::max(1, triangles / 100))
+        printError(QStringLiteral("Warning: %1 of %2 triangles folded over in the fit; the models may differ in "
+                                  "pose or scale. Place point pairs and add --rigid --scale.")
+                       .arg(result.report.flippedTriangles)
+                       .arg(triangles));
     if (!args.flag(QStringLiteral("--json")))
         printOut(QStringLiteral("%1 fit in %2 s: RMS distance result->target %3, target->result %4; "
                                 "%5 folded triangles\nwritten: %6")
