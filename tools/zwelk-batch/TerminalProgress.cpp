@@ -30,6 +30,9 @@ void TerminalProgress::switchLabel(const QString& label)
     m_label = label;
     m_labelStart = now;
     m_drawn = -1;
+    // In a log, each stage shows when it starts as well as how it ended.
+    if (!m_terminal && label != QLatin1String("\x01"))
+        std::fprintf(stderr, "%s...\n", label.toLocal8Bit().constData());
 }
 
 void TerminalProgress::start(const QString& label, long long maximum)
