@@ -42,7 +42,8 @@ struct FitOptions
     /// during the fit; results come back in the models' own units.
     float normalisedSize = 100.0f;
     /// Measure the result against the target when the fit ends (distances
-    /// both ways, folded triangles, landmark errors).
+    /// both ways, folded triangles, landmark errors); a stopped fit is not
+    /// measured, so that it hands back its shape at once.
     bool measure = false;
 };
 
