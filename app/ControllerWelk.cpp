@@ -6,8 +6,7 @@
 #include "ZPluginWelking.h"
 
 #include "exchange/ModelsData.h"
-
-#include <limits>
+#include "steps/fitting/ModelWarnings.h"
 
 namespace WelkPlugin {
 
@@ -34,16 +33,22 @@ ControllerWelk::ControllerWelk(ZMainWindow* window, std::shared_ptr<ModelsData> 
     connect(window, &ZMainWindow::nextClicked, this, [=] { showHint(m_window->currentPage()); });
     connect(window, &ZMainWindow::prevClicked, this, [=] { showHint(m_window->currentPage()); });
 
-    const auto* base = m_models->geometry(0);
-    const auto* scan = m_models->geometry(1);
-    if (base->polygonCount() > scan->polygonCount())
-        window->showWarning(ZMainWindow::WarningBasemeshResolution,
-                            QStringLiteral("The basemesh has higher resolution than the target model. Make sure "
-                                           "the order of subtools is not mixed up."));
-    if (boundingBoxesMiss(base->vertices(), scan->vertices())) {
-        window->showWarning(ZMainWindow::WarningNoIntersection,
-                            QStringLiteral("The basemesh and reference have no intersections"));
-        m_welking->setComputeEnabled(false);
+    // The same warnings as zwelk-batch prints, from the same function.
+    for (const ModelWarning& warning : modelWarnings(*m_models->geometry(0), *m_models->geometry(1))) {
+        switch (warning.kind) {
+        case ModelWarning::HigherResolution:
+            window->showWarning(ZMainWindow::WarningBasemeshResolution, warning.message);
+            break;
+        case ModelWarning::NoIntersection:
+            window->showWarning(ZMainWindow::WarningNoIntersection, warning.message);
+            m_welking->setComputeEnabled(false);
+            break;
+        case ModelWarning::ScaleDiffers:
+            window->showWarning(ZMainWindow::WarningScale,
+                                warning.message + QStringLiteral(" Place three or more point pairs and use Rigid "
+                                                                 "Alignment and Match Scale."));
+            break;
+        }
     }
     window->setPagesComplete();
     showHint(0);
@@ -51,21 +56,8 @@ ControllerWelk::ControllerWelk(ZMainWindow* window, std::shared_ptr<ModelsData> 
 
 bool ControllerWelk::boundingBoxesMiss(const QVector<QVector3D>& a, const QVector<QVector3D>& b)
 {
-    const auto box = [](const QVector<QVector3D>& points, QVector3D& lo, QVector3D& hi) {
-        const float inf = std::numeric_limits<float>::infinity();
-        lo = QVector3D(inf, inf, inf);
-        hi = -lo;
-        for (const QVector3D& p : points)
-            for (int k = 0; k < 3; ++k) {
-                lo[k] = std::min(lo[k], p[k]);
-                hi[k] = std::max(hi[k], p[k]);
-            }
-    };
-    QVector3D loA, hiA, loB, hiB;
-    box(a, loA, hiA);
-    box(b, loB, hiB);
-    for (int k = 0; k < 3; ++k)
-        if (hiA[k] <= loB[k] || hiB[k] <= loA[k])
+    for (const ModelWarning& warning : modelWarnings(a, 0, b, 0))
+        if (warning.kind == ModelWarning::NoIntersection)
             return true;
     return false;
 }

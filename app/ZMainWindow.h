@@ -30,6 +30,7 @@ public:
     {
         WarningNoIntersection = 0,
         WarningBasemeshResolution = 1,
+        WarningScale = 2, ///< the models' sizes differ by more than 10x
     };
 
     ZMainWindow(bool isWelkMode, ApplicationMode mode, QScreen* screen, QWidget* parent = nullptr);

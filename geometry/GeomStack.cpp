@@ -1,7 +1,12 @@
 #include "GeomStack.h"
 
 #include "ObjPlainLoader.h"
+#include "ObjChunkParser.h"
 #include "ObjReaderTBB.h"
+
+#include <QFile>
+
+#include <cmath>
 
 #include <QDebug>
 
@@ -39,6 +44,16 @@ GeomStack::GeomStack(const QString& path, QString& error, Welk::ProgressInterfac
     m_mtllib = std::move(lists.mtllib);
     if (!error.isEmpty())
         return;
+    const int unusable = firstUnusableVertex(m_vertices);
+    if (unusable >= 0) {
+        QFile file(path);
+        const long long line =
+            file.open(QIODevice::ReadOnly) ? ObjChunkParser::findVertexLine(file.readAll(), unusable) : -1;
+        error = QStringLiteral("Wrong vertex coordinate in line %1: not a finite number, or larger than %2")
+                    .arg(line)
+                    .arg(double(MaxCoordinate));
+        return;
+    }
     computeNormals();
     if (logLoaded)
         this->logLoaded();
@@ -147,6 +162,23 @@ QString GeomStack::validateIndices(const QVector<int>& vertexIndices, int vertex
                 .arg(texCoordCount);
     }
     return QString();
+}
+
+int GeomStack::firstUnusableVertex(const QVector<QVector3D>& vertices)
+{
+    for (int i = 0; i < vertices.size(); ++i)
+        for (int axis = 0; axis < 3; ++axis)
+            // Written so that NaN fails the test too.
+            if (!(std::abs(vertices[i][axis]) <= MaxCoordinate))
+                return i;
+    return -1;
+}
+
+QString GeomStack::withFileName(const QString& error, const QString& path)
+{
+    if (error.isEmpty() || path.isEmpty() || error.contains(path))
+        return error;
+    return QStringLiteral("%1: \n%2").arg(error, path);
 }
 
 void GeomStack::logLoaded() const

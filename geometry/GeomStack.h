@@ -96,6 +96,16 @@ public:
     static QString validateIndices(const QVector<int>& vertexIndices, int vertexCount,
                                    const QVector<int>& texCoordIndices, int texCoordCount);
 
+    /// Coordinates beyond this magnitude are refused at load: their squares
+    /// and sums leave the float range in distance computations.
+    static constexpr float MaxCoordinate = 1e15f;
+    /// The first vertex with a coordinate that is not finite or exceeds
+    /// `MaxCoordinate`, or -1.
+    static int firstUnusableVertex(const QVector<QVector3D>& vertices);
+    /// The loader's `error` with the file named after it, for messages that
+    /// do not name it already.
+    static QString withFileName(const QString& error, const QString& path);
+
 protected:
     void computeNormals();
     void logLoaded() const;

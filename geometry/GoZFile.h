@@ -51,6 +51,9 @@ public:
     /// Clears, then reads `path`. False on an unopenable file, a bad magic, a
     /// short read or a missing end chunk.
     bool read(const QString& path);
+    /// Why the last `read` failed, for the user ("the file ends inside chunk
+    /// 10001"); empty after a successful read.
+    const QString& readError() const { return m_readError; }
     /// Writes all present chunks in the fixed order. False at the first
     /// failed write; the partial file stays.
     bool write(const QString& path) const;
@@ -79,6 +82,9 @@ public:
     QByteArray string50001;
     QByteArray string55001;
     float float55001 = 1.0f;
+
+private:
+    QString m_readError;
 };
 
 } // namespace GeometryStack2

@@ -98,15 +98,25 @@ bool GoZFile::read(const QString& path)
 {
     clear();
 #ifdef Q_OS_WIN
-    if (path.size() > 259)
+    if (path.size() > 259) {
+        m_readError = QStringLiteral("the path is longer than 259 characters");
         return false;
+    }
 #endif
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!file.open(QIODevice::ReadOnly)) {
+        m_readError = file.errorString();
         return false;
+    }
     char header[HeaderSize];
-    if (file.read(header, HeaderSize) != HeaderSize || !magicMatches(header))
+    if (file.read(header, HeaderSize) != HeaderSize) {
+        m_readError = QStringLiteral("the file is shorter than a GoZ header");
         return false;
+    }
+    if (!magicMatches(header)) {
+        m_readError = QStringLiteral("the file does not start with \"GoZb\"; it is not a GoZ file");
+        return false;
+    }
 
     ChunkHeader chunk;
     while (readHeader(file, chunk)) {
@@ -167,10 +177,13 @@ bool GoZFile::read(const QString& path)
             ok = skip(file, qint64(chunk.size) - ChunkHeaderSize);
             break;
         }
-        if (!ok)
+        if (!ok) {
+            m_readError = QStringLiteral("the file ends inside chunk %1, or the chunk's size is wrong").arg(chunk.tag);
             return false;
+        }
     }
     // A valid file ends with an end chunk.
+    m_readError = QStringLiteral("the file ends without an end chunk; it may be cut short");
     return false;
 }
 

@@ -1,5 +1,7 @@
 #include "GoZMeshConversion.h"
 
+#include "GeomStack.h"
+
 #include <QHash>
 
 #include <limits>
@@ -15,6 +17,17 @@ bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error)
     for (int i = 0; i < vertexCount; ++i)
         lists.vertices[i] = QVector3D(goz.vertices[3 * size_t(i)], goz.vertices[3 * size_t(i) + 1],
                                       goz.vertices[3 * size_t(i) + 2]);
+    const int unusable = GeomStack::firstUnusableVertex(lists.vertices);
+    if (unusable >= 0) {
+        const QVector3D& v = lists.vertices[unusable];
+        error = QStringLiteral("Vertex %1 has a coordinate that is not a finite number, or larger than %2: (%3, %4, %5)")
+                    .arg(unusable)
+                    .arg(double(GeomStack::MaxCoordinate))
+                    .arg(double(v.x()))
+                    .arg(double(v.y()))
+                    .arg(double(v.z()));
+        return false;
+    }
     mesh.vertexMask.resize(vertexCount);
     for (int i = 0; i < vertexCount; ++i)
         mesh.vertexMask[i] = size_t(i) < goz.vertexMask.size() ? float(goz.vertexMask[size_t(i)]) : 65535.0f;

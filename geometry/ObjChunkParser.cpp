@@ -239,5 +239,26 @@ QString findWrongLine(const QByteArray& file)
     return QString();
 }
 
+long long findVertexLine(const QByteArray& file, int vertex)
+{
+    const char* p = file.constData();
+    const char* end = p + file.size();
+    long long number = 0;
+    int seen = 0;
+    while (p < end) {
+        const char* eol = lineEnd(p, end);
+        const char* last = eol;
+        while (last > p && last[-1] == '\r')
+            --last;
+        if (last > p) {
+            ++number;
+            if (ObjLine::classify(p, last) == Kind::Vertex && seen++ == vertex)
+                return number;
+        }
+        p = eol + 1;
+    }
+    return -1;
+}
+
 } // namespace ObjChunkParser
 } // namespace GeometryStack2

@@ -25,5 +25,9 @@ void parse(ChunkData& chunk);
 /// found wrong.
 QString findWrongLine(const QByteArray& file);
 
+/// The line of the vertex with index `vertex` (from 0), counted as
+/// `findWrongLine` counts; -1 when the file has fewer vertices.
+long long findVertexLine(const QByteArray& file, int vertex);
+
 } // namespace ObjChunkParser
 } // namespace GeometryStack2

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include "SolverTypes.h"
 
 #include <Eigen/Core>
@@ -47,7 +49,7 @@ public:
 template <typename Scalar, typename Index>
 WNewton::CGInfo conjugateGradient(const ProductHolder<Scalar>& A, const Preconditioner<Scalar, Index>& M,
                                   const Vector<Scalar>& b, Vector<Scalar>& x, long long maxIterations,
-                                  double relativeTolerance)
+                                  double relativeTolerance, const std::atomic<bool>* interrupted = nullptr)
 {
     WNewton::CGInfo info;
     info.valid = true;
@@ -60,7 +62,8 @@ WNewton::CGInfo conjugateGradient(const ProductHolder<Scalar>& A, const Precondi
     p = z;
     double rz = double(r.dot(z));
     double rNorm = bNorm;
-    while (info.iterations < maxIterations && rNorm > relativeTolerance * bNorm) {
+    while (info.iterations < maxIterations && rNorm > relativeTolerance * bNorm &&
+           !(interrupted && interrupted->load(std::memory_order_relaxed))) {
         A.multiply(p, Ap);
         const double pAp = double(p.dot(Ap));
         if (!(pAp > 0.0))

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +14,10 @@ struct SolverParameters
     double initialDamping = 1e-9;
     bool verbose = false;        ///< print one report line per step
     int dampingMode = 10;        ///< above 0: damped loop; else every step is taken
+    /// When set and raised, the loop ends before its next step and a
+    /// conjugate-gradient solve in progress ends early; `x` keeps the last
+    /// accepted iterate.
+    const std::atomic<bool>* interrupted = nullptr;
 };
 
 struct Tolerances
@@ -20,6 +25,23 @@ struct Tolerances
     double gradientTolerance = 1e-4;
     double stepTolerance = 1e-6;
 };
+
+/// Why a minimisation ended. The last two leave `x` at the last accepted
+/// iterate and tell the caller that the problem itself is broken.
+enum class StopReason
+{
+    Gradient,       ///< the gradient fell below its tolerance
+    Step,           ///< the step fell below its tolerance
+    Iterations,     ///< the budget of accepted steps is spent
+    Observer,       ///< the observer asked to stop
+    Interrupted,    ///< `SolverParameters::interrupted` was raised
+    NonFinite,      ///< the value, gradient or step is not a finite number
+    DampingLimit,   ///< steps kept being rejected until the damping overflowed
+};
+
+/// Damping above this means that no step can be taken any more; the loop
+/// ends there instead of growing it without bound.
+constexpr double MaxDamping = 1e30;
 
 /// (label, seconds) pairs that the report prints as label=value.
 using Timings = std::vector<std::pair<std::string, double>>;

@@ -3,6 +3,7 @@
 #include <Eigen/SparseCholesky>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <limits>
 
@@ -30,7 +31,7 @@ template <typename Scalar, typename Solver> class DirectStep
 public:
     using Vector = Eigen::Matrix<Scalar, Eigen::Dynamic, 1>;
 
-    Vector solve(const SparseHessian<Scalar>& H, double damping, const Vector& g, CGInfo&)
+    Vector solve(const SparseHessian<Scalar>& H, double damping, const Vector& g, CGInfo&, const std::atomic<bool>*)
     {
         if (m_identity.rows() != H.rows()) {
             m_identity.resize(H.rows(), H.cols());
@@ -60,14 +61,15 @@ public:
 
     explicit ConjugateGradientStep(MatrixFreeProblem<Scalar>& problem) : m_problem(problem) {}
 
-    Vector solve(LinearSystemsSolvers::ProductHolder<Scalar>& product, double damping, const Vector& g, CGInfo& info)
+    Vector solve(LinearSystemsSolvers::ProductHolder<Scalar>& product, double damping, const Vector& g, CGInfo& info,
+                 const std::atomic<bool>* interrupted)
     {
         product.setDamping(damping);
         m_problem.preconditioner().refresh(damping);
         Vector h;
         info = LinearSystemsSolvers::conjugateGradient<Scalar, long long>(
             product, m_problem.preconditioner(), Vector(-g), h, m_problem.conjugateGradientIterations(),
-            m_problem.conjugateGradientTolerance());
+            m_problem.conjugateGradientTolerance(), interrupted);
         return h;
     }
 
@@ -76,8 +78,13 @@ private:
 };
 
 /// The loop shared by every form; `Step` solves the damped system.
+template <typename Vector> bool allFinite(const Vector& v)
+{
+    return v.allFinite();
+}
+
 template <typename Scalar, typename HessianType, typename Step>
-void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
+StopReason levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
                         Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x, const SolverParameters& parameters,
                         const Tolerances& tolerances, OptimizationFramework::OptimizationUpdateFunctor<Scalar>* observer,
                         Step& step)
@@ -86,6 +93,9 @@ void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
     Scalar f = 0;
     Vector g;
     Timings timings;
+    const auto interrupted = [&parameters] { return parameters.interrupted && parameters.interrupted->load(); };
+    if (interrupted())
+        return StopReason::Interrupted;
     problem.evaluateAll(x, f, g, H, &timings);
     double damping = parameters.initialDamping;
     double nu = 2.0;
@@ -95,20 +105,29 @@ void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
         std::printf("%s\n", formatIteration(-1, parameters.maxIterations, double(f), double(g.norm()), 0.0, damping,
                                             cgInfo, timings)
                                 .c_str());
-    if (double(g.norm()) < tolerances.gradientTolerance || parameters.maxIterations < 1)
-        return;
+    if (!std::isfinite(double(f)) || !allFinite(g))
+        return StopReason::NonFinite;
+    if (double(g.norm()) < tolerances.gradientTolerance)
+        return StopReason::Gradient;
+    if (parameters.maxIterations < 1)
+        return StopReason::Iterations;
 
     while (iteration < parameters.maxIterations) {
+        if (interrupted())
+            return StopReason::Interrupted;
         const auto passStart = std::chrono::steady_clock::now();
         timings.clear();
-        const Vector h = step.solve(H, damping, g, cgInfo);
+        const Vector h = step.solve(H, damping, g, cgInfo, parameters.interrupted);
+        // A solve cut short is no step to take.
+        if (interrupted())
+            return StopReason::Interrupted;
         timings.emplace_back("t(Δx)", secondsSince(passStart));
         const double hNorm = double(h.norm());
         if (!(hNorm <= std::numeric_limits<double>::max()))
-            return;
+            return StopReason::NonFinite;
         const double e = tolerances.stepTolerance;
         if (hNorm <= (double(x.norm()) + e) * e)
-            return;
+            return StopReason::Step;
 
         const Vector xNew = x + h;
         Scalar fNew = 0;
@@ -123,8 +142,10 @@ void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
         if (rho > 0.0 || parameters.dampingMode < 1) {
             x = xNew;
             if (observer && !observer->onUpdate(x))
-                return;
+                return StopReason::Observer;
             problem.evaluateAll(x, f, g, H, &timings);
+            if (!std::isfinite(double(f)) || !allFinite(g))
+                return StopReason::NonFinite;
             timings.emplace_back("t(i)", secondsSince(passStart));
             if (parameters.verbose)
                 std::printf("%s\n", formatIteration(iteration, parameters.maxIterations, double(f), double(g.norm()),
@@ -132,7 +153,7 @@ void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
                                         .c_str());
             ++iteration;
             if (double(g.norm()) < tolerances.gradientTolerance)
-                return;
+                return StopReason::Gradient;
             if (parameters.dampingMode > 0) {
                 const double t = 2.0 * rho - 1.0;
                 damping *= std::max(0.33, 1.0 - t * t * t);
@@ -141,29 +162,34 @@ void levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType& H,
         } else {
             damping *= nu;
             nu *= 2.0;
+            // A step that stays rejected whatever the damping cannot be
+            // taken; growing it further only spins.
+            if (!(damping <= MaxDamping))
+                return StopReason::DampingLimit;
         }
     }
+    return StopReason::Iterations;
 }
 
 } // namespace detail
 
 template <typename Scalar, typename Solver>
-void minimize(Problem<Scalar, SparseHessian<Scalar>>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
+StopReason minimize(Problem<Scalar, SparseHessian<Scalar>>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
               const SolverParameters& parameters, const Tolerances& tolerances,
               OptimizationFramework::OptimizationUpdateFunctor<Scalar>* updateFunctor)
 {
     SparseHessian<Scalar> H;
     detail::DirectStep<Scalar, Solver> step;
-    detail::levenbergMarquardt(problem, H, x, parameters, tolerances, updateFunctor, step);
+    return detail::levenbergMarquardt(problem, H, x, parameters, tolerances, updateFunctor, step);
 }
 
 template <typename Scalar>
-void minimize(MatrixFreeProblem<Scalar>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
+StopReason minimize(MatrixFreeProblem<Scalar>& problem, Eigen::Matrix<Scalar, Eigen::Dynamic, 1>& x,
               const SolverParameters& parameters, const Tolerances& tolerances,
               OptimizationFramework::OptimizationUpdateFunctor<Scalar>* updateFunctor)
 {
     detail::ConjugateGradientStep<Scalar> step(problem);
-    detail::levenbergMarquardt<Scalar, LinearSystemsSolvers::ProductHolder<Scalar>>(
+    return detail::levenbergMarquardt<Scalar, LinearSystemsSolvers::ProductHolder<Scalar>>(
         problem, problem.product(), x, parameters, tolerances, updateFunctor, step);
 }
 

@@ -38,7 +38,7 @@ bool ModelsDataGoz::loadGeometry(const QString& path, QString& error, int index)
     }
     auto goz = std::make_unique<GoZFile>();
     if (!goz->read(path)) {
-        error = QStringLiteral("Cannot read GoZ file: \n%1").arg(path);
+        error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, goz->readError());
         return false;
     }
     if (goz->vertexCount < 1) {
@@ -52,7 +52,7 @@ bool ModelsDataGoz::loadGeometry(const QString& path, QString& error, int index)
     GoZMesh mesh;
     QString conversionError;
     if (!meshFromGoZ(*goz, mesh, conversionError)) {
-        error = QStringLiteral("Cannot read GoZ file: \n%1").arg(path);
+        error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, conversionError);
         return false;
     }
     m_vertexMasks[index] = mesh.vertexMask;

@@ -22,6 +22,7 @@ bool ModelsDataObj::loadGeometry(const QString& path, QString& error, int index)
         return false;
     error.clear();
     m_geometry[index] = std::make_unique<GeomStackTriangulated>(path, error, nullptr, GeomStack::GraphLoader, true);
+    error = GeomStack::withFileName(error, path);
     return error.isEmpty();
 }
 

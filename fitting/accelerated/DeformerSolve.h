@@ -20,6 +20,7 @@ inline void solveWithBudget(WNewton::MatrixFreeProblem<float>& problem, Eigen::V
     WNewton::Tolerances tolerances;
     tolerances.gradientTolerance = 1e-4;
     tolerances.stepTolerance = budget.stepTolerance;
+    parameters.interrupted = budget.interrupted;
     WNewton::minimize(problem, state, parameters, tolerances);
 }
 

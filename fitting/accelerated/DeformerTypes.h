@@ -5,6 +5,7 @@
 #include <Eigen/Core>
 #include <Eigen/Geometry>
 
+#include <atomic>
 #include <vector>
 
 namespace EmbeddedGraphDeformer {
@@ -26,6 +27,9 @@ struct SolveBudget
     int iterations = 20;
     double stepTolerance = 0.01;
     int conjugateGradientIterations = 30;
+    /// When set and raised, the solve ends after its current step, so that
+    /// a stop request is not held up by a long level.
+    const std::atomic<bool>* interrupted = nullptr;
 };
 
 /// The weights of the energy's terms.

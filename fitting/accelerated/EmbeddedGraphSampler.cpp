@@ -24,6 +24,18 @@ namespace {
 
 constexpr float CandidateReach = 2.55f;
 
+bool cancelled(const EmbeddedGraphCreator::EmbeddedGraphCreationCallback* callback)
+{
+    return callback && callback->progress && callback->progress->isCancelled();
+}
+
+/// Polled every 1024 vertices, so that a stop request ends a pass over a
+/// large mesh within a fraction of a second.
+bool cancelledAt(size_t vertex, const EmbeddedGraphCreator::EmbeddedGraphCreationCallback* callback)
+{
+    return (vertex & 1023u) == 0 && cancelled(callback);
+}
+
 void reportProgress(const EmbeddedGraphCreator::EmbeddedGraphCreationCallback* callback, int pass)
 {
     if (callback && callback->progress)
@@ -178,6 +190,8 @@ std::vector<EmbeddedGraphLevel> DijkstraGraphSampler::sampleLevels(
         auto& lists = candidates[l];
         lists.assign(m_vertices.size(), {});
         for (size_t v = 0; v < m_vertices.size(); ++v) {
+            if (cancelledAt(v, callback))
+                return;
             if (covered[v])
                 continue;
             const long long node = (long long)levels[l].nodes.size();
@@ -190,12 +204,16 @@ std::vector<EmbeddedGraphLevel> DijkstraGraphSampler::sampleLevels(
             });
         }
     });
+    if (cancelled(callback))
+        return {};
     reportProgress(callback, 1);
     std::vector<std::vector<long long>> nearestNode(levelCount);
     tbb::parallel_for(size_t(0), levelCount, [&](size_t l) {
         nearestNode[l].assign(m_vertices.size(), -1);
         size_t v = 0;
         for (auto& list : candidates[l]) {
+            if (cancelledAt(v, callback))
+                return;
             const size_t keep = std::min(list.size(), size_t(m_k) + 1);
             std::partial_sort(list.begin(), list.begin() + long(keep), list.end());
             list.resize(keep);
@@ -206,6 +224,8 @@ std::vector<EmbeddedGraphLevel> DijkstraGraphSampler::sampleLevels(
         }
         std::vector<std::vector<std::pair<float, long long>>>().swap(candidates[l]);
     });
+    if (cancelled(callback))
+        return {};
     reportProgress(callback, 2);
     tbb::parallel_for(size_t(0), levelCount, [&](size_t l) {
         std::vector<std::pair<long long, long long>> touching;
@@ -217,6 +237,8 @@ std::vector<EmbeddedGraphLevel> DijkstraGraphSampler::sampleLevels(
             }
         connectSharedInfluences(levels[l], std::move(touching));
     });
+    if (cancelled(callback))
+        return {};
     return levels;
 }
 
@@ -236,6 +258,8 @@ std::vector<EmbeddedGraphLevel> EuclideanGraphSampler::sampleLevels(
         std::vector<char> isNode(m_vertices.size(), 0);
         std::vector<long long> near;
         for (size_t v = 0; v < m_vertices.size(); ++v) {
+            if (cancelledAt(v, callback))
+                return;
             near.clear();
             tree->findNearestPointInRadius(m_vertices[v], m_vertices, near, r * r);
             if (std::any_of(near.begin(), near.end(), [&](long long i) { return isNode[size_t(i)] != 0; }))
@@ -244,6 +268,8 @@ std::vector<EmbeddedGraphLevel> EuclideanGraphSampler::sampleLevels(
             levels[l].nodes.push_back((long long)v);
         }
     });
+    if (cancelled(callback))
+        return {};
     reportProgress(callback, 1);
     tbb::parallel_for(size_t(0), levelCount, [&](size_t l) {
         EmbeddedGraphLevel& level = levels[l];
@@ -254,7 +280,10 @@ std::vector<EmbeddedGraphLevel> EuclideanGraphSampler::sampleLevels(
             KDTreeEigen::build<float, long long>(nodePositions, 1));
         Welk::IndexedHeap heap(int(nodePositions.size()));
         std::vector<std::pair<float, long long>> found;
-        for (const Vertex& v : m_vertices) {
+        for (size_t vi = 0; vi < m_vertices.size(); ++vi) {
+            if (cancelledAt(vi, callback))
+                return;
+            const Vertex& v = m_vertices[vi];
             heap.clear();
             nodeTree->findKNearestPointsInds(v, nodePositions, m_k + 1, heap);
             found.clear();
@@ -264,6 +293,8 @@ std::vector<EmbeddedGraphLevel> EuclideanGraphSampler::sampleLevels(
             appendInfluences(found, level);
         }
     });
+    if (cancelled(callback))
+        return {};
     reportProgress(callback, 2);
     tbb::enumerable_thread_specific<DijkstraIterator> iterators{DijkstraIterator()};
     tbb::parallel_for(size_t(0), levelCount, [&](size_t l) {
@@ -279,7 +310,9 @@ std::vector<EmbeddedGraphLevel> EuclideanGraphSampler::sampleLevels(
         std::vector<std::pair<long long, long long>> expansion;
         DijkstraIterator& dijkstra = iterators.local();
         dijkstra.reset(m_vertices.size());
-        for (size_t n = 0; n < level.nodes.size(); ++n)
+        for (size_t n = 0; n < level.nodes.size(); ++n) {
+            if (cancelledAt(n, callback))
+                return;
             dijkstra.run(level.nodes[n], radii[l], m_edgeOffsets, m_edges, [&](long long u, float) {
                 for (long long i = level.influenceOffsets[size_t(u)]; i < level.influenceOffsets[size_t(u) + 1]; ++i) {
                     const long long m = level.influences[size_t(i)];
@@ -291,8 +324,11 @@ std::vector<EmbeddedGraphLevel> EuclideanGraphSampler::sampleLevels(
                     expansion.emplace_back((long long)n, m);
                 }
             });
+        }
         connectSharedInfluences(level, std::move(expansion));
     });
+    if (cancelled(callback))
+        return {};
     return levels;
 }
 

@@ -94,7 +94,8 @@ std::unique_ptr<EmbeddedGraphSampler> makeSampler(int nodesPerVertex, const std:
 /// vertices' principal-axes box.
 std::vector<float> levelRadii(const GraphSamplingParameters& parameters, const std::vector<Vertex>& vertices);
 
-/// Builds the whole hierarchy, level 0 the coarsest.
+/// Builds the whole hierarchy, level 0 the coarsest. Empty when the
+/// callback's progress was cancelled on the way.
 std::vector<EmbeddedGraphLevel> buildEmbeddedGraph(const GraphSamplingParameters& parameters,
                                                    const std::vector<Vertex>& vertices,
                                                    const std::vector<long long>& triangles,

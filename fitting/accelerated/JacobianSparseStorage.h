@@ -2,7 +2,9 @@
 
 #include <Eigen/Core>
 
-#include <tbb/enumerable_thread_specific.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
 
 #include <vector>
 
@@ -33,8 +35,9 @@ public:
     void syncColumns(bool parallel);
     void multiply(const Vector& v, Vector& out, bool parallel) const;
     void multiplyTransposed(const Vector& u, Vector& out, bool parallel) const;
-    /// out = J^T (J v) in one pass over the rows, each thread summing into
-    /// its own vector: half the memory traffic of the two products apart.
+    /// out = J^T (J v) in one pass over the rows, each block of rows summing
+    /// into its own vector: half the memory traffic of the two products
+    /// apart, and the same result whatever the scheduling.
     void multiplyNormal(const Vector& v, Vector& out, bool parallel) const;
     /// The 6x6 diagonal blocks of J^T J, one per node.
     void nodeBlocks(std::vector<Block>& blocks, bool parallel) const;
@@ -49,7 +52,10 @@ private:
     std::vector<int> m_columnRows;
     std::vector<long long> m_rowToColumn; ///< position in the column form of each row-form entry
     std::vector<float> m_columnValues;
-    mutable tbb::enumerable_thread_specific<Vector> m_partials;
+    /// One partial sum per block of rows; the block count is fixed per
+    /// process (the task arena's concurrency), not per call.
+    int m_blockCount = std::max(2, tbb::this_task_arena::max_concurrency());
+    mutable std::vector<Vector> m_partials;
 };
 
 } // namespace IterativeSolverDeformer

@@ -32,6 +32,8 @@ public:
     void end();
 
     bool isInterrupted() const { return m_interrupted.load(); }
+    /// The flag itself, for loops below the callback's boundaries.
+    const std::atomic<bool>& interruptedFlag() const { return m_interrupted; }
     int progressValue() const;
 
 public slots:

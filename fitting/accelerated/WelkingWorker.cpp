@@ -226,12 +226,17 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             stage.start();
             findPairs(sources, targets, normals);
             pairSeconds += double(stage.nsecsElapsed()) / 1e9;
+            // Setting up a solve over a large mesh takes a while; a stop
+            // request that came meanwhile is not held up by it.
+            if (m_callback.isInterrupted())
+                break;
             stage.start();
             EmbeddedGraphDeformer::SolveBudget budget;
             budget.iterations = j + 1 == m_parameters.icpIterations ? m_parameters.maxOptimizationIterations
                                                                     : m_parameters.optimizationIterations;
             budget.stepTolerance = double((m_parameters.dpInitial - m_parameters.dpFinal) * u + m_parameters.dpFinal);
             budget.conjugateGradientIterations = m_parameters.conjugateGradientIterations;
+            budget.interrupted = &m_callback.interruptedFlag();
             deformer->solve(sources, targets, normals, m_current, nodes, state, budget);
             solveSeconds += double(stage.nsecsElapsed()) / 1e9;
             m_callback.update(toQt(m_current), toQt(nodes));

@@ -55,6 +55,7 @@ TEST_F(GoZFileTest, ReadsEveryKnownChunkAndSkipsUnknownOnes)
 {
     GoZFile goz;
     ASSERT_TRUE(goz.read(write(QStringLiteral("rich.GoZ"), richFile())));
+    EXPECT_TRUE(goz.readError().isEmpty());
     EXPECT_EQ(goz.name, QByteArray("Head\0\0\0\0", 8));
     EXPECT_EQ(goz.secondName.left(5), QByteArray("Head2"));
     EXPECT_EQ(goz.value5001, 0x12345678u);
@@ -131,22 +132,28 @@ TEST_F(GoZFileTest, RejectsBrokenFiles)
 {
     GoZFile goz;
     EXPECT_FALSE(goz.read(path(QStringLiteral("missing.GoZ"))));
+    EXPECT_FALSE(goz.readError().isEmpty());
     EXPECT_FALSE(goz.read(write(QStringLiteral("short.GoZ"), QByteArray("GoZb", 4))));
+    EXPECT_TRUE(goz.readError().contains(QStringLiteral("shorter than a GoZ header")));
 
     QByteArray wrongMagic = GoZBytes().end().bytes();
     wrongMagic[0] = 'X';
     EXPECT_FALSE(goz.read(write(QStringLiteral("magic.GoZ"), wrongMagic)));
+    EXPECT_TRUE(goz.readError().contains(QStringLiteral("not a GoZ file")));
 
     GoZBytes noEnd;
     noEnd.text(GoZFile::TagName, "x");
     EXPECT_FALSE(goz.read(write(QStringLiteral("noend.GoZ"), noEnd.bytes())));
+    EXPECT_TRUE(goz.readError().contains(QStringLiteral("without an end chunk")));
 
     GoZBytes truncated;
     truncated.chunk(GoZFile::TagVertices, 10, GoZBytes::floats({1, 2, 3}));
     EXPECT_FALSE(goz.read(write(QStringLiteral("trunc.GoZ"), truncated.bytes())));
+    EXPECT_TRUE(goz.readError().contains(QStringLiteral("inside chunk 10001")));
 
     // A failed read leaves nothing of an earlier file behind.
     ASSERT_TRUE(goz.read(write(QStringLiteral("rich.GoZ"), richFile())));
+    EXPECT_TRUE(goz.readError().isEmpty());
     EXPECT_FALSE(goz.read(write(QStringLiteral("noend2.GoZ"), noEnd.bytes())));
     EXPECT_EQ(goz.vertexCount, 0);
     EXPECT_TRUE(goz.vertices.empty());

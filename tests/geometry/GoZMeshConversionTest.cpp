@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 using namespace GeometryStack2;
 
 namespace {
@@ -107,4 +109,24 @@ TEST(GoZMeshConversion, LargePolygonsAreFannedIntoTriangles)
     const GoZFile goz = gozFromMesh(pentagon, "p");
     EXPECT_EQ(goz.polygonCount, 3);
     EXPECT_EQ(goz.polygons, (std::vector<int32_t>{0, 1, 2, -1, 0, 2, 3, -1, 0, 3, 4, -1}));
+}
+
+TEST(GoZMeshConversion, NonFiniteOrOverflowingVertexIsRefusedByNumber)
+{
+    for (float bad : {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
+                      -std::numeric_limits<float>::infinity(), 1e30f}) {
+        GoZFile goz = quadAndTriangle();
+        goz.vertices[3 * 3 + 1] = bad;
+        GoZMesh mesh;
+        QString error;
+        EXPECT_FALSE(meshFromGoZ(goz, mesh, error)) << bad;
+        EXPECT_TRUE(error.startsWith(QStringLiteral("Vertex 3 has a coordinate that is not a finite number")))
+            << error.toStdString();
+    }
+    // Large but usable coordinates pass.
+    GoZFile goz = quadAndTriangle();
+    goz.vertices[0] = 1e12f;
+    GoZMesh mesh;
+    QString error;
+    EXPECT_TRUE(meshFromGoZ(goz, mesh, error)) << error.toStdString();
 }

@@ -270,3 +270,30 @@ TEST(ObjReaderTBBData, AgreesWithThePlainLoaderOnRealFiles)
     }
     EXPECT_GE(compared, 10);
 }
+
+TEST(ObjNonFiniteCoordinates, BothLoadersRefuseThemNamingTheLine)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("bad.obj"));
+    // The graph reader's number parser turns garbage into NaN and 1e39 into
+    // infinity without complaint; the mesh must still not load.
+    for (const char* bad : {"nan", "inf", "-inf", "1e39", "1e30", "1.5x"}) {
+        const QByteArray text = QByteArray("# comment\nv 0 0 0\n\nv 1 0 0\nv 0 ") + bad + " 0\nf 1 2 3\n";
+        ASSERT_TRUE(TestSupport::writeFile(path, text));
+        for (int loader : {int(GeomStack::GraphLoader), int(GeomStack::PlainLoader)}) {
+            QString error;
+            const GeomStack mesh(path, error, nullptr, loader);
+            // Line 4 counting non-empty lines from 1, as the other line messages do.
+            EXPECT_TRUE(error.startsWith(QStringLiteral("Wrong vertex coordinate in line 4")))
+                << bad << " loader " << loader << ": " << error.toStdString();
+        }
+    }
+    ASSERT_TRUE(TestSupport::writeFile(path, "v 0 0 0\nv 1e12 0 0\nv 0 1 0\nf 1 2 3\n"));
+    QString error;
+    const GeomStack mesh(path, error);
+    EXPECT_TRUE(error.isEmpty()) << error.toStdString();
+    EXPECT_EQ(GeomStack::withFileName(QStringLiteral("Wrong face in line 3"), path),
+              QStringLiteral("Wrong face in line 3: \n%1").arg(path));
+    EXPECT_EQ(GeomStack::withFileName(QStringLiteral("Can not load file: %1").arg(path), path),
+              QStringLiteral("Can not load file: %1").arg(path));
+}

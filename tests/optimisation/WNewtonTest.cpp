@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <limits>
 
 using namespace WNewton;
@@ -204,4 +205,52 @@ TEST(WNewton, ReportLineFormat)
     EXPECT_EQ(formatIteration(4, 10, 1.5, 2.0, 0.1, 0.33, cg, {}),
               "5/10 f(x)=1.5 |∇f(x)|=2 |Δx|=0.1 μ=0.33 CG err=0.001 CG itrs=12 ");
     EXPECT_EQ(formatIteration(-1, 10, 3.0, 4.0, 0.0, 1e-9, none, {}), "f(x)=3 |∇f(x)|=4 μ=1e-09 ");
+}
+
+TEST(WNewton, BrokenProblemsEndWithAReasonInsteadOfSpinning)
+{
+    // A value of infinity at the start (a model with an overflowing
+    // coordinate): nothing can be compared, so no step is tried at all.
+    LambdaJacobianSparseProblem<double> overflowing([](const Eigen::VectorXd& x, Eigen::VectorXd& r,
+                                                       Eigen::SparseMatrix<double, Eigen::RowMajor, int>* J) {
+        r = Eigen::VectorXd::Constant(1, std::numeric_limits<double>::infinity());
+        if (J) {
+            J->resize(1, x.size());
+            J->insert(0, 0) = 1.0;
+        }
+    });
+    Counting<double> problem(overflowing);
+    Eigen::VectorXd x = Eigen::VectorXd::Zero(2);
+    EXPECT_EQ(minimize(problem, x, SolverParameters(), Tolerances()), StopReason::NonFinite);
+    EXPECT_EQ(problem.values, 0);
+    EXPECT_EQ(x, Eigen::VectorXd::Zero(2));
+
+    // Every trial rejected and a step tolerance of zero, which the step
+    // test alone never meets: the damping limit ends the loop.
+    LambdaJacobianSparseProblem<double> inner(rosenbrock<double>());
+    Counting<double> rejecting(inner);
+    rejecting.poisonValues = true;
+    Tolerances tolerances;
+    tolerances.stepTolerance = 0.0;
+    x = Eigen::Vector2d(-1.2, 1.0);
+    EXPECT_EQ(minimize(rejecting, x, SolverParameters(), tolerances), StopReason::DampingLimit);
+    EXPECT_EQ(x, Eigen::Vector2d(-1.2, 1.0));
+    EXPECT_LT(rejecting.values, 40);
+}
+
+TEST(WNewton, RaisedInterruptFlagEndsBeforeAnyWork)
+{
+    LambdaJacobianSparseProblem<double> inner(rosenbrock<double>());
+    Counting<double> problem(inner);
+    std::atomic<bool> stop{true};
+    SolverParameters parameters;
+    parameters.interrupted = &stop;
+    Eigen::VectorXd x(2);
+    x << -1.2, 1.0;
+    EXPECT_EQ(minimize(problem, x, parameters, Tolerances()), StopReason::Interrupted);
+    EXPECT_EQ(problem.alls, 0);
+    stop = false;
+    parameters.maxIterations = 200;
+    EXPECT_NE(minimize(problem, x, parameters, Tolerances()), StopReason::Interrupted);
+    EXPECT_NEAR(x[0], 1.0, 1e-3);
 }

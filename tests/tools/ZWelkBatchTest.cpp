@@ -162,6 +162,7 @@ TEST_F(ZWelkBatchTest, CheckReportsWhatZWelkWouldShow)
     run = zwelkBatch({QStringLiteral("check"), folder});
     EXPECT_EQ(run.code, 1);
     EXPECT_TRUE(run.err.startsWith(QStringLiteral("Cannot open file\nCannot read GoZ file: \n")));
+    EXPECT_TRUE(run.err.contains(QStringLiteral("shorter than a GoZ header"))) << run.err.toStdString();
 }
 
 TEST_F(ZWelkBatchTest, TextureModeCheckNamesTheRoles)
@@ -259,7 +260,7 @@ TEST_F(ZWelkBatchTest, InterruptedWelkStillWritesTheShapeReached)
     ASSERT_TRUE(err.contains("Welking")) << err.toStdString();
     ::kill(pid_t(process.processId()), SIGINT);
     ASSERT_TRUE(process.waitForFinished(120000));
-    EXPECT_EQ(process.exitCode(), 0);
+    EXPECT_EQ(process.exitCode(), 130);
     const QJsonObject json = QJsonDocument::fromJson(TestSupport::readFile(report)).object();
     EXPECT_TRUE(json[QStringLiteral("interrupted")].toBool());
     QString error;

@@ -10,19 +10,36 @@ using namespace GeometryStack2;
 
 bool MeshInput::load(const QString& path, MeshInput& input, QString& error)
 {
-    if (!QFileInfo::exists(path)) {
+    const QFileInfo info(path);
+    if (!info.exists()) {
         error = QStringLiteral("File does not exist: %1").arg(path);
         return false;
     }
-    if (QFileInfo(path).suffix().compare(QLatin1String("goz"), Qt::CaseInsensitive) == 0) {
+    if (!info.isFile()) {
+        error = QStringLiteral("Not a mesh file: %1").arg(path);
+        return false;
+    }
+    const QString suffix = info.suffix().toLower();
+    if (suffix == QLatin1String("goz")) {
         GoZFile goz;
         if (!goz.read(path)) {
-            error = QStringLiteral("Cannot read GoZ file: \n%1").arg(path);
+            error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, goz.readError());
+            return false;
+        }
+        if (goz.vertexCount < 1) {
+            error = QStringLiteral("Geometry does not contain vertices: \n%1").arg(path);
+            return false;
+        }
+        if (goz.polygonCount < 1) {
+            error = QStringLiteral("Geometry does not contain polygons: \n%1").arg(path);
             return false;
         }
         GoZMesh converted;
-        if (!meshFromGoZ(goz, converted, error))
+        QString conversionError;
+        if (!meshFromGoZ(goz, converted, conversionError)) {
+            error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, conversionError);
             return false;
+        }
         const MeshLists& l = converted.lists;
         input.mesh = GeomStack(l.vertices, l.vertexIndices, l.polygonSizes, l.polygonOffsets, l.texCoords,
                                l.texCoordIndices, {}, l.polygroupIds, l.polygroupNames, l.materialIds,
@@ -31,7 +48,12 @@ bool MeshInput::load(const QString& path, MeshInput& input, QString& error)
         input.polygonMaskFlags = converted.polygonMaskFlags;
         return true;
     }
+    if (suffix != QLatin1String("obj")) {
+        error = QStringLiteral("Unknown mesh format \"%1\": %2 (OBJ and GoZ are read)").arg(info.suffix(), path);
+        return false;
+    }
     input.mesh = GeomStack(path, error, nullptr, GeomStack::GraphLoader);
+    error = GeomStack::withFileName(error, path);
     return error.isEmpty();
 }
 

@@ -18,4 +18,24 @@ void printError(const QString& text)
     std::fflush(stderr);
 }
 
+QString oneLine(const QString& message)
+{
+    QStringList parts = message.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    for (QString& part : parts)
+        part = part.trimmed();
+    parts.removeAll(QString());
+    QString line;
+    for (const QString& part : parts) {
+        if (!line.isEmpty())
+            line += line.endsWith(QLatin1Char(':')) ? QStringLiteral(" ") : QStringLiteral(": ");
+        line += part;
+    }
+    return line;
+}
+
+bool wantsHelp(const QStringList& arguments)
+{
+    return arguments.contains(QStringLiteral("--help")) || arguments.contains(QStringLiteral("-h"));
+}
+
 } // namespace ZWelkBatch

@@ -25,11 +25,14 @@ void TerminalProgress::switchLabel(const QString& label)
         if (!found)
             m_stages.append({m_label, now - m_labelStart});
         if (!m_terminal)
-            std::fprintf(stderr, "%s: done\n", m_label.toLocal8Bit().constData());
+            std::fprintf(stderr, "%s: %s\n", m_label.toLocal8Bit().constData(), m_cancelled ? "interrupted" : "done");
     }
     m_label = label;
     m_labelStart = now;
     m_drawn = -1;
+    // In a log, each stage shows when it starts as well as how it ended.
+    if (!m_terminal && label != QLatin1String("\x01"))
+        std::fprintf(stderr, "%s...\n", label.toLocal8Bit().constData());
 }
 
 void TerminalProgress::start(const QString& label, long long maximum)
@@ -57,7 +60,7 @@ void TerminalProgress::end()
     switchLabel(QStringLiteral("\x01"));
     m_label.clear();
     if (m_terminal)
-        std::fprintf(stderr, "\n");
+        std::fprintf(stderr, m_cancelled ? " interrupted\n" : "\n");
 }
 
 void TerminalProgress::draw()

@@ -1,32 +1,32 @@
 #include "Arguments.h"
 #include "BatchCommands.h"
 #include "MeshInput.h"
-#include "SurfaceDistance.h"
+#include "OutputPath.h"
 #include "TerminalProgress.h"
 
 #include "exchange/ExchangeFolder.h"
 #include "exchange/ModelsData.h"
-#include "exchange/ModelsDataGoz.h"
 #include "exchange/ResultWriter.h"
-#include "fitting/accelerated/CartoonWelkingWorker.h"
-#include "fitting/accelerated/EmbeddedGraphSampler.h"
-#include "fitting/accelerated/WelkingWorker.h"
-#include "fitting/classic/ICPRoutine.h"
 #include "geometry/GeomStackTriangulated.h"
 #include "geometry/GoZMeshConversion.h"
+#include "steps/fitting/WelkingFit.h"
 #include "steps/fitting/WelkingSettingsFile.h"
+#include "steps/points/LandmarkFile.h"
 #include "steps/points/PointFile.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace ZWelkBatch {
 
@@ -34,100 +34,156 @@ using namespace WelkPlugin;
 using GeometryStack2::GeomStack;
 using GeometryStack2::GeomStackTriangulated;
 
+QString welkUsage()
+{
+    return QStringLiteral(R"(Usage: zwelk-batch welk --base A --target B -o OUT [options]
+       zwelk-batch welk --exchange DIR [options]
+
+Fits the basemesh A onto the target B: the result keeps A's topology and
+takes B's shape. A and B are OBJ or GoZ files; OUT is written as OBJ or GoZ
+by its extension (.obj, .goz). With --exchange the plug-in's folder DIR is
+read and the result written back as the window's Done does.
+
+Models:
+  --base FILE             the basemesh (side 0)
+  --target FILE           the target scan (side 1)
+  -o FILE                 the result, .obj or .goz; never one of the inputs
+  --exchange DIR          read and write an exchange folder instead
+
+Fit:
+  --engine fast|cartoon   fast (default): nodes rotate and move; cartoon:
+                          nodes may also shear and scale, for stylised targets
+  --cartoon               the same as --engine cartoon
+  --settings FILE.ini     fit settings (group "welkingSettings"); missing
+                          keys keep their defaults
+  --exclude-masked        leave vertices of polygons masked in ZBrush out of
+                          matching (GoZ input)
+
+Correspondences (pair i of one side goes with pair i of the other):
+  --points-base FILE      points on the basemesh: a JSON array of
+  --points-target FILE    [triangle, u, v] arrays, as the window saves them
+  --landmarks-base FILE   landmark positions, one "x y z" or "x,y,z" row
+  --landmarks-target FILE each, projected onto the nearest surface point
+  --rigid                 first align the basemesh by the pairs (3 or more)
+  --scale                 also match the scale; without --rigid only scales
+
+Checks:
+  --force                 fit even when the models' bounding boxes do not
+                          meet or their sizes differ more than 10x; without
+                          it these refuse (a basemesh denser than the
+                          target only warns)
+
+Report:
+  --report FILE.json      write the full report there
+  --json                  print the full report on standard output
+  The terminal shows a short summary: time, RMS distances both ways,
+  folded triangles and the output path. See docs/zwelk-batch.md for the
+  report's keys.
+
+Ctrl+C stops the fit at its next step (within about a second), writes the
+shape reached and exits with 130.
+
+Exit codes: 0 success, 1 the job failed (nothing written), 2 wrong command
+line, 130 interrupted.
+)");
+}
+
 namespace {
 
-std::atomic<WelkingAcceleratedVersion::WelkingWorker*> g_runningWorker{nullptr};
+/// What Ctrl+C does depends on how far the run is: before the fit nothing
+/// is written yet and the program ends at once; during the fit it stops at
+/// the next boundary and the shape reached is written; while writing it
+/// waits, so that no file is left half written.
+enum Phase
+{
+    Preparing,
+    Fitting,
+    Writing,
+};
+std::atomic<int> g_phase{Preparing};
+std::atomic<WelkingFit*> g_runningFit{nullptr};
+std::atomic<TerminalProgress*> g_progress{nullptr};
 
 void onInterrupt(int)
 {
-    // Stops the fit at its next boundary; the shape reached is still written.
-    if (auto* worker = g_runningWorker.load())
-        worker->callback().interrupt();
+    if (g_phase.load() == Preparing) {
+        static const char message[] = "\ninterrupted; nothing was written\n";
+        (void)!::write(STDERR_FILENO, message, sizeof message - 1);
+        ::_exit(ExitInterrupted);
+    }
+    if (g_phase.load() != Fitting)
+        return;
+    if (auto* progress = g_progress.load())
+        progress->cancel();
+    if (auto* fit = g_runningFit.load())
+        fit->stop();
 }
+
+/// Installs the handler for one run and puts the previous one back.
+class InterruptScope
+{
+public:
+    InterruptScope()
+    {
+        g_phase = Preparing;
+        m_previous = std::signal(SIGINT, onInterrupt);
+    }
+    ~InterruptScope()
+    {
+        std::signal(SIGINT, m_previous);
+        g_runningFit = nullptr;
+        g_progress = nullptr;
+    }
+
+private:
+    void (*m_previous)(int) = nullptr;
+};
 
 /// The models of one run, wherever they came from.
 struct Models
 {
-    std::unique_ptr<GeomStackTriangulated> base;
-    std::unique_ptr<GeomStackTriangulated> target;
+    GeomStackTriangulated base;
+    GeomStackTriangulated target;
     QVector<quint8> basePolygonMask;
     MeshInput baseInput; ///< file mode only
     std::shared_ptr<ModelsData> exchangeModels;
     ExchangeFolder exchange;
 };
 
-QMatrix4x4 pairTransform(const QVector<QVector3D>& source, const QVector<QVector3D>& target, bool rigid, bool scale)
-{
-    QMatrix4x4 transform;
-    if ((!rigid && !scale) || source.size() < 3 || source.size() != target.size())
-        return transform;
-    QQuaternion rotation;
-    QVector3D translation;
-    float s = 1.0f;
-    if (scale)
-        ICPRoutine::similarityTransform(source, target, rotation, translation, s);
-    else
-        ICPRoutine::rigidTransform(source, target, rotation, translation);
-    if (rigid) {
-        transform.translate(translation);
-        transform.rotate(rotation);
-    }
-    if (scale)
-        transform.scale(s);
-    return transform;
-}
-
-QVector<QVector3D> pointPositions(const QVector<Welk::WPointOnTriangle>& points, const GeomStackTriangulated& mesh)
-{
-    QVector<QVector3D> positions;
-    for (const auto& p : points)
-        positions.append(p.position(mesh.vertices(), mesh.triangleVertexIndices()));
-    return positions;
-}
-
-int flippedTriangles(const GeomStackTriangulated& mesh, const QVector<QVector3D>& before, const QVector<QVector3D>& after)
-{
-    const QVector<int>& t = mesh.triangleVertexIndices();
-    int flipped = 0;
-    for (int i = 0; i + 2 < t.size(); i += 3) {
-        const QVector3D n0 = QVector3D::crossProduct(before[t[i + 1]] - before[t[i]], before[t[i + 2]] - before[t[i]]);
-        const QVector3D n1 = QVector3D::crossProduct(after[t[i + 1]] - after[t[i]], after[t[i + 2]] - after[t[i]]);
-        if (QVector3D::dotProduct(n0, n1) < 0)
-            ++flipped;
-    }
-    return flipped;
-}
-
-QJsonObject summaryJson(const SurfaceDistance::Summary& s)
-{
-    return QJsonObject{{QStringLiteral("mean"), s.mean}, {QStringLiteral("rms"), s.rms},
-                       {QStringLiteral("p95"), s.p95}, {QStringLiteral("max"), s.max},
-                       {QStringLiteral("points"), s.count}};
-}
-
+/// Writes through a temporary file beside the result, so that a failed
+/// write leaves any earlier file of that name as it was.
 bool writeResultFile(const QString& path, const Models& models, const QVector<QVector3D>& vertices, QString& error)
 {
-    if (path.endsWith(QLatin1String(".goz"), Qt::CaseInsensitive)) {
+    const QString partial = path + QStringLiteral(".partial");
+    bool written = false;
+    if (QFileInfo(path).suffix().compare(QLatin1String("goz"), Qt::CaseInsensitive) == 0) {
         GeometryStack2::GoZFile goz;
         if (models.baseInput.goz) {
             goz = *models.baseInput.goz;
         } else {
-            GeomStack mesh(*models.base);
+            GeomStack mesh(models.base);
             mesh.setVertices(vertices);
             goz = GeometryStack2::gozFromMesh(mesh, QFileInfo(path).completeBaseName().toUtf8());
         }
         goz.vertices.clear();
         for (const QVector3D& v : vertices)
             goz.vertices.insert(goz.vertices.end(), {v.x(), v.y(), v.z()});
-        if (!goz.write(path)) {
+        written = goz.write(partial);
+        if (!written)
             error = QStringLiteral("Cannot save result mesh: \n%1").arg(path);
-            return false;
-        }
-        return true;
+    } else {
+        GeomStack mesh(models.base);
+        mesh.setVertices(vertices);
+        written = mesh.saveObj(partial, true, true, nullptr, &error);
+        if (!written)
+            error = QStringLiteral("Cannot save result mesh: \n%1\n%2").arg(path, error);
     }
-    GeomStack mesh(*models.base);
-    mesh.setVertices(vertices);
-    return mesh.saveObj(path, true, true, nullptr, &error);
+    if (written && (!QFile::exists(path) || QFile::remove(path)) && QFile::rename(partial, path))
+        return true;
+    QFile::remove(partial);
+    if (error.isEmpty())
+        error = QStringLiteral("Cannot save result mesh: \n%1").arg(path);
+    return false;
 }
 
 bool loadModels(const Arguments& args, Models& models, QString& error)
@@ -144,6 +200,8 @@ bool loadModels(const Arguments& args, Models& models, QString& error)
         if (!models.exchange.setModelFiles(models.exchange.getModelFilenames(flags, listError))) {
             error = QStringLiteral("Can't find mesh files required to start ZWelk in a directory:\n") +
                     models.exchange.filesDirPath();
+            if (!listError.isEmpty())
+                error += QLatin1Char('\n') + listError;
             return false;
         }
         models.exchangeModels = loadModelsData(models.exchange, flags, error);
@@ -151,8 +209,8 @@ bool loadModels(const Arguments& args, Models& models, QString& error)
             error = QStringLiteral("Cannot open file\n") + error;
             return false;
         }
-        models.base = std::make_unique<GeomStackTriangulated>(*models.exchangeModels->geometry(0));
-        models.target = std::make_unique<GeomStackTriangulated>(*models.exchangeModels->geometry(1));
+        models.base = *models.exchangeModels->geometry(0);
+        models.target = *models.exchangeModels->geometry(1);
         models.basePolygonMask = models.exchangeModels->polygonMaskFlags(0);
         return true;
     }
@@ -160,10 +218,66 @@ bool loadModels(const Arguments& args, Models& models, QString& error)
     if (!MeshInput::load(args.value(QStringLiteral("--base")), models.baseInput, error) ||
         !MeshInput::load(args.value(QStringLiteral("--target")), target, error))
         return false;
-    models.base = std::make_unique<GeomStackTriangulated>(models.baseInput.mesh);
-    models.target = std::make_unique<GeomStackTriangulated>(target.mesh);
+    models.base = GeomStackTriangulated(models.baseInput.mesh);
+    models.target = GeomStackTriangulated(target.mesh);
     models.basePolygonMask = models.baseInput.polygonMaskFlags;
     return true;
+}
+
+/// One side's correspondences from a point file or a landmark file.
+bool loadSide(const Arguments& args, const QString& pointsOption, const QString& landmarksOption,
+              const GeomStackTriangulated& mesh, const QString& side, QVector<Welk::WPointOnTriangle>& points,
+              QJsonArray& moved, QString& error)
+{
+    const QString pointsPath = args.value(pointsOption);
+    const QString landmarksPath = args.value(landmarksOption);
+    if (!pointsPath.isEmpty()) {
+        error = PointFile::loadPointsFromFile(pointsPath, mesh.triangleCount(), points);
+        if (!error.isEmpty())
+            error = QStringLiteral("%1: %2").arg(pointsPath, error);
+        return error.isEmpty();
+    }
+    if (landmarksPath.isEmpty())
+        return true;
+    QVector<QVector3D> positions;
+    if (!LandmarkFile::readPositions(landmarksPath, positions, error))
+        return false;
+    const LandmarkFile::Projected projected =
+        LandmarkFile::projectOntoSurface(positions, mesh.vertices(), mesh.triangleVertexIndices());
+    points = projected.points;
+    float worst = 0;
+    for (float d : projected.distances) {
+        moved.append(double(d));
+        worst = std::max(worst, d);
+    }
+    printError(QStringLiteral("%1 landmarks on the %2 placed on its surface; the farthest moved by %3")
+                   .arg(points.size())
+                   .arg(side)
+                   .arg(double(worst), 0, 'g', 4));
+    return true;
+}
+
+QString warningAdvice(const ModelWarning& warning)
+{
+    switch (warning.kind) {
+    case ModelWarning::NoIntersection:
+    case ModelWarning::ScaleDiffers:
+        return QStringLiteral("Place three or more point pairs (--points-* or --landmarks-*) and add --rigid --scale.");
+    case ModelWarning::HigherResolution:
+        return QStringLiteral("Check that --base is the basemesh and --target the scan (the subtool order).");
+    }
+    return QString();
+}
+
+QJsonObject secondsJson(const FitResult& result, const TerminalProgress& progress, double load)
+{
+    QJsonObject seconds{{QStringLiteral("load"), load}};
+    for (const auto& stage : result.seconds)
+        seconds[stage.first] = stage.second;
+    for (const auto& stage : progress.stages())
+        if (stage.first.startsWith(QLatin1String("Welking (")))
+            seconds[stage.first] = stage.second;
+    return seconds;
 }
 
 } // namespace
@@ -173,177 +287,231 @@ int runWelk(const QStringList& words)
     const Arguments args(words,
                          {QStringLiteral("--base"), QStringLiteral("--target"), QStringLiteral("--exchange"),
                           QStringLiteral("--points-base"), QStringLiteral("--points-target"),
-                          QStringLiteral("--settings"), QStringLiteral("-o"), QStringLiteral("--report")},
+                          QStringLiteral("--landmarks-base"), QStringLiteral("--landmarks-target"),
+                          QStringLiteral("--engine"), QStringLiteral("--settings"), QStringLiteral("-o"),
+                          QStringLiteral("--report")},
                          {QStringLiteral("--exclude-masked"), QStringLiteral("--rigid"), QStringLiteral("--scale"),
-                          QStringLiteral("--cartoon")});
-    const bool fromExchange = !args.value(QStringLiteral("--exchange")).isEmpty();
-    const bool fromFiles = !args.value(QStringLiteral("--base")).isEmpty() && !args.value(QStringLiteral("--target")).isEmpty();
-    if (!args.ok() || !args.positional().isEmpty() || fromExchange == fromFiles ||
-        (fromFiles && args.value(QStringLiteral("-o")).isEmpty())) {
-        printError(args.ok() ? QStringLiteral("usage: zwelk-batch welk (--base A --target B -o OUT | --exchange DIR) "
-                                              "[options]; see zwelk-batch --help")
-                             : QStringLiteral("zwelk-batch welk: ") + args.error());
+                          QStringLiteral("--cartoon"), QStringLiteral("--json"), QStringLiteral("--force")});
+    const auto usageError = [](const QString& text) {
+        printError(QStringLiteral("zwelk-batch welk: %1; see zwelk-batch help welk").arg(text));
         return ExitUsage;
+    };
+    if (!args.ok())
+        return usageError(args.error());
+    if (!args.positional().isEmpty())
+        return usageError(QStringLiteral("unexpected argument %1").arg(args.positional().first()));
+    const QString exchangeDir = args.value(QStringLiteral("--exchange"));
+    const QString basePath = args.value(QStringLiteral("--base"));
+    const QString targetPath = args.value(QStringLiteral("--target"));
+    const QString outPath = args.value(QStringLiteral("-o"));
+    const QString reportPath = args.value(QStringLiteral("--report"));
+    const bool fromExchange = !exchangeDir.isEmpty();
+    if (fromExchange && (!basePath.isEmpty() || !targetPath.isEmpty() || !outPath.isEmpty()))
+        return usageError(QStringLiteral("--exchange replaces --base, --target and -o"));
+    if (!fromExchange && (basePath.isEmpty() || targetPath.isEmpty() || outPath.isEmpty()))
+        return usageError(QStringLiteral("give --base, --target and -o, or --exchange"));
+    FitOptions options;
+    if (args.flag(QStringLiteral("--cartoon")))
+        options.engine = FitEngine::Cartoon;
+    const QString engine = args.value(QStringLiteral("--engine"));
+    if (!engine.isEmpty() && !fitEngineFromName(engine, options.engine))
+        return usageError(QStringLiteral("unknown engine '%1' (known: %2)")
+                              .arg(engine, fitEngineNames().join(QStringLiteral(", "))));
+    for (const QString& side : {QStringLiteral("base"), QStringLiteral("target")})
+        if (!args.value(QStringLiteral("--points-") + side).isEmpty() &&
+            !args.value(QStringLiteral("--landmarks-") + side).isEmpty())
+            return usageError(QStringLiteral("--points-%1 and --landmarks-%1 both given").arg(side));
+
+    // Every path to be written is checked before any work, so that a long
+    // fit never ends in a write that was bound to fail.
+    QStringList inputs{basePath, targetPath};
+    for (const char* option : {"--points-base", "--points-target", "--landmarks-base", "--landmarks-target",
+                               "--settings"})
+        inputs.append(args.value(QLatin1String(option)));
+    inputs.removeAll(QString());
+    QString error;
+    if (!fromExchange && !checkOutputPath(QStringLiteral("-o"), outPath, {QStringLiteral("obj"), QStringLiteral("goz")},
+                                          inputs, error)) {
+        printError(error);
+        return ExitFailed;
+    }
+    if (!reportPath.isEmpty() &&
+        !checkOutputPath(QStringLiteral("--report"), reportPath, {QStringLiteral("json")}, inputs + QStringList{outPath},
+                         error)) {
+        printError(error);
+        return ExitFailed;
+    }
+    if (fromExchange && !reportPath.isEmpty() && QFileInfo(reportPath).absolutePath().startsWith(QDir(exchangeDir).absolutePath() + QStringLiteral("/Files"))) {
+        printError(QStringLiteral("--report %1: the exchange's mesh folder belongs to the plug-in").arg(reportPath));
+        return ExitFailed;
     }
 
     TerminalProgress progress;
+    const InterruptScope interruptScope;
     QElapsedTimer clock;
     clock.start();
-    QJsonObject stages;
     Models models;
-    QString error;
     if (!loadModels(args, models, error)) {
+        printError(oneLine(error));
+        return ExitFailed;
+    }
+    const double loadSeconds = double(clock.nsecsElapsed()) / 1e9;
+    if (fromExchange && !QFileInfo(models.exchange.filesDirPath()).isWritable()) {
+        printError(QStringLiteral("Cannot write the result into %1").arg(models.exchange.filesDirPath()));
+        return ExitFailed;
+    }
+
+    const QString settingsPath = args.value(QStringLiteral("--settings"));
+    if (!settingsPath.isEmpty() && !WelkingSettingsFile::load(settingsPath, options.settings, error)) {
         printError(error);
         return ExitFailed;
     }
-    stages[QStringLiteral("load")] = double(clock.nsecsElapsed()) / 1e9;
+    options.rigid = args.flag(QStringLiteral("--rigid"));
+    options.scale = args.flag(QStringLiteral("--scale"));
+    options.excludeMasked = args.flag(QStringLiteral("--exclude-masked"));
+    options.measure = true;
 
-    WelkingSettings settings;
-    if (!args.value(QStringLiteral("--settings")).isEmpty() &&
-        !WelkingSettingsFile::load(args.value(QStringLiteral("--settings")), settings, error)) {
+    FitInput input;
+    input.base = models.base;
+    input.target = models.target;
+    input.basePolygonMask = models.basePolygonMask;
+    QJsonObject landmarkMoves;
+    QJsonArray movedBase, movedTarget;
+    if (!loadSide(args, QStringLiteral("--points-base"), QStringLiteral("--landmarks-base"), models.base,
+                  QStringLiteral("basemesh"), input.basePoints, movedBase, error) ||
+        !loadSide(args, QStringLiteral("--points-target"), QStringLiteral("--landmarks-target"), models.target,
+                  QStringLiteral("target"), input.targetPoints, movedTarget, error)) {
         printError(error);
         return ExitFailed;
     }
-    settings.sampling.levels = settings.accelerated.subdivisions;
-
-    QVector<Welk::WPointOnTriangle> basePoints, targetPoints;
-    for (const auto& [option, mesh, points] :
-         {std::make_tuple(QStringLiteral("--points-base"), models.base.get(), &basePoints),
-          std::make_tuple(QStringLiteral("--points-target"), models.target.get(), &targetPoints)}) {
-        const QString path = args.value(option);
-        if (path.isEmpty())
-            continue;
-        error = PointFile::loadPointsFromFile(path, mesh->triangleCount(), *points);
-        if (!error.isEmpty()) {
-            printError(QStringLiteral("%1: %2").arg(path, error));
-            return ExitFailed;
-        }
-    }
-    if (basePoints.size() != targetPoints.size()) {
-        printError(QStringLiteral("The point files hold %1 and %2 points: they must pair up")
-                       .arg(basePoints.size())
-                       .arg(targetPoints.size()));
+    if (!movedBase.isEmpty())
+        landmarkMoves[QStringLiteral("base")] = movedBase;
+    if (!movedTarget.isEmpty())
+        landmarkMoves[QStringLiteral("target")] = movedTarget;
+    if (input.basePoints.size() != input.targetPoints.size()) {
+        printError(QStringLiteral("The basemesh has %1 points and the target %2: they must pair up one to one")
+                       .arg(input.basePoints.size())
+                       .arg(input.targetPoints.size()));
         return ExitFailed;
     }
-    const QMatrix4x4 transform = pairTransform(pointPositions(basePoints, *models.base),
-                                               pointPositions(targetPoints, *models.target),
-                                               args.flag(QStringLiteral("--rigid")), args.flag(QStringLiteral("--scale")));
-
-    // Vertices of polygons masked in ZBrush take no part in matching.
-    QVector<quint8> excluded(models.base->vertexCount(), 0);
-    if (args.flag(QStringLiteral("--exclude-masked"))) {
-        const QVector<int>& offsets = models.base->polygonOffsets();
-        for (int p = 0; p < models.basePolygonMask.size() && p + 1 < offsets.size(); ++p)
-            if (models.basePolygonMask[p])
-                for (int c = offsets[p]; c < offsets[p + 1]; ++c)
-                    excluded[models.base->vertexIndices()[c]] = 1;
+    if ((options.rigid || options.scale) && input.basePoints.size() < 3) {
+        printError(QStringLiteral("--rigid and --scale need three or more point pairs; %1 given")
+                       .arg(input.basePoints.size()));
+        return ExitFailed;
     }
 
-    clock.restart();
-    std::vector<WelkingAcceleratedVersion::Vertex> vertices;
-    for (const QVector3D& v : models.base->vertices())
-        vertices.emplace_back(v.x(), v.y(), v.z());
-    const std::vector<long long> triangles(models.base->triangleVertexIndices().begin(),
-                                           models.base->triangleVertexIndices().end());
-    EmbeddedGraphCreator::EmbeddedGraphCreationCallback graphCallback{&progress};
-    auto levels = WelkingAcceleratedVersion::buildEmbeddedGraph(settings.sampling, vertices, triangles, &graphCallback);
-    stages[QStringLiteral("graph levels")] = double(clock.nsecsElapsed()) / 1e9;
-    QJsonArray nodeCounts;
-    for (const auto& level : levels)
-        nodeCounts.append(qint64(level.nodes.size()));
+    WelkingFit fit(input, options, &progress);
+    error = fit.checkInput();
+    if (!error.isEmpty()) {
+        printError(error);
+        return ExitFailed;
+    }
+    // Models that do not meet or differ wildly in size give a useless fit:
+    // refused unless forced. A denser basemesh is only worth a word, since
+    // here the user named each side explicitly.
+    const bool force = args.flag(QStringLiteral("--force"));
+    bool refused = false;
+    QJsonArray warningTexts;
+    for (const ModelWarning& warning : fit.warnings()) {
+        const bool blocks = warning.kind != ModelWarning::HigherResolution && !force;
+        refused = refused || blocks;
+        printError(QStringLiteral("%1: %2 %3")
+                       .arg(blocks ? QStringLiteral("Error") : QStringLiteral("Warning"), warning.message,
+                            warningAdvice(warning)));
+        warningTexts.append(warning.message);
+    }
+    if (refused) {
+        printError(QStringLiteral("Nothing was fitted; --force fits anyway."));
+        return ExitFailed;
+    }
 
-    clock.restart();
-    const bool cartoon = args.flag(QStringLiteral("--cartoon"));
-    std::unique_ptr<WelkingAcceleratedVersion::WelkingWorker> fit;
-    if (cartoon)
-        fit = std::make_unique<CartoonWelking::CartoonWelkingWorker>(
-            models.base->vertices(), models.base->triangleVertexIndices(), transform, models.target->vertices(),
-            models.target->normals(), QMatrix4x4(), models.target->triangleVertexIndices(), basePoints, targetPoints,
-            excluded, std::move(levels), settings.accelerated, settings.rigidity, 100.0f, &progress);
-    else
-        fit = std::make_unique<WelkingAcceleratedVersion::FastWelkingWorker>(
-            models.base->vertices(), models.base->triangleVertexIndices(), transform, models.target->vertices(),
-            models.target->normals(), QMatrix4x4(), models.target->triangleVertexIndices(), basePoints, targetPoints,
-            excluded, std::move(levels), settings.accelerated, 100.0f, &progress);
-    WelkingAcceleratedVersion::WelkingWorker& worker = *fit;
-    QVector<QVector3D> welked;
-    QObject::connect(&worker, &WelkingAcceleratedVersion::WelkingWorker::finished,
-                     [&](QVector<QVector3D> result) { welked = result; });
-    g_runningWorker = &worker;
-    auto previous = std::signal(SIGINT, onInterrupt);
-    worker.start();
-    std::signal(SIGINT, previous);
-    g_runningWorker = nullptr;
-    const bool interrupted = worker.callback().isInterrupted();
-    stages[QStringLiteral("fit")] = double(clock.nsecsElapsed()) / 1e9;
-    for (const auto& stage : progress.stages())
-        if (stage.first.startsWith(QLatin1String("Welking (")))
-            stages[stage.first] = stage.second;
+    g_progress = &progress;
+    g_runningFit = &fit;
+    g_phase = Fitting;
+    fit.run();
+    g_phase = Writing;
+    g_runningFit = nullptr;
+    const FitResult& result = fit.result();
+    if (result.status == FitResult::Failed) {
+        printError(result.error);
+        return ExitFailed;
+    }
+    const bool interrupted = result.status == FitResult::Interrupted;
 
-    const QVector<QVector3D> result = GeomStack::transformedVertices(transform, welked);
+    QString written;
     if (fromExchange) {
-        models.exchangeModels->setResultVertices(transform, welked);
+        models.exchangeModels->setResultVertices(result.transform, result.welked);
         if (writeWelkResult(*models.exchangeModels, error) != ResultWritten) {
-            printError(error);
+            printError(oneLine(error));
             return ExitFailed;
         }
         announceResult(*models.exchangeModels);
         models.exchange.removeStatusFile();
-    } else if (!writeResultFile(args.value(QStringLiteral("-o")), models, result, error)) {
-        printError(error);
-        return ExitFailed;
-    }
-
-    // The report: how near the result lies to the target, both ways.
-    clock.restart();
-    const SurfaceDistance toTarget(models.target->vertices(), models.target->triangleVertexIndices());
-    const SurfaceDistance toResult(result, models.base->triangleVertexIndices());
-    const SurfaceDistance::Summary forward = toTarget.summarize(result);
-    const SurfaceDistance::Summary backward = toResult.summarize(models.target->vertices());
-    QJsonObject landmarks;
-    if (!basePoints.isEmpty()) {
-        const QVector<QVector3D> reached = pointPositions(basePoints, GeomStackTriangulated(*models.base));
-        GeomStackTriangulated deformed(*models.base);
-        deformed.setVertices(result);
-        const QVector<QVector3D> moved = pointPositions(basePoints, deformed);
-        const QVector<QVector3D> wanted = pointPositions(targetPoints, *models.target);
-        double sum = 0, worst = 0;
-        for (int i = 0; i < moved.size(); ++i) {
-            const double d = double((moved[i] - wanted[i]).length());
-            sum += d;
-            worst = std::max(worst, d);
+        written = models.exchange.filesDirPath();
+    } else {
+        if (!writeResultFile(outPath, models, result.vertices, error)) {
+            printError(oneLine(error));
+            return ExitFailed;
         }
-        Q_UNUSED(reached);
-        landmarks = QJsonObject{{QStringLiteral("count"), moved.size()},
-                                {QStringLiteral("mean"), sum / moved.size()},
-                                {QStringLiteral("max"), worst}};
+        written = outPath;
     }
-    const QVector<QVector3D> before = GeomStack::transformedVertices(transform, models.base->vertices());
-    const int flipped = flippedTriangles(*models.base, before, result);
 
-    QJsonObject report{{QStringLiteral("fit"), cartoon ? QStringLiteral("cartoon") : QStringLiteral("fast")},
+    QJsonArray nodeCounts;
+    for (int count : result.graphNodes)
+        nodeCounts.append(count);
+    QJsonObject report{{QStringLiteral("fit"), fitEngineName(options.engine)},
                        {QStringLiteral("interrupted"), interrupted},
-                       {QStringLiteral("baseVertices"), models.base->vertexCount()},
-                       {QStringLiteral("targetTriangles"), models.target->triangleCount()},
+                       {QStringLiteral("output"), QFileInfo(written).absoluteFilePath()},
+                       {QStringLiteral("baseVertices"), models.base.vertexCount()},
+                       {QStringLiteral("targetTriangles"), models.target.triangleCount()},
                        {QStringLiteral("graphNodes"), nodeCounts},
-                       {QStringLiteral("seconds"), stages},
-                       {QStringLiteral("resultToTarget"), summaryJson(forward)},
-                       {QStringLiteral("targetToResult"), summaryJson(backward)},
-                       {QStringLiteral("flippedTriangles"), flipped}};
-    if (!landmarks.isEmpty())
-        report[QStringLiteral("landmarks")] = landmarks;
+                       {QStringLiteral("seconds"), secondsJson(result, progress, loadSeconds)},
+                       {QStringLiteral("warnings"), warningTexts}};
+    if (result.measured) {
+        const QJsonObject measured = result.report.toJson();
+        for (auto it = measured.begin(); it != measured.end(); ++it)
+            report[it.key()] = it.value();
+    }
+    if (!landmarkMoves.isEmpty())
+        report[QStringLiteral("landmarkProjection")] = landmarkMoves;
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     report[QStringLiteral("peakResidentMB")] = double(usage.ru_maxrss) / 1024.0;
     const QByteArray json = QJsonDocument(report).toJson();
-    if (!args.value(QStringLiteral("--report")).isEmpty()) {
-        QFile file(args.value(QStringLiteral("--report")));
+    if (!reportPath.isEmpty()) {
+        QFile file(reportPath);
         if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(json) != json.size()) {
-            printError(QStringLiteral("Cannot write report %1").arg(file.fileName()));
+            printError(QStringLiteral("Cannot write report %1: %2").arg(reportPath, file.errorString()));
             return ExitFailed;
         }
     }
-    printOut(QString::fromUtf8(json));
+    if (args.flag(QStringLiteral("--json")))
+        printOut(QString::fromUtf8(json));
+
+    double total = loadSeconds;
+    for (const auto& stage : result.seconds)
+        total += stage.second;
+    if (interrupted) {
+        printError(QStringLiteral("interrupted after %1 s; the shape reached is written to %2")
+                       .arg(total, 0, 'f', 1)
+                       .arg(written));
+        return ExitInterrupted;
+    }
+    const int triangles = models.base.triangleCount();
+    if (result.report.flippedTriangles > std::max(1, triangles / 100))
+        printError(QStringLiteral("Warning: %1 of %2 triangles folded over in the fit; the models may differ in "
+                                  "pose or scale. Place point pairs and add --rigid --scale.")
+                       .arg(result.report.flippedTriangles)
+                       .arg(triangles));
+    if (!args.flag(QStringLiteral("--json")))
+        printOut(QStringLiteral("%1 fit in %2 s: RMS distance result->target %3, target->result %4; "
+                                "%5 folded triangles\nwritten: %6")
+                     .arg(fitEngineName(options.engine))
+                     .arg(total, 0, 'f', 1)
+                     .arg(result.report.resultToTarget.rms, 0, 'g', 4)
+                     .arg(result.report.targetToResult.rms, 0, 'g', 4)
+                     .arg(result.report.flippedTriangles)
+                     .arg(written));
     return ExitOk;
 }
 

@@ -2,12 +2,16 @@
 // tests and benchmarks.
 #include "BatchCommands.h"
 
+#include "exchange/ApplicationIdentity.h"
+
 #include <QCoreApplication>
 #include <QLoggingCategory>
 
 namespace {
 
 const char* const Usage = R"(Usage: zwelk-batch COMMAND [ARGUMENTS]
+       zwelk-batch help COMMAND     the command's options
+       zwelk-batch --version
 
 Commands:
   exchange FIRST SECOND --folder DIR [--mode welk|texture]
@@ -28,22 +32,30 @@ Commands:
       (6 x N^2 quads, N = 24), DIR/scan.obj, a denser triangle scan of a
       different shape (20 x 4^N triangles, N = 6), and DIR/scan_texture.tif.
 
-  welk --base A --target B -o OUT    or    welk --exchange DIR
-           [--points-base F --points-target F] [--rigid] [--scale]
-           [--exclude-masked] [--cartoon] [--settings F.ini] [--report F.json]
-      Fits the basemesh A (OBJ or GoZ) onto the target B with the fast fit
-      and writes OUT (OBJ, or GoZ by its extension); with --exchange the
-      plug-in's folder is read and the result written back as Done does.
-      Point files pair landmarks (side by side, in order); --rigid and
-      --scale first align the basemesh by those pairs. --exclude-masked
-      leaves vertices of polygons masked in ZBrush out of matching.
-      --cartoon runs the cartoon fit, whose nodes may shear and scale.
-      Prints a report (stage times, distances result->target and back,
-      landmark errors, flipped triangles); Ctrl+C stops the fit at the next
-      step and still writes the shape reached.
+  welk --base A --target B -o OUT    or    welk --exchange DIR    [options]
+      Fits the basemesh A onto the target B and writes OUT, or fits the
+      plug-in's exchange folder and writes the result back as Done does.
+      See zwelk-batch help welk.
 
-Exit codes: 0 success, 1 the job failed, 2 wrong command line.
+Exit codes: 0 success, 1 the job failed, 2 wrong command line,
+130 interrupted by Ctrl+C (the shape reached is written).
 )";
+
+/// The commands in the order of the usage text. A new command adds one row.
+const ZWelkBatch::Command Commands[] = {
+    {"exchange", ZWelkBatch::runExchange, nullptr},
+    {"check", ZWelkBatch::runCheck, nullptr},
+    {"demo-models", ZWelkBatch::runDemoModels, nullptr},
+    {"welk", ZWelkBatch::runWelk, ZWelkBatch::welkUsage},
+};
+
+const ZWelkBatch::Command* findCommand(const QString& name)
+{
+    for (const auto& command : Commands)
+        if (name == QLatin1String(command.name))
+            return &command;
+    return nullptr;
+}
 
 } // namespace
 
@@ -55,20 +67,34 @@ int main(int argc, char** argv)
     if (qEnvironmentVariableIntValue("ZWELK_DEBUG") == 0)
         QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false"));
     QStringList arguments = QCoreApplication::arguments().mid(1);
+    if (!arguments.isEmpty() && arguments[0] == QLatin1String("--version")) {
+        const WelkPlugin::ApplicationIdentity identity;
+        ZWelkBatch::printOut(QStringLiteral("zwelk-batch %1 (%2)").arg(identity.version, identity.productName));
+        return ZWelkBatch::ExitOk;
+    }
+    if (arguments.size() == 2 && arguments[0] == QLatin1String("help")) {
+        const ZWelkBatch::Command* command = findCommand(arguments[1]);
+        if (!command) {
+            ZWelkBatch::printError(QStringLiteral("zwelk-batch: unknown command '%1'; see zwelk-batch --help").arg(arguments[1]));
+            return ZWelkBatch::ExitUsage;
+        }
+        ZWelkBatch::printOut(command->usage ? command->usage() : QString::fromLatin1(Usage));
+        return ZWelkBatch::ExitOk;
+    }
     if (arguments.isEmpty() || arguments[0] == QLatin1String("--help") || arguments[0] == QLatin1String("-h") ||
         arguments[0] == QLatin1String("help")) {
         ZWelkBatch::printOut(QString::fromLatin1(Usage));
         return arguments.isEmpty() ? ZWelkBatch::ExitUsage : ZWelkBatch::ExitOk;
     }
-    const QString command = arguments.takeFirst();
-    if (command == QLatin1String("exchange"))
-        return ZWelkBatch::runExchange(arguments);
-    if (command == QLatin1String("check"))
-        return ZWelkBatch::runCheck(arguments);
-    if (command == QLatin1String("welk"))
-        return ZWelkBatch::runWelk(arguments);
-    if (command == QLatin1String("demo-models"))
-        return ZWelkBatch::runDemoModels(arguments);
-    ZWelkBatch::printError(QStringLiteral("zwelk-batch: unknown command '%1'; see zwelk-batch --help").arg(command));
-    return ZWelkBatch::ExitUsage;
+    const QString name = arguments.takeFirst();
+    const ZWelkBatch::Command* command = findCommand(name);
+    if (!command) {
+        ZWelkBatch::printError(QStringLiteral("zwelk-batch: unknown command '%1'; see zwelk-batch --help").arg(name));
+        return ZWelkBatch::ExitUsage;
+    }
+    if (command->usage && ZWelkBatch::wantsHelp(arguments)) {
+        ZWelkBatch::printOut(command->usage());
+        return ZWelkBatch::ExitOk;
+    }
+    return command->run(arguments);
 }

@@ -110,7 +110,8 @@ TEST_F(ModelsDataTest, GeometryFailuresCarryTheirTexts)
 
     touch(first, "not a GoZ file at all, but long enough to have a header");
     load(error);
-    EXPECT_EQ(error, QStringLiteral("Cannot read GoZ file: \n%1").arg(first));
+    EXPECT_EQ(error, QStringLiteral("Cannot read GoZ file: \n%1\nthe file does not start with \"GoZb\"; it is not a GoZ file")
+                         .arg(first));
 
     touch(first, TestSupport::GoZBytes().text(GoZFile::TagName, "empty").end().bytes());
     load(error);
@@ -175,7 +176,8 @@ TEST_F(ModelsDataTest, CapitalObjSuffixIsReadAsGoZ)
     ASSERT_TRUE(TestSupport::cube().saveObj(meshPath(QStringLiteral("2_scan.OBJ"))));
     QString error;
     load(error);
-    EXPECT_EQ(error, QStringLiteral("Cannot read GoZ file: \n%1").arg(meshPath(QStringLiteral("1_base.OBJ"))));
+    EXPECT_TRUE(error.startsWith(QStringLiteral("Cannot read GoZ file: \n%1\n").arg(meshPath(QStringLiteral("1_base.OBJ")))))
+        << error.toStdString();
 }
 
 TEST_F(ModelsDataTest, TextureModeNeedsCoordinatesOnBothModels)

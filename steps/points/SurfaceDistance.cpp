@@ -5,39 +5,51 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
-namespace ZWelkBatch {
+namespace WelkPlugin {
 
 namespace {
 
 using Vec3 = Eigen::Vector3f;
 
-/// Squared distance from p to triangle abc (Ericson, Real-Time Collision Detection).
-float pointTriangleSq(const Vec3& p, const Vec3& a, const Vec3& b, const Vec3& c)
+/// The point of triangle abc nearest to p, as barycentric weights of b and c
+/// (Ericson, Real-Time Collision Detection, 5.1.5).
+Eigen::Vector2f closestOnTriangle(const Vec3& p, const Vec3& a, const Vec3& b, const Vec3& c)
 {
     const Vec3 ab = b - a, ac = c - a, ap = p - a;
     const float d1 = ab.dot(ap), d2 = ac.dot(ap);
     if (d1 <= 0 && d2 <= 0)
-        return ap.squaredNorm();
+        return {0, 0};
     const Vec3 bp = p - b;
     const float d3 = ab.dot(bp), d4 = ac.dot(bp);
     if (d3 >= 0 && d4 <= d3)
-        return bp.squaredNorm();
+        return {1, 0};
     const float vc = d1 * d4 - d3 * d2;
     if (vc <= 0 && d1 >= 0 && d3 <= 0)
-        return (p - (a + ab * (d1 / (d1 - d3)))).squaredNorm();
+        return {d1 / (d1 - d3), 0};
     const Vec3 cp = p - c;
     const float d5 = ab.dot(cp), d6 = ac.dot(cp);
     if (d6 >= 0 && d5 <= d6)
-        return cp.squaredNorm();
+        return {0, 1};
     const float vb = d5 * d2 - d1 * d6;
     if (vb <= 0 && d2 >= 0 && d6 <= 0)
-        return (p - (a + ac * (d2 / (d2 - d6)))).squaredNorm();
+        return {0, d2 / (d2 - d6)};
     const float va = d3 * d6 - d5 * d4;
-    if (va <= 0 && (d4 - d3) >= 0 && (d5 - d6) >= 0)
-        return (p - (b + (c - b) * ((d4 - d3) / ((d4 - d3) + (d5 - d6))))).squaredNorm();
+    if (va <= 0 && (d4 - d3) >= 0 && (d5 - d6) >= 0) {
+        const float w = (d4 - d3) / ((d4 - d3) + (d5 - d6));
+        return {1 - w, w};
+    }
     const float denominator = 1.0f / (va + vb + vc);
-    return (p - (a + ab * (vb * denominator) + ac * (vc * denominator))).squaredNorm();
+    return {vb * denominator, vc * denominator};
+}
+
+float pointTriangleSq(const Vec3& p, const Vec3& a, const Vec3& b, const Vec3& c, Eigen::Vector2f* weights = nullptr)
+{
+    const Eigen::Vector2f w = closestOnTriangle(p, a, b, c);
+    if (weights)
+        *weights = w;
+    return (p - (a + (b - a) * w[0] + (c - a) * w[1])).squaredNorm();
 }
 
 } // namespace
@@ -56,13 +68,54 @@ SurfaceDistance::SurfaceDistance(const QVector<QVector3D>& vertices, const QVect
     m_cornerTriangles.resize(size_t(triangles.size()));
     for (int i = 0; i < triangles.size(); ++i)
         m_cornerTriangles[size_t(fill[size_t(triangles[i])]++)] = i / 3;
-    m_tree.reset(KDTreeEigen::build<float, long long>(m_vertices, 16));
+    for (int i = 0; i + 2 < triangles.size(); i += 3)
+        for (int k = 0; k < 3; ++k)
+            m_longestEdge = std::max(m_longestEdge, (m_vertices[size_t(triangles[i + k])] -
+                                                     m_vertices[size_t(triangles[i + (k + 1) % 3])])
+                                                        .norm());
+    if (!m_vertices.empty())
+        m_tree.reset(KDTreeEigen::build<float, long long>(m_vertices, 16));
+}
+
+Welk::WPointOnTriangle SurfaceDistance::closestPoint(const QVector3D& q, float* distance) const
+{
+    Welk::WPointOnTriangle best;
+    if (m_triangles.size() < 3 || !m_tree)
+        return best;
+    const Vec3 p(q.x(), q.y(), q.z());
+    float nearestSq = 0;
+    m_tree->findNearestPointInd(p, m_vertices, &nearestSq);
+    // Every point of a triangle lies within its longest edge of each corner,
+    // so the nearest triangle has all corners within this reach.
+    const float reach = std::sqrt(nearestSq) + m_longestEdge;
+    std::vector<long long> near;
+    m_tree->findNearestPointInRadius(p, m_vertices, near, reach * reach * 1.0001f);
+    float bestSq = std::numeric_limits<float>::max();
+    for (long long v : near)
+        for (long long c = m_cornerOffsets[size_t(v)]; c < m_cornerOffsets[size_t(v) + 1]; ++c) {
+            const int t = m_cornerTriangles[size_t(c)];
+            Eigen::Vector2f w;
+            const float d = pointTriangleSq(p, m_vertices[size_t(m_triangles[3 * t])],
+                                            m_vertices[size_t(m_triangles[3 * t + 1])],
+                                            m_vertices[size_t(m_triangles[3 * t + 2])], &w);
+            if (d < bestSq || (d == bestSq && t < best.triangle)) {
+                bestSq = d;
+                best.triangle = t;
+                best.u = 1.0f - w[0] - w[1];
+                best.v = w[0];
+            }
+        }
+    if (distance)
+        *distance = std::sqrt(bestSq);
+    return best;
 }
 
 SurfaceDistance::~SurfaceDistance() = default;
 
 float SurfaceDistance::distance(const QVector3D& q) const
 {
+    if (!m_tree)
+        return std::numeric_limits<float>::infinity();
     static thread_local Welk::IndexedHeap heap;
     if (heap.capacity() != int(m_vertices.size()))
         heap.reset(int(m_vertices.size()));
@@ -106,4 +159,4 @@ SurfaceDistance::Summary SurfaceDistance::summarize(const QVector<QVector3D>& po
     return s;
 }
 
-} // namespace ZWelkBatch
+} // namespace WelkPlugin

@@ -1,0 +1,69 @@
+#include "FitReport.h"
+
+#include "geometry/GeomStackTriangulated.h"
+
+#include <algorithm>
+
+namespace WelkPlugin {
+
+namespace {
+
+QJsonObject summaryJson(const SurfaceDistance::Summary& s)
+{
+    return QJsonObject{{QStringLiteral("mean"), s.mean}, {QStringLiteral("rms"), s.rms},
+                       {QStringLiteral("p95"), s.p95}, {QStringLiteral("max"), s.max},
+                       {QStringLiteral("points"), s.count}};
+}
+
+} // namespace
+
+QJsonObject FitReport::toJson() const
+{
+    QJsonObject json{{QStringLiteral("resultToTarget"), summaryJson(resultToTarget)},
+                     {QStringLiteral("targetToResult"), summaryJson(targetToResult)},
+                     {QStringLiteral("flippedTriangles"), flippedTriangles}};
+    if (landmarkCount > 0)
+        json[QStringLiteral("landmarks")] = QJsonObject{{QStringLiteral("count"), landmarkCount},
+                                                        {QStringLiteral("mean"), landmarkMean},
+                                                        {QStringLiteral("max"), landmarkMax}};
+    return json;
+}
+
+int flippedTriangles(const QVector<int>& t, const QVector<QVector3D>& before, const QVector<QVector3D>& after)
+{
+    int flipped = 0;
+    for (int i = 0; i + 2 < t.size(); i += 3) {
+        const QVector3D n0 = QVector3D::crossProduct(before[t[i + 1]] - before[t[i]], before[t[i + 2]] - before[t[i]]);
+        const QVector3D n1 = QVector3D::crossProduct(after[t[i + 1]] - after[t[i]], after[t[i + 2]] - after[t[i]]);
+        if (QVector3D::dotProduct(n0, n1) < 0)
+            ++flipped;
+    }
+    return flipped;
+}
+
+FitReport measureFit(const GeometryStack2::GeomStackTriangulated& base, const QVector<QVector3D>& aligned,
+                     const QVector<QVector3D>& result, const GeometryStack2::GeomStackTriangulated& target,
+                     const QVector<Welk::WPointOnTriangle>& basePoints,
+                     const QVector<Welk::WPointOnTriangle>& targetPoints)
+{
+    FitReport report;
+    const SurfaceDistance toTarget(target.vertices(), target.triangleVertexIndices());
+    const SurfaceDistance toResult(result, base.triangleVertexIndices());
+    report.resultToTarget = toTarget.summarize(result);
+    report.targetToResult = toResult.summarize(target.vertices());
+    report.flippedTriangles = flippedTriangles(base.triangleVertexIndices(), aligned, result);
+    const int pairs = std::min(basePoints.size(), targetPoints.size());
+    double sum = 0;
+    for (int i = 0; i < pairs; ++i) {
+        const QVector3D reached = basePoints[i].position(result, base.triangleVertexIndices());
+        const QVector3D wanted = targetPoints[i].position(target.vertices(), target.triangleVertexIndices());
+        const double d = double((reached - wanted).length());
+        sum += d;
+        report.landmarkMax = std::max(report.landmarkMax, d);
+    }
+    report.landmarkCount = pairs;
+    report.landmarkMean = pairs > 0 ? sum / pairs : 0.0;
+    return report;
+}
+
+} // namespace WelkPlugin

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "steps/points/SurfaceDistance.h"
+
+#include "geometry/WPointOnTriangle.h"
+
+#include <QJsonObject>
+#include <QVector3D>
+#include <QVector>
+
+namespace GeometryStack2 {
+class GeomStackTriangulated;
+}
+
+namespace WelkPlugin {
+
+/// How well a fitted basemesh lies on its target, in target units.
+struct FitReport
+{
+    SurfaceDistance::Summary resultToTarget; ///< from every result vertex to the target surface
+    SurfaceDistance::Summary targetToResult; ///< from every target vertex to the result surface
+    /// Triangles whose normal turned by more than 90 degrees between the
+    /// aligned basemesh and the result: folds the fit made.
+    int flippedTriangles = 0;
+    int landmarkCount = 0;
+    double landmarkMean = 0; ///< distance of a fitted landmark from its target position
+    double landmarkMax = 0;
+
+    /// The report's JSON object: "resultToTarget" and "targetToResult" each
+    /// with "mean", "rms", "p95", "max", "points"; "flippedTriangles"; and
+    /// "landmarks" with "count", "mean", "max" when there are landmarks.
+    QJsonObject toJson() const;
+};
+
+/// Triangles of `triangles` whose orientation flips from `before` to `after`.
+int flippedTriangles(const QVector<int>& triangles, const QVector<QVector3D>& before, const QVector<QVector3D>& after);
+
+/// Measures `result` (the basemesh's vertices after the fit, in the
+/// target's frame) against `target`. `aligned` is the basemesh before the
+/// fit in the same frame. The point lists pair landmarks as in the fit.
+FitReport measureFit(const GeometryStack2::GeomStackTriangulated& base, const QVector<QVector3D>& aligned,
+                     const QVector<QVector3D>& result, const GeometryStack2::GeomStackTriangulated& target,
+                     const QVector<Welk::WPointOnTriangle>& basePoints,
+                     const QVector<Welk::WPointOnTriangle>& targetPoints);
+
+} // namespace WelkPlugin
