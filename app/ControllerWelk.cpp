@@ -7,6 +7,9 @@
 
 #include "exchange/ModelsData.h"
 #include "steps/fitting/ModelWarnings.h"
+#include "steps/fitting/ui/PluginWelkingController.h"
+
+#include <QMessageBox>
 
 namespace WelkPlugin {
 
@@ -16,11 +19,11 @@ ControllerWelk::ControllerWelk(ZMainWindow* window, std::shared_ptr<ModelsData> 
 {
     m_points = new ZPluginPointSelection(m_models, window);
     m_splines = new ZPluginSelectPointPairsWithSplines(m_models, window);
-    m_welking = new ZPluginWelking(m_models, window);
+    m_welking = new ZPluginWelking(m_models, window, m_exchange.applicationDirPath());
 
-    for (ModuleContainerBase* page : {static_cast<ModuleContainerBase*>(m_points),
-                                      static_cast<ModuleContainerBase*>(m_splines),
-                                      static_cast<ModuleContainerBase*>(m_welking)}) {
+    for (ModuleContainerBase* page :
+         {static_cast<ModuleContainerBase*>(m_points), static_cast<ModuleContainerBase*>(m_splines),
+          static_cast<ModuleContainerBase*>(m_welking)}) {
         connect(window, &ZMainWindow::windowShown, page, &ModuleContainerBase::windowShown);
         window->addPage(page->title(), page);
     }
@@ -28,6 +31,8 @@ ControllerWelk::ControllerWelk(ZMainWindow* window, std::shared_ptr<ModelsData> 
         const ModuleContainerBase* pages[] = {m_points, m_splines, m_welking};
         if (index >= 0 && index < 3)
             m_window->setHint(hintToRichText(pages[index]->hint()));
+        if (index == 2)
+            m_welking->enter();
     };
     connect(window, &ZMainWindow::tabClicked, this, showHint);
     connect(window, &ZMainWindow::nextClicked, this, [=] { showHint(m_window->currentPage()); });
@@ -38,6 +43,7 @@ ControllerWelk::ControllerWelk(ZMainWindow* window, std::shared_ptr<ModelsData> 
         switch (warning.kind) {
         case ModelWarning::HigherResolution:
             window->showWarning(ZMainWindow::WarningBasemeshResolution, warning.message);
+            m_welking->setComputeEnabled(false);
             break;
         case ModelWarning::NoIntersection:
             window->showWarning(ZMainWindow::WarningNoIntersection, warning.message);
@@ -45,8 +51,9 @@ ControllerWelk::ControllerWelk(ZMainWindow* window, std::shared_ptr<ModelsData> 
             break;
         case ModelWarning::ScaleDiffers:
             window->showWarning(ZMainWindow::WarningScale,
-                                warning.message + QStringLiteral(" Place three or more point pairs and use Rigid "
-                                                                 "Alignment and Match Scale."));
+                                warning.message +
+                                    QStringLiteral(" Place three or more point pairs and use Rigid "
+                                                   "Alignment and Match Scale."));
             break;
         }
     }
@@ -64,6 +71,8 @@ bool ControllerWelk::boundingBoxesMiss(const QVector<QVector3D>& a, const QVecto
 
 bool ControllerWelk::hasUnsavedWork() const
 {
+    if (m_welking->controller()->isRunning())
+        return true;
     for (int side = 0; side < 2; ++side)
         if (!m_models->correspondencePoints(side).isEmpty() || !m_models->splinePoints(side).isEmpty())
             return true;
@@ -73,6 +82,16 @@ bool ControllerWelk::hasUnsavedWork() const
 
 SaveResult ControllerWelk::saveResult()
 {
+    PluginWelkingController* fit = m_welking->controller();
+    if (fit->isRunning()) {
+        const auto answer = QMessageBox::question(
+            m_window, QStringLiteral("ZWelk"),
+            QStringLiteral("A fit is running.\nStop it and send the shape reached to ZBrush?"),
+            QMessageBox::Yes | QMessageBox::Cancel, QMessageBox::Cancel);
+        if (answer != QMessageBox::Yes)
+            return ResultCancelled;
+        fit->stopAndWait();
+    }
     QString error;
     const SaveResult result = writeWelkResult(*m_models, error);
     if (!error.isEmpty())

@@ -192,10 +192,17 @@ void ZMainWindow::setCurrentPage(int index)
 
 void ZMainWindow::updateButtons()
 {
-    m_prev->setEnabled(currentPage() > 0);
-    m_next->setEnabled(currentPage() + 1 < pageCount());
+    m_prev->setEnabled(!m_stepsLocked && currentPage() > 0);
+    m_next->setEnabled(!m_stepsLocked && currentPage() + 1 < pageCount());
+    m_tabs->setEnabled(!m_stepsLocked);
     m_prev->setVisible(pageCount() > 1);
     m_next->setVisible(pageCount() > 1);
+}
+
+void ZMainWindow::setStepsLocked(bool locked)
+{
+    m_stepsLocked = locked;
+    updateButtons();
 }
 
 void ZMainWindow::showWarning(int number, const QString& text)

@@ -57,6 +57,9 @@ public:
     QPushButton* cancelButton() const { return m_cancel; }
     QCheckBox* syncViewsBox() const { return m_syncViews; }
 
+    /// While a long job runs the steps cannot change.
+    void setStepsLocked(bool locked);
+
     /// Moves and shrinks `rect` until it lies inside `area`.
     static QRect clampedToArea(const QRect& rect, const QRect& area);
 
@@ -94,6 +97,7 @@ private:
     QCheckBox* m_syncViews = nullptr;
     QProgressBar* m_progress = nullptr;
     QPushButton* m_stop = nullptr;
+    bool m_stepsLocked = false;
 };
 
 } // namespace WelkPlugin

@@ -44,7 +44,8 @@ QToolButton* toggle(const QString& text, const QString& tip, QWidget* parent)
 ZModelView::ZModelView(const QString& role, QWidget* parent)
     : QWidget(parent), m_role(role), m_camera(std::make_shared<WCamera3D>()),
       m_background(std::make_unique<ZGLBackground>()), m_shadow(std::make_unique<WGLObjectShadow>()),
-      m_markers(std::make_unique<WGLMarkers>()), m_polylines(std::make_unique<WGLPolylines>())
+      m_markers(std::make_unique<WGLMarkers>()), m_nodeMarkers(std::make_unique<WGLMarkers>()),
+      m_polylines(std::make_unique<WGLPolylines>())
 {
     // Running jobs hand positions over through queued calls of setVertices.
     qRegisterMetaType<QVector<QVector3D>>("QVector<QVector3D>");
@@ -106,6 +107,7 @@ ZModelView::~ZModelView()
     m_wire.reset();
     m_textureImage.reset();
     m_markers.reset();
+    m_nodeMarkers.reset();
     m_polylines.reset();
     m_background.reset();
     m_shadow.reset();
@@ -142,7 +144,9 @@ void ZModelView::setModel(const GeometryStack2::GeomStackTriangulated* mesh, con
         m_viewport->setObjectName(m_role + QStringLiteral("Viewport"));
         m_viewport->addModel(m_geom.get());
         m_viewport->addObject(m_polylines.get(), 1);
+        m_viewport->addObject(m_nodeMarkers.get(), 1);
         m_viewport->addObject(m_markers.get(), 1);
+        m_nodeMarkers->setRadius(3.0f);
         auto data = m_data;
         m_navigation = new WContextNavigation2WithGeom(
             m_viewport, m_camera, [data] { return std::make_pair(data->boundsMin(), data->boundsMax()); });

@@ -64,6 +64,8 @@ public:
     Welk::WContextNavigation2WithGeom* navigation() const { return m_navigation; }
     Welk::WCamera3D& camera() const { return *m_camera; }
     Welk::WGLMarkers* markers() const { return m_markers.get(); }
+    /// Small markers for the fit's graph nodes.
+    Welk::WGLMarkers* nodeMarkers() const { return m_nodeMarkers.get(); }
     Welk::WGLPolylines* polylines() const { return m_polylines.get(); }
     Welk::WGLDataGeomStackTriangulated* glData() const { return m_data.get(); }
 
@@ -112,6 +114,7 @@ private:
     std::shared_ptr<Welk::WGLObjectRenderer> m_renderer;
     std::unique_ptr<Welk::ZGLGeom> m_geom;
     std::unique_ptr<Welk::WGLMarkers> m_markers;
+    std::unique_ptr<Welk::WGLMarkers> m_nodeMarkers;
     std::unique_ptr<Welk::WGLPolylines> m_polylines;
     Welk::ZGLViewport* m_viewport = nullptr;
     Welk::WContextNavigation2WithGeom* m_navigation = nullptr;

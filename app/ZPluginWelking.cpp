@@ -1,37 +1,69 @@
 #include "ZPluginWelking.h"
 
 #include "ModelsText.h"
+#include "WGLMarkers.h"
+#include "ZGLViewport.h"
+#include "ZMainWindow.h"
+#include "ZModelView.h"
 
-#include <QLabel>
+#include "exchange/ModelsData.h"
+#include "steps/fitting/ui/PluginWelkingController.h"
+#include "steps/fitting/ui/PluginWelkingWidget.h"
+
 #include <QVBoxLayout>
 
 namespace WelkPlugin {
 
-ZPluginWelking::ZPluginWelking(std::shared_ptr<ModelsData> models, QWidget* parent)
-    : ModuleContainerBase(tr("Welk"), parent), m_models(std::move(models))
+ZPluginWelking::ZPluginWelking(std::shared_ptr<ModelsData> models, ZMainWindow* window,
+                               const QString& settingsDir)
+    : ModuleContainerBase(tr("Welk"), window), m_models(std::move(models))
 {
-    addSection(tr("Fit"),
-               tr("The basemesh takes on the scan's shape and keeps its own topology. "
-                  "<b>Done</b> sends the basemesh back to ZBrush as it stands."));
-    m_disabledNote = new QLabel(tr("The models do not overlap: move them onto each other in ZBrush "
-                                   "before fitting."),
-                                this);
-    m_disabledNote->setWordWrap(true);
-    m_disabledNote->setStyleSheet(QStringLiteral("color: #ffd9a0;"));
-    m_disabledNote->hide();
-    panelLayout()->addWidget(m_disabledNote);
+    m_widget = new PluginWelkingWidget(this);
+    panelLayout()->addWidget(m_widget);
     addSection(tr("Models"), modelsText(*m_models));
+    m_controller = new PluginWelkingController(m_models, m_widget, settingsDir, this);
+
+    ZModelView* base = window->modelView(0);
+    connect(m_controller, &PluginWelkingController::showVertices, base, &ZModelView::setVertices);
+    connect(m_controller, &PluginWelkingController::vertexColors, base, &ZModelView::setVertexColors);
+    connect(m_controller, &PluginWelkingController::showNodes, base, [base](const QVector<QVector3D>& nodes) {
+        QVector<Welk::WGLMarkers::Marker> markers;
+        markers.reserve(nodes.size());
+        for (const QVector3D& n : nodes)
+            markers.append({n, QColor(255, 200, 60), -1, false});
+        base->nodeMarkers()->setMarkers(markers);
+        if (base->viewport())
+            base->viewport()->update();
+    });
+    connect(
+        m_controller, &PluginWelkingController::progressChanged, window,
+        [window](const QString& text, int value, int maximum) { window->setProgress(value, maximum, text); });
+    connect(window, &ZMainWindow::stopClicked, m_controller, &PluginWelkingController::terminate);
+    connect(m_controller, &PluginWelkingController::welkingStarted, this, [this] { setBarLocked(true); });
+    connect(m_controller, &PluginWelkingController::welkingFinish, this, [this] { setBarLocked(false); });
+    connect(this, &ZPluginWelking::barLockedChanged, window, &ZMainWindow::setStepsLocked);
 }
 
 QString ZPluginWelking::hint() const
 {
-    return tr("*Done* sends the basemesh back to ZBrush, *Cancel* closes without a result.");
+    return PluginWelkingWidget::hint() +
+           tr(" *Done* sends the basemesh back to ZBrush, *Cancel* closes without a result.");
 }
 
 void ZPluginWelking::setComputeEnabled(bool enabled)
 {
     m_computeEnabled = enabled;
-    m_disabledNote->setVisible(!enabled);
+    m_controller->setWelkAvailable(enabled);
+}
+
+bool ZPluginWelking::isComputeEnabled() const
+{
+    return m_computeEnabled && m_widget->isComputeEnabled();
+}
+
+void ZPluginWelking::enter()
+{
+    m_controller->updatePointsOnTr();
 }
 
 void ZPluginWelking::setBarLocked(bool isLocked)

@@ -4,25 +4,33 @@
 
 #include <memory>
 
-class QLabel;
-
 namespace WelkPlugin {
 
 class ModelsData;
+class PluginWelkingController;
+class PluginWelkingWidget;
+class ZMainWindow;
 
-/// The fit of the basemesh onto the scan.
+/// The fit of the basemesh onto the scan: the panel, its controller, and
+/// the wiring to the left model view, the progress bar and Stop.
 class ZPluginWelking : public ModuleContainerBase
 {
     Q_OBJECT
 public:
-    explicit ZPluginWelking(std::shared_ptr<ModelsData> models, QWidget* parent = nullptr);
+    ZPluginWelking(std::shared_ptr<ModelsData> models, ZMainWindow* window, const QString& settingsDir);
     QString hint() const override;
 
-    /// Off when the two models cannot be fitted (they do not overlap).
+    /// Off when the two models cannot be fitted (they do not overlap, or
+    /// the basemesh is the denser one).
     void setComputeEnabled(bool enabled);
-    bool isComputeEnabled() const { return m_computeEnabled; }
+    bool isComputeEnabled() const;
+
+    PluginWelkingController* controller() const { return m_controller; }
+    PluginWelkingWidget* welkingWidget() const { return m_widget; }
 
 public slots:
+    /// Entering the step: take the points as they stand.
+    void enter();
     /// Locks the step bar while a fit runs.
     void setBarLocked(bool isLocked);
 
@@ -32,8 +40,9 @@ signals:
 
 private:
     std::shared_ptr<ModelsData> m_models;
+    PluginWelkingWidget* m_widget;
+    PluginWelkingController* m_controller;
     bool m_computeEnabled = true;
-    QLabel* m_disabledNote = nullptr;
 };
 
 } // namespace WelkPlugin

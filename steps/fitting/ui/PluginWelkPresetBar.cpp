@@ -10,7 +10,8 @@ PluginWelkPresetBar::PluginWelkPresetBar(QWidget* parent) : QWidget(parent), m_g
 {
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
-    const QString tips[2] = {tr("The settings of a fresh installation"), tr("Your own settings from Preferences")};
+    const QString tips[2] = {tr("The settings of a fresh installation"),
+                             tr("Your own settings from Preferences")};
     const QString names[2] = {QStringLiteral("Default"), QStringLiteral("Custom")};
     for (int i = 0; i < 2; ++i) {
         auto* button = new QPushButton(names[i], this);

@@ -118,8 +118,8 @@ void PluginWelkingSettingsDialog2::load()
 
 void PluginWelkingSettingsDialog2::save()
 {
-    QString path = QFileDialog::getSaveFileName(this, QStringLiteral("Save Welking Settings File"), startFolder(),
-                                                QStringLiteral("Files (*.ini);"));
+    QString path = QFileDialog::getSaveFileName(this, QStringLiteral("Save Welking Settings File"),
+                                                startFolder(), QStringLiteral("Files (*.ini);"));
     if (path.isEmpty())
         return;
     if (QFileInfo(path).suffix().isEmpty())

@@ -11,7 +11,8 @@ namespace WelkPlugin {
 
 using Settings = WelkingSettings;
 
-WelkingSettingsForm::WelkingSettingsForm(WelkingSettingsFile::Dialog dialog, QWidget* parent) : QWidget(parent)
+WelkingSettingsForm::WelkingSettingsForm(WelkingSettingsFile::Dialog dialog, QWidget* parent)
+    : QWidget(parent)
 {
     auto* form = new QFormLayout(this);
     form->setContentsMargins(0, 0, 0, 0);
@@ -26,12 +27,12 @@ WelkingSettingsForm::WelkingSettingsForm(WelkingSettingsFile::Dialog dialog, QWi
             if (!m_showing)
                 Q_EMIT edited();
         });
-        m_fields.push_back({QLatin1String(key), box, [box, get](const Settings& s) {
-                                box->setValue(get(const_cast<Settings&>(s)));
-                            },
+        m_fields.push_back({QLatin1String(key), box,
+                            [box, get](const Settings& s) { box->setValue(get(const_cast<Settings&>(s))); },
                             [box, get](Settings& s) { get(s) = box->value(); }});
     };
-    auto addFloat = [&](const char* key, const QString& label, double lo, double hi, auto get, const QString& tip) {
+    auto addFloat = [&](const char* key, const QString& label, double lo, double hi, auto get,
+                        const QString& tip) {
         auto* box = new QDoubleSpinBox(this);
         box->setDecimals(5);
         box->setRange(lo, hi);
@@ -42,29 +43,34 @@ WelkingSettingsForm::WelkingSettingsForm(WelkingSettingsFile::Dialog dialog, QWi
             if (!m_showing)
                 Q_EMIT edited();
         });
-        m_fields.push_back({QLatin1String(key), box, [box, get](const Settings& s) {
-                                box->setValue(get(const_cast<Settings&>(s)));
-                            },
+        m_fields.push_back({QLatin1String(key), box,
+                            [box, get](const Settings& s) { box->setValue(get(const_cast<Settings&>(s))); },
                             [box, get](Settings& s) { get(s) = static_cast<float>(box->value()); }});
     };
     auto label = [current](const char* title, const char* sentence) {
         return QString::fromLatin1(current ? title : sentence);
     };
 
-    addInt("Subdivisions", QStringLiteral("Subdivisions"), 1, 10,
-           [](Settings& s) -> int& { return s.accelerated.subdivisions; },
-           tr("Graph levels from coarse to fine; more levels fit finer detail and take longer"));
-    addInt("ICP_iterations", label("ICP Iterations", "ICP iterations"), 1, 100,
-           [](Settings& s) -> int& { return s.accelerated.icpIterations; },
-           tr("Rounds of closest-point matching per level"));
-    addInt("Optimization_iterations", label("Optimization Iterations", "Optimization iterations"), 1, 100,
-           [](Settings& s) -> int& { return s.accelerated.optimizationIterations; },
-           tr("Solver steps per matching round"));
-    addFloat("Sampling_initial", label("Sampling Initial", "Sampling initial"), 0.00001, 100,
-             [](Settings& s) -> float& { return s.sampling.samplingInitial; },
-             tr("Node spacing of the coarsest level"));
-    addFloat("Sampling_final", label("Sampling Final", "Sampling final"), 0.00001, 100,
-             [](Settings& s) -> float& { return s.sampling.samplingFinal; }, tr("Node spacing of the finest level"));
+    addInt(
+        "Subdivisions", QStringLiteral("Subdivisions"), 1, 10,
+        [](Settings& s) -> int& { return s.accelerated.subdivisions; },
+        tr("Graph levels from coarse to fine; more levels fit finer detail and take longer"));
+    addInt(
+        "ICP_iterations", label("ICP Iterations", "ICP iterations"), 1, 100,
+        [](Settings& s) -> int& { return s.accelerated.icpIterations; },
+        tr("Rounds of closest-point matching per level"));
+    addInt(
+        "Optimization_iterations", label("Optimization Iterations", "Optimization iterations"), 1, 100,
+        [](Settings& s) -> int& { return s.accelerated.optimizationIterations; },
+        tr("Solver steps per matching round"));
+    addFloat(
+        "Sampling_initial", label("Sampling Initial", "Sampling initial"), 0.00001, 100,
+        [](Settings& s) -> float& { return s.sampling.samplingInitial; },
+        tr("Node spacing of the coarsest level"));
+    addFloat(
+        "Sampling_final", label("Sampling Final", "Sampling final"), 0.00001, 100,
+        [](Settings& s) -> float& { return s.sampling.samplingFinal; },
+        tr("Node spacing of the finest level"));
     if (current) {
         auto* box = new QCheckBox(this);
         box->setToolTip(tr("Spacing relative to the basemesh's size rather than in scene units"));
@@ -77,30 +83,43 @@ WelkingSettingsForm::WelkingSettingsForm(WelkingSettingsFile::Dialog dialog, QWi
                             [box](const Settings& s) { box->setChecked(s.sampling.normalizeRadius); },
                             [box](Settings& s) { s.sampling.normalizeRadius = box->isChecked(); }});
     }
-    addFloat("Smoothness_initial", label("Smoothness Initial", "Smoothness initial"), 0.00001, 100,
-             [](Settings& s) -> float& { return s.accelerated.smoothnessInitial; },
-             tr("Stiffness at the coarsest level"));
-    addFloat("Smoothness_final", label("Smoothness Final", "Smoothness final"), 0.00001, 100,
-             [](Settings& s) -> float& { return s.accelerated.smoothnessFinal; }, tr("Stiffness at the finest level"));
-    addFloat("Control_points_weight_initial", label("Control Points Weight Initial", "Control points weight initial"),
-             0, 100, [](Settings& s) -> float& { return s.accelerated.controlPointsWeightInitial; },
-             tr("Pull of the point pairs at the coarsest level"));
-    addFloat("Control_points_weight_final", label("Control Points Weight Final", "Control points weight final"), 0,
-             100, [](Settings& s) -> float& { return s.accelerated.controlPointsWeightFinal; },
-             tr("Pull of the point pairs at the finest level"));
-    addInt("Max_optimization_iterations", label("Max Optimization Iterations", "Max optimization iterations"), 1, 1000,
-           [](Settings& s) -> int& { return s.accelerated.maxOptimizationIterations; },
-           tr("Upper bound of solver steps in one round"));
-    addFloat("Normals_threshold", label("Normals Threshold", "Normals threshold"), 0, 1,
-             [](Settings& s) -> float& { return s.accelerated.normalsThreshold; },
-             tr("Closest points whose normals agree less than this are ignored"));
-    addFloat("Dp_initial", label("Dp Initial", "Dp initial"), 0.00001, 1,
-             [](Settings& s) -> float& { return s.accelerated.dpInitial; }, tr("Step tolerance at the coarsest level"));
-    addFloat("Dp_final", label("Dp Final", "Dp final"), 0.00001, 1,
-             [](Settings& s) -> float& { return s.accelerated.dpFinal; }, tr("Step tolerance at the finest level"));
+    addFloat(
+        "Smoothness_initial", label("Smoothness Initial", "Smoothness initial"), 0.00001, 100,
+        [](Settings& s) -> float& { return s.accelerated.smoothnessInitial; },
+        tr("Stiffness at the coarsest level"));
+    addFloat(
+        "Smoothness_final", label("Smoothness Final", "Smoothness final"), 0.00001, 100,
+        [](Settings& s) -> float& { return s.accelerated.smoothnessFinal; },
+        tr("Stiffness at the finest level"));
+    addFloat(
+        "Control_points_weight_initial",
+        label("Control Points Weight Initial", "Control points weight initial"), 0, 100,
+        [](Settings& s) -> float& { return s.accelerated.controlPointsWeightInitial; },
+        tr("Pull of the point pairs at the coarsest level"));
+    addFloat(
+        "Control_points_weight_final", label("Control Points Weight Final", "Control points weight final"), 0,
+        100, [](Settings& s) -> float& { return s.accelerated.controlPointsWeightFinal; },
+        tr("Pull of the point pairs at the finest level"));
+    addInt(
+        "Max_optimization_iterations", label("Max Optimization Iterations", "Max optimization iterations"), 1,
+        1000, [](Settings& s) -> int& { return s.accelerated.maxOptimizationIterations; },
+        tr("Upper bound of solver steps in one round"));
+    addFloat(
+        "Normals_threshold", label("Normals Threshold", "Normals threshold"), 0, 1,
+        [](Settings& s) -> float& { return s.accelerated.normalsThreshold; },
+        tr("Closest points whose normals agree less than this are ignored"));
+    addFloat(
+        "Dp_initial", label("Dp Initial", "Dp initial"), 0.00001, 1,
+        [](Settings& s) -> float& { return s.accelerated.dpInitial; },
+        tr("Step tolerance at the coarsest level"));
+    addFloat(
+        "Dp_final", label("Dp Final", "Dp final"), 0.00001, 1,
+        [](Settings& s) -> float& { return s.accelerated.dpFinal; },
+        tr("Step tolerance at the finest level"));
     if (current)
-        addFloat("Rigity", QStringLiteral("Rigity"), 0, 10, [](Settings& s) -> float& { return s.rigidity; },
-                 tr("How much the cartoon fit's nodes keep their shape"));
+        addFloat(
+            "Rigity", QStringLiteral("Rigity"), 0, 10, [](Settings& s) -> float& { return s.rigidity; },
+            tr("How much the cartoon fit's nodes keep their shape"));
 }
 
 void WelkingSettingsForm::setSettings(const WelkingSettings& settings)
