@@ -199,9 +199,7 @@ bool loadModels(const Arguments& args, Models& models, QString& error)
         QString listError;
         if (!models.exchange.setModelFiles(models.exchange.getModelFilenames(flags, listError))) {
             error = QStringLiteral("Can't find mesh files required to start ZWelk in a directory:\n") +
-                    models.exchange.filesDirPath();
-            if (!listError.isEmpty())
-                error += QLatin1Char('\n') + listError;
+                    models.exchange.filesDirPath() + QLatin1Char('\n') + models.exchange.modelFilesProblem();
             return false;
         }
         models.exchangeModels = loadModelsData(models.exchange, flags, error);
