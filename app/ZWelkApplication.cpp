@@ -135,7 +135,8 @@ int runZWelk(int& argc, char** argv)
     const QFileInfoList files = exchange.getModelFilenames(textureFlags, error);
     if (!exchange.setModelFiles(files)) {
         if (showStartupMessage(QStringLiteral("Can't find mesh files required to start ZWelk in a directory:"),
-                               exchange.filesDirPath(), styleSheet, exchange, splash, true))
+                               exchange.filesDirPath() + QLatin1Char('\n') + exchange.modelFilesProblem(),
+                               styleSheet, exchange, splash, true))
             return 1;
     }
     error.clear();

@@ -187,6 +187,30 @@ QFileInfoList ExchangeFolder::getModelFilenames(QVector<bool>& textureFlags, QSt
     return result;
 }
 
+QString ExchangeFolder::modelFilesProblem() const
+{
+    QVector<bool> flags;
+    QString error;
+    const QFileInfoList files = getModelFilenames(flags, error);
+    if (error.isEmpty() && files.size() == 2)
+        return QString();
+    const QFileInfo subtools(temporaryDirPath() + m_subtoolsFileName);
+    if (subtools.exists()) {
+        if (subtools.size() % SubtoolRecordSize != 0 || subtools.size() == 0)
+            return QStringLiteral("%1 has %2 bytes; the plug-in writes records of %3 bytes, one per subtool. "
+                                  "The file is damaged or from another program.")
+                .arg(subtools.filePath())
+                .arg(subtools.size())
+                .arg(SubtoolRecordSize);
+        return QStringLiteral("%1 names %2 subtools; two are needed, the basemesh first and the target second.")
+            .arg(subtools.filePath())
+            .arg(files.size());
+    }
+    return QStringLiteral("There is no %1, and the folder does not hold a pair of mesh files 1_* and 2_* of one "
+                          "type (both .GoZ or both .obj).")
+        .arg(m_subtoolsFileName);
+}
+
 bool ExchangeFolder::setModelFiles(const QFileInfoList& files)
 {
     if (files.size() < 2)

@@ -52,6 +52,10 @@ public:
     /// The subtool files named by subtools.txt, or else found by scanning the
     /// mesh folder. `textureFlags` is filled from subtools.txt only.
     QFileInfoList getModelFilenames(QVector<bool>& textureFlags, QString& error) const;
+    /// Why `getModelFilenames` found no pair, in words for the user: what
+    /// subtools.txt holds, or what the mesh folder lacks. Empty when it finds
+    /// two files.
+    QString modelFilesProblem() const;
 
     /// Stores the list, puts the "1_" file first and finds both textures.
     /// False with fewer than two files.

@@ -39,6 +39,9 @@ public:
     /// into its own vector: half the memory traffic of the two products
     /// apart, and the same result whatever the scheduling.
     void multiplyNormal(const Vector& v, Vector& out, bool parallel) const;
+    /// Row blocks of `multiplyNormal`; the default is four per thread of
+    /// the task arena. The result depends on it, so it stays fixed per run.
+    void setRowBlocks(int blocks) { m_blockCount = std::max(1, blocks); }
     /// The 6x6 diagonal blocks of J^T J, one per node.
     void nodeBlocks(std::vector<Block>& blocks, bool parallel) const;
 
@@ -52,9 +55,7 @@ private:
     std::vector<int> m_columnRows;
     std::vector<long long> m_rowToColumn; ///< position in the column form of each row-form entry
     std::vector<float> m_columnValues;
-    /// One partial sum per block of rows; the block count is fixed per
-    /// process (the task arena's concurrency), not per call.
-    int m_blockCount = std::max(2, tbb::this_task_arena::max_concurrency());
+    int m_blockCount = 4 * std::max(1, tbb::this_task_arena::max_concurrency());
     mutable std::vector<Vector> m_partials;
 };
 

@@ -49,7 +49,8 @@ FitReport measureFit(const GeometryStack2::GeomStackTriangulated& base, const QV
     FitReport report;
     const SurfaceDistance toTarget(target.vertices(), target.triangleVertexIndices());
     const SurfaceDistance toResult(result, base.triangleVertexIndices());
-    report.resultToTarget = toTarget.summarize(result);
+    report.vertexDistances = toTarget.distances(result);
+    report.resultToTarget = SurfaceDistance::summarize(report.vertexDistances);
     report.targetToResult = toResult.summarize(target.vertices());
     report.flippedTriangles = flippedTriangles(base.triangleVertexIndices(), aligned, result);
     const int pairs = std::min(basePoints.size(), targetPoints.size());

@@ -25,6 +25,9 @@ struct FitReport
     int landmarkCount = 0;
     double landmarkMean = 0; ///< distance of a fitted landmark from its target position
     double landmarkMax = 0;
+    /// Per result vertex, its distance to the target surface (target units):
+    /// what a heat map of the fit shows.
+    QVector<float> vertexDistances;
 
     /// The report's JSON object: "resultToTarget" and "targetToResult" each
     /// with "mean", "rms", "p95", "max", "points"; "flippedTriangles"; and

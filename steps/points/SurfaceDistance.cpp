@@ -137,14 +137,21 @@ float SurfaceDistance::distance(const QVector3D& q) const
     return std::sqrt(best);
 }
 
-SurfaceDistance::Summary SurfaceDistance::summarize(const QVector<QVector3D>& points) const
+QVector<float> SurfaceDistance::distances(const QVector<QVector3D>& points) const
 {
-    std::vector<float> distances(size_t(points.size()));
-    tbb::parallel_for(0, points.size(), [&](int i) { distances[size_t(i)] = distance(points[i]); });
+    QVector<float> result(points.size());
+    float* out = result.data();
+    tbb::parallel_for(0, points.size(), [&](int i) { out[i] = distance(points[i]); });
+    return result;
+}
+
+SurfaceDistance::Summary SurfaceDistance::summarize(const QVector<float>& values)
+{
     Summary s;
-    s.count = points.size();
-    if (distances.empty())
+    s.count = values.size();
+    if (values.isEmpty())
         return s;
+    std::vector<float> distances(values.begin(), values.end());
     double sum = 0, squares = 0;
     for (float d : distances) {
         sum += d;

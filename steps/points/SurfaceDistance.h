@@ -34,8 +34,11 @@ public:
         double mean = 0, rms = 0, p95 = 0, max = 0;
         int count = 0;
     };
-    /// The `distance` of all `points`, in parallel.
-    Summary summarize(const QVector<QVector3D>& points) const;
+    /// The `distance` of every point, in parallel.
+    QVector<float> distances(const QVector<QVector3D>& points) const;
+    /// Mean, RMS, 95th percentile and maximum of `distances`.
+    static Summary summarize(const QVector<float>& distances);
+    Summary summarize(const QVector<QVector3D>& points) const { return summarize(distances(points)); }
 
 private:
     std::vector<Eigen::Vector3f> m_vertices;

@@ -156,6 +156,9 @@ TEST(WelkingFit, RunsOnAThreadWithLiveShapesAndMatchesADirectRun)
     ASSERT_TRUE(result.measured);
     // The basemesh now lies on the target sphere.
     EXPECT_LT(result.report.resultToTarget.rms, 0.02);
+    ASSERT_EQ(result.report.vertexDistances.size(), input.base.vertexCount());
+    EXPECT_FLOAT_EQ(*std::max_element(result.report.vertexDistances.begin(), result.report.vertexDistances.end()),
+                    float(result.report.resultToTarget.max));
     EXPECT_EQ(result.graphNodes.size(), 2);
     EXPECT_EQ(result.vertices.size(), input.base.vertexCount());
 

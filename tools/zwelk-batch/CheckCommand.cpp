@@ -55,7 +55,7 @@ int runCheck(const QStringList& words)
     const QFileInfoList files = exchange.getModelFilenames(textureFlags, error);
     if (!exchange.setModelFiles(files))
         return fail(exchange, QStringLiteral("Can't find mesh files required to start ZWelk in a directory:"),
-                    exchange.filesDirPath());
+                    exchange.filesDirPath() + QLatin1Char('\n') + exchange.modelFilesProblem());
     error.clear();
     std::shared_ptr<ModelsData> models = loadModelsData(exchange, textureFlags, error);
     if (!error.isEmpty())

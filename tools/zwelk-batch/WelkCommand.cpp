@@ -199,9 +199,7 @@ bool loadModels(const Arguments& args, Models& models, QString& error)
         QString listError;
         if (!models.exchange.setModelFiles(models.exchange.getModelFilenames(flags, listError))) {
             error = QStringLiteral("Can't find mesh files required to start ZWelk in a directory:\n") +
-                    models.exchange.filesDirPath();
-            if (!listError.isEmpty())
-                error += QLatin1Char('\n') + listError;
+                    models.exchange.filesDirPath() + QLatin1Char('\n') + models.exchange.modelFilesProblem();
             return false;
         }
         models.exchangeModels = loadModelsData(models.exchange, flags, error);
@@ -499,10 +497,14 @@ int runWelk(const QStringList& words)
     }
     const int triangles = models.base.triangleCount();
     if (result.report.flippedTriangles > std::max(1, triangles / 100))
-        printError(QStringLiteral("Warning: %1 of %2 triangles folded over in the fit; the models may differ in "
-                                  "pose or scale. Place point pairs and add --rigid --scale.")
+        printError(QStringLiteral("Warning: %1 of %2 triangles folded over in the fit; %3")
                        .arg(result.report.flippedTriangles)
-                       .arg(triangles));
+                       .arg(triangles)
+                       .arg(options.rigid && options.scale
+                                ? QStringLiteral("check that the point pairs match, or fit more stiffly (a higher "
+                                                 "Smoothness_final in --settings).")
+                                : QStringLiteral("the models may differ in pose or scale. Place point pairs and add "
+                                                 "--rigid --scale.")));
     if (!args.flag(QStringLiteral("--json")))
         printOut(QStringLiteral("%1 fit in %2 s: RMS distance result->target %3, target->result %4; "
                                 "%5 folded triangles\nwritten: %6")

@@ -106,11 +106,26 @@ TEST_F(FolderScan, RefusesToMixGoZAndObjButIgnoresSuffixCase)
     EXPECT_TRUE(exchange().getModelFilenames(flags, error).isEmpty());
     EXPECT_EQ(error, exchange().filesDirPath());
 
+    EXPECT_TRUE(exchange().modelFilesProblem().contains(QStringLiteral("both .GoZ or both .obj")));
+
     QFile::remove(meshPath(QStringLiteral("2_b.obj")));
     touch(meshPath(QStringLiteral("2_b.goz")));
     error.clear();
     EXPECT_EQ(exchange().getModelFilenames(flags, error).size(), 2);
     EXPECT_TRUE(error.isEmpty());
+    EXPECT_TRUE(exchange().modelFilesProblem().isEmpty());
+}
+
+TEST_F(SubtoolsFile, ProblemsAreSaidInWords)
+{
+    const QString subtools = folder() + QStringLiteral("/subtools.txt");
+    touch(subtools, "garbage that is no subtool record");
+    EXPECT_TRUE(exchange().modelFilesProblem().contains(QStringLiteral("33 bytes"))) << exchange().modelFilesProblem().toStdString();
+    touch(subtools, records({{false, QStringLiteral("1_Head")}}));
+    EXPECT_TRUE(exchange().modelFilesProblem().contains(QStringLiteral("names 1 subtools")))
+        << exchange().modelFilesProblem().toStdString();
+    touch(subtools, records({{false, QStringLiteral("1_Head")}, {false, QStringLiteral("2_Scan")}}));
+    EXPECT_TRUE(exchange().modelFilesProblem().isEmpty());
 }
 
 TEST_F(FolderScan, TextureNamesReplaceNonWordCharacters)
