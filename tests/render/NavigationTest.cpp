@@ -58,11 +58,12 @@ struct View
 {
     View()
     {
-        RenderTest::sharedContext();
         widget.resize(400, 300);
         camera->fitToView({-1, -1, -1}, {1, 1, 1}, widget.size());
         context = new WContextNavigation2(&widget, camera);
     }
+    // The application comes first: a widget needs it.
+    bool ready = (RenderTest::sharedContext(), true);
     QWidget widget;
     std::shared_ptr<WCamera3D> camera = std::make_shared<WCamera3D>();
     WContextNavigation2* context;
