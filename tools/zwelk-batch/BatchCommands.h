@@ -16,6 +16,7 @@ int runExchange(const QStringList& arguments);
 int runCheck(const QStringList& arguments);
 int runDemoModels(const QStringList& arguments);
 int runWelk(const QStringList& arguments);
+int runSymmetry(const QStringList& arguments);
 
 /// Prints to standard output / standard error, each line flushed.
 void printOut(const QString& text);

@@ -42,6 +42,11 @@ Commands:
       landmark errors, flipped triangles); Ctrl+C stops the fit at the next
       step and still writes the shape reached.
 
+  symmetry MESH [-o PAIRS.json]
+      Finds the mesh's topological (posable) symmetry as the point step
+      does and prints the pair count and the time; -o writes the map as
+      {"vertexCount": N, "pairs": [[vertex, mirror], ...]}, 0-based.
+
 Exit codes: 0 success, 1 the job failed, 2 wrong command line.
 )";
 
@@ -67,6 +72,8 @@ int main(int argc, char** argv)
         return ZWelkBatch::runCheck(arguments);
     if (command == QLatin1String("welk"))
         return ZWelkBatch::runWelk(arguments);
+    if (command == QLatin1String("symmetry"))
+        return ZWelkBatch::runSymmetry(arguments);
     if (command == QLatin1String("demo-models"))
         return ZWelkBatch::runDemoModels(arguments);
     ZWelkBatch::printError(QStringLiteral("zwelk-batch: unknown command '%1'; see zwelk-batch --help").arg(command));

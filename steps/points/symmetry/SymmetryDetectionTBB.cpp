@@ -1,0 +1,310 @@
+#include "SymmetryDetectionTBB.h"
+
+#include "PathGenerator.h"
+#include "VertexAdjacency.h"
+#include "WalkOrderGenerator.h"
+
+#include "geometry/ProgressInterface.h"
+
+#include <QDebug>
+#include <QElapsedTimer>
+
+#include <tbb/enumerable_thread_specific.h>
+#include <tbb/flow_graph.h>
+#include <tbb/parallel_for.h>
+#include <tbb/spin_mutex.h>
+#include <tbb/task_group.h>
+
+#include <atomic>
+#include <limits>
+#include <memory>
+
+namespace SymmetryDetectionTBB {
+
+namespace {
+
+/// What every node body of one search shares. Read-only apart from the
+/// caches and the winner, which the spin mutex guards.
+struct Search
+{
+    Search(const DCEL& given, const DCEL& reversed, const VertexAdjacency& adjacency, int seed,
+           tbb::task_group_context& context, Welk::ProgressInterface* progress)
+        : given(given), reversed(reversed), adjacency(adjacency), seed(seed), context(context), progress(progress),
+          givenWalks(WalkOrderGenerator(given)), reversedWalks(WalkOrderGenerator(reversed))
+    {
+    }
+
+    const DCEL& given;
+    const DCEL& reversed;
+    const VertexAdjacency& adjacency;
+    const int seed;
+    tbb::task_group_context& context;
+    Welk::ProgressInterface* progress;
+
+    tbb::enumerable_thread_specific<WalkOrderGenerator> givenWalks;
+    tbb::enumerable_thread_specific<WalkOrderGenerator> reversedWalks;
+
+    tbb::spin_mutex mutex;
+    bool cachesBuilt = false;
+    std::shared_ptr<const WalkOrderCache> givenCache;
+    std::shared_ptr<const WalkOrderCache> reversedCache;
+    bool found = false;
+    QVector<QVector<int>>* result = nullptr;
+    std::atomic<long long> candidates{0};
+
+    bool stopped() const { return context.is_group_execution_cancelled(); }
+    void checkUserCancel()
+    {
+        if (progress && progress->isCancelled())
+            context.cancel_group_execution();
+    }
+};
+
+std::shared_ptr<const WalkOrderCache> buildCache(const DCEL& dcel, int seed)
+{
+    auto cache = std::make_shared<WalkOrderCache>();
+    const DCEL::TargetMap* leaving = dcel.outgoing(seed);
+    if (!leaving)
+        return cache;
+    WalkOrderGenerator walker(dcel);
+    for (const auto& entry : *leaving)
+        (*cache)[entry.first] = walker.walkAll(seed, entry.first);
+    return cache;
+}
+
+/// Emits the seed's neighbours (candidates reaching distance 2 around
+/// each), then the seed itself (candidates over the whole mesh).
+class VertexGeneratorNodeBody
+{
+public:
+    explicit VertexGeneratorNodeBody(Search* search)
+        : m_search(search), m_neighbours(search->adjacency.neighbours(search->seed))
+    {
+    }
+
+    Message operator()(tbb::flow_control& control)
+    {
+        if (m_position < m_neighbours.size()) {
+            // The integer division keeps the bar at 0 until the end: the
+            // number of candidates is unknown ahead.
+            if (m_search->progress)
+                m_search->progress->setValue(m_position / m_neighbours.size());
+            return Message{m_neighbours[m_position++], 3, {}};
+        }
+        if (!m_seedSent) {
+            m_seedSent = true;
+            return Message{m_search->seed, 0, {}};
+        }
+        control.stop();
+        return Message{};
+    }
+
+private:
+    Search* m_search;
+    QVector<int> m_neighbours;
+    int m_position = 0;
+    bool m_seedSent = false;
+};
+
+using PathNode = tbb::flow::multifunction_node<Message, std::tuple<Message>, tbb::flow::queueing>;
+
+class PathGeneratorNodeBody
+{
+public:
+    explicit PathGeneratorNodeBody(Search* search) : m_search(search) {}
+
+    void operator()(const Message& message, PathNode::output_ports_type& ports)
+    {
+        PathGenerator generator(m_search->adjacency, message.vertex, message.limit < 1 ? 0 : message.limit);
+        CandidatePath path;
+        long long produced = 0;
+        while (generator.next(path)) {
+            // A found symmetry or a user's stop ends candidate making too.
+            if ((++produced & 1023) == 0 && (m_search->checkUserCancel(), m_search->stopped()))
+                return;
+            std::get<0>(ports).try_put(Message{message.vertex, message.limit, {path[0], path[1], path[2], path[3]}});
+        }
+    }
+
+private:
+    Search* m_search;
+};
+
+class WalkOrderNodeBody
+{
+public:
+    explicit WalkOrderNodeBody(Search* search) : m_search(search) {}
+
+    tbb::flow::continue_msg operator()(const Message& message)
+    {
+        Search& s = *m_search;
+        if (s.stopped())
+            return {};
+        ++s.candidates;
+        WalkOrderGenerator& givenWalk = s.givenWalks.local();
+        WalkOrderGenerator& reversedWalk = s.reversedWalks.local();
+        if (message.limit == 0 && (!givenWalk.hasCache() || !reversedWalk.hasCache())) {
+            tbb::spin_mutex::scoped_lock lock(s.mutex);
+            if (!s.cachesBuilt) {
+                s.givenCache = buildCache(s.given, s.seed);
+                s.reversedCache = buildCache(s.reversed, s.seed);
+                s.cachesBuilt = true;
+            }
+            givenWalk.setCache(s.seed, s.givenCache);
+            reversedWalk.setCache(s.seed, s.reversedCache);
+        }
+
+        const int a = message.path[0], a1 = message.path[1], b1 = message.path[2], b = message.path[3];
+        WalkOrderGenerator* first = &givenWalk;
+        WalkOrderGenerator* second = &reversedWalk;
+        if (!s.given.hasHalfEdge(a, a1))
+            std::swap(first, second);
+        first->start(a, a1);
+        second->start(b, b1);
+
+        tsl::robin_map<int, int> partner;
+        partner.max_load_factor(0.5f);
+        QVector<int> left, right;
+        const VertexAdjacency& adjacency = s.adjacency;
+        for (;;) {
+            int x = 0, y = 0;
+            const bool hasX = first->next(x);
+            const bool hasY = second->next(y);
+            if (hasX != hasY)
+                return {};
+            if (!hasX)
+                break;
+            left.append(x);
+            right.append(y);
+            partner[x] = y;
+            const int* row = adjacency.row(x);
+            for (int i = 0, n = adjacency.rowLength(x); i < n; ++i) {
+                const auto it = partner.find(row[i]);
+                if (it != partner.end() && !adjacency.areAdjacent(y, it->second))
+                    return {};
+            }
+        }
+
+        s.context.cancel_group_execution();
+        tbb::spin_mutex::scoped_lock lock(s.mutex);
+        if (!s.found) {
+            s.found = true;
+            (*s.result)[0] = std::move(left);
+            (*s.result)[1] = std::move(right);
+        }
+        return {};
+    }
+
+private:
+    Search* m_search;
+};
+
+} // namespace
+
+Polygons extractFacesFromPolygons(const QVector<int>& polygonOffsets, const QVector<int>& indices)
+{
+    const int count = polygonOffsets.size() - 1;
+    if (count < 1)
+        return {};
+    Polygons polygons(count);
+    tbb::parallel_for(tbb::blocked_range<int>(0, count), [&](const tbb::blocked_range<int>& range) {
+        for (int f = range.begin(); f != range.end(); ++f) {
+            const int begin = polygonOffsets[f], end = polygonOffsets[f + 1];
+            QVector<int> polygon;
+            polygon.reserve(end - begin);
+            for (int i = begin; i < end; ++i)
+                polygon.append(indices[i] + 1);
+            polygons[f] = polygon;
+        }
+    });
+    return polygons;
+}
+
+bool detectTopologicalSymmetry(const QVector<int>& polygonOffsets, const QVector<int>& indices, int seedVertex,
+                               QVector<QVector<int>>& result, Welk::ProgressInterface* progress)
+{
+    return detectTopologicalSymmetry(extractFacesFromPolygons(polygonOffsets, indices), seedVertex, result,
+                                     progress);
+}
+
+bool detectTopologicalSymmetry(const Polygons& polygons, int seedVertex, QVector<QVector<int>>& result,
+                               Welk::ProgressInterface* progress)
+{
+    QElapsedTimer clock;
+    clock.start();
+    if (progress) {
+        progress->start(QStringLiteral("Detecting symmetry..."), 100);
+        progress->setValue(0);
+    }
+    auto given = std::make_unique<DCEL>(polygons, true);
+    auto reversed = std::make_unique<DCEL>(polygons, false);
+    auto adjacency = std::make_unique<VertexAdjacency>(polygons, given->maxVertexId());
+    const qint64 built = clock.elapsed();
+
+    result.clear();
+    result.resize(2);
+    long long candidates = 0;
+    bool found = false;
+    if (!polygons.isEmpty()) {
+        tbb::task_group_context context;
+        Search search(*given, *reversed, *adjacency, seedVertex, context, progress);
+        search.result = &result;
+        {
+            tbb::flow::graph graph(context);
+            tbb::flow::input_node<Message> vertices(graph, VertexGeneratorNodeBody(&search));
+            tbb::flow::buffer_node<Message> seeds(graph);
+            PathNode paths(graph, tbb::flow::unlimited, PathGeneratorNodeBody(&search));
+            tbb::flow::buffer_node<Message> candidatePaths(graph);
+            tbb::flow::function_node<Message, tbb::flow::continue_msg, tbb::flow::queueing> walks(
+                graph, tbb::flow::unlimited, WalkOrderNodeBody(&search));
+            tbb::flow::make_edge(vertices, seeds);
+            tbb::flow::make_edge(seeds, paths);
+            tbb::flow::make_edge(tbb::flow::output_port<0>(paths), candidatePaths);
+            tbb::flow::make_edge(candidatePaths, walks);
+            vertices.activate();
+            graph.wait_for_all();
+        }
+        found = search.found;
+        candidates = search.candidates;
+    }
+
+    if (progress) {
+        progress->setValue(100);
+        progress->end();
+    }
+    const int vertexCount = adjacency->count() - 1;
+    given.reset();
+    reversed.reset();
+    adjacency.reset();
+    qDebug().noquote() << QStringLiteral("Symmetry: structures %1 ms, search %2 ms, %3 candidates, %4")
+                              .arg(built)
+                              .arg(clock.elapsed() - built)
+                              .arg(candidates)
+                              .arg(found ? QStringLiteral("found") : QStringLiteral("none"));
+    return found && result[0].size() == result[1].size() && result[0].size() == vertexCount;
+}
+
+int seedNearestToCentre(const QVector<QVector3D>& vertices)
+{
+    if (vertices.isEmpty())
+        return 1;
+    QVector3D lo = vertices[0], hi = vertices[0];
+    for (const QVector3D& v : vertices)
+        for (int k = 0; k < 3; ++k) {
+            lo[k] = std::min(lo[k], v[k]);
+            hi[k] = std::max(hi[k], v[k]);
+        }
+    const QVector3D centre = 0.5f * (lo + hi);
+    int best = 0;
+    float bestDistance = std::numeric_limits<float>::max();
+    for (int i = 0; i < vertices.size(); ++i) {
+        const float d = (vertices[i] - centre).lengthSquared();
+        if (d < bestDistance) {
+            bestDistance = d;
+            best = i;
+        }
+    }
+    return best + 1;
+}
+
+} // namespace SymmetryDetectionTBB
