@@ -13,6 +13,7 @@ namespace {
 struct ThreadHalfEdges
 {
     std::vector<HalfEdge*> halfEdges;
+    std::vector<std::unique_ptr<HalfEdge[]>> blocks;
     int maxVertexId = 0;
 };
 
@@ -23,54 +24,91 @@ DCEL::DCEL(const Polygons& polygons, bool keepWinding) : m_polygonCount(polygons
     tbb::enumerable_thread_specific<ThreadHalfEdges> perThread;
     tbb::parallel_for(tbb::blocked_range<int>(0, polygons.size()), [&](const tbb::blocked_range<int>& range) {
         ThreadHalfEdges& local = perThread.local();
+        size_t corners = 0;
+        for (int f = range.begin(); f != range.end(); ++f)
+            corners += size_t(polygons[f].size());
+        // One allocation for the range instead of one per half-edge.
+        std::unique_ptr<HalfEdge[]> block(new HalfEdge[corners]);
+        HalfEdge* e = block.get();
         for (int f = range.begin(); f != range.end(); ++f) {
-            QVector<int> corners = polygons[f];
-            if (!keepWinding)
-                std::reverse(corners.begin(), corners.end());
-            const int n = corners.size();
-            if (n == 0)
-                continue;
-            std::vector<HalfEdge*> ring(size_t(n), nullptr);
+            const QVector<int>& polygon = polygons[f];
+            const int n = polygon.size();
             for (int i = 0; i < n; ++i) {
-                ring[size_t(i)] = new HalfEdge{corners[i], corners[(i + 1) % n], f, nullptr, nullptr};
-                local.maxVertexId = std::max(local.maxVertexId, corners[i]);
+                // Reversed winding: corner order n-1, ..., 0.
+                const int corner = keepWinding ? polygon[i] : polygon[n - 1 - i];
+                const int following = keepWinding ? polygon[(i + 1) % n] : polygon[(2 * n - 2 - i) % n];
+                e[i] = HalfEdge{corner, following, f, &e[(i + 1) % n], nullptr};
+                local.maxVertexId = std::max(local.maxVertexId, corner);
+                local.halfEdges.push_back(&e[i]);
             }
-            for (int i = 0; i < n; ++i)
-                ring[size_t(i)]->next = ring[size_t((i + 1) % n)];
-            local.halfEdges.insert(local.halfEdges.end(), ring.begin(), ring.end());
+            e += n;
         }
+        local.blocks.push_back(std::move(block));
     });
     size_t total = 0;
-    for (const ThreadHalfEdges& local : perThread) {
+    for (ThreadHalfEdges& local : perThread) {
         total += local.halfEdges.size();
         m_maxVertexId = std::max(m_maxVertexId, local.maxVertexId);
+        for (auto& block : local.blocks)
+            m_blocks.push_back(std::move(block));
     }
     m_halfEdges.reserve(total);
     for (const ThreadHalfEdges& local : perThread)
         m_halfEdges.insert(m_halfEdges.end(), local.halfEdges.begin(), local.halfEdges.end());
 
-    m_map.reserve(size_t(m_maxVertexId) + 1);
-    for (HalfEdge* e : m_halfEdges)
-        m_map[e->origin].emplace(e->target, e);
+    // Group the half-edges by origin (a counting sort), make every outer
+    // entry first, then fill the inner maps in parallel: each thread writes
+    // only the inner maps of its own origins.
+    const size_t count = size_t(m_maxVertexId) + 1;
+    std::vector<int> start(count + 1, 0);
+    for (const HalfEdge* e : m_halfEdges)
+        if (e->origin >= 0)
+            ++start[size_t(e->origin) + 1];
+    for (size_t v = 0; v < count; ++v)
+        start[v + 1] += start[v];
+    std::vector<HalfEdge*> byOrigin(m_halfEdges.size());
+    {
+        std::vector<int> fill(start.begin(), start.end() - 1);
+        for (HalfEdge* e : m_halfEdges)
+            if (e->origin >= 0)
+                byOrigin[size_t(fill[size_t(e->origin)]++)] = e;
+    }
+    m_map.reserve(count);
+    std::vector<TargetMap*> inner(count, nullptr);
+    for (size_t v = 0; v < count; ++v)
+        if (start[v + 1] > start[v])
+            m_map.emplace(int(v), TargetMap());
+    for (auto it = m_map.begin(); it != m_map.end(); ++it)
+        inner[size_t(it->first)] = &it.value();
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, count), [&](const tbb::blocked_range<size_t>& r) {
+        for (size_t v = r.begin(); v != r.end(); ++v) {
+            if (!inner[v])
+                continue;
+            TargetMap& targets = *inner[v];
+            targets.reserve(size_t(start[v + 1] - start[v]));
+            for (int i = start[v]; i < start[v + 1]; ++i)
+                targets.emplace(byOrigin[size_t(i)]->target, byOrigin[size_t(i)]);
+        }
+    });
 
     tbb::parallel_for(tbb::blocked_range<size_t>(0, m_halfEdges.size()), [&](const tbb::blocked_range<size_t>& r) {
         for (size_t i = r.begin(); i != r.end(); ++i) {
             HalfEdge* e = m_halfEdges[i];
-            const auto outer = m_map.find(e->target);
-            if (outer == m_map.end())
+            const TargetMap* back = e->target >= 0 && size_t(e->target) < count ? inner[size_t(e->target)] : nullptr;
+            if (!back)
                 continue;
-            const auto inner = outer->second.find(e->origin);
-            if (inner != outer->second.end())
-                e->twin = inner->second;
+            const auto found = back->find(e->origin);
+            if (found != back->end())
+                e->twin = found->second;
         }
     });
 }
 
 DCEL::~DCEL()
 {
-    tbb::parallel_for(tbb::blocked_range<size_t>(0, m_halfEdges.size()), [&](const tbb::blocked_range<size_t>& r) {
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, m_blocks.size()), [&](const tbb::blocked_range<size_t>& r) {
         for (size_t i = r.begin(); i != r.end(); ++i)
-            delete m_halfEdges[i];
+            m_blocks[i].reset();
     });
 }
 

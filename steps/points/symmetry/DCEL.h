@@ -4,6 +4,7 @@
 
 #include <tsl/robin_map.h>
 
+#include <memory>
 #include <vector>
 
 namespace SymmetryDetectionTBB {
@@ -48,6 +49,8 @@ public:
 private:
     tsl::robin_map<int, TargetMap> m_map;
     std::vector<HalfEdge*> m_halfEdges;
+    /// Half-edges live in blocks, one a polygon range, freed together.
+    std::vector<std::unique_ptr<HalfEdge[]>> m_blocks;
     int m_polygonCount = 0;
     int m_maxVertexId = 0;
 };

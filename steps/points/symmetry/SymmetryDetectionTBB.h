@@ -31,6 +31,16 @@ struct Message
     QVector<int> path;
 };
 
+/// How hard candidates are filtered before and while they are walked.
+struct SymmetryOptions
+{
+    /// Rounds of colour refinement behind the vertex signatures a candidate
+    /// must match at every step (see `VertexSignatures`). 0 tests adjacency
+    /// and neighbour counts alone: the same answers, far more slowly on large
+    /// regular meshes.
+    int signatureRounds = 16;
+};
+
 /// 1-based polygon lists from a mesh's flat corner and offset arrays.
 Polygons extractFacesFromPolygons(const QVector<int>& polygonOffsets, const QVector<int>& indices);
 
@@ -40,11 +50,13 @@ Polygons extractFacesFromPolygons(const QVector<int>& polygonOffsets, const QVec
 /// plane of symmetry is paired with itself). `progress` may be null; its
 /// cancellation stops the search, which then fails.
 bool detectTopologicalSymmetry(const QVector<int>& polygonOffsets, const QVector<int>& indices, int seedVertex,
-                               QVector<QVector<int>>& result, Welk::ProgressInterface* progress = nullptr);
+                               QVector<QVector<int>>& result, Welk::ProgressInterface* progress = nullptr,
+                               const SymmetryOptions& options = SymmetryOptions());
 
 /// The same search over a ready polygon list.
 bool detectTopologicalSymmetry(const Polygons& polygons, int seedVertex, QVector<QVector<int>>& result,
-                               Welk::ProgressInterface* progress = nullptr);
+                               Welk::ProgressInterface* progress = nullptr,
+                               const SymmetryOptions& options = SymmetryOptions());
 
 /// The 1-based identifier of the vertex nearest the centre of the vertices'
 /// bounding box (lowest index on ties), 1 without vertices: the seed the
