@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMetaType>
 #include <QVector3D>
 #include <QVector>
 
@@ -30,3 +31,6 @@ struct WPointOnTriangle
 };
 
 } // namespace Welk
+
+// Point lists travel in signals, also across threads.
+Q_DECLARE_METATYPE(Welk::WPointOnTriangle)
