@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QMetaType>
 #include <QVector3D>
 #include <QVector>
 
@@ -31,6 +30,3 @@ struct WPointOnTriangle
 };
 
 } // namespace Welk
-
-// Point lists travel in signals, also across threads.
-Q_DECLARE_METATYPE(Welk::WPointOnTriangle)

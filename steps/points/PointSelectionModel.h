@@ -131,3 +131,6 @@ private:
 };
 
 } // namespace WelkPlugin
+
+// Point lists travel in signals, also across threads.
+Q_DECLARE_METATYPE(Welk::WPointOnTriangle)

@@ -174,15 +174,23 @@ TEST(SymmetryParts, WalkVisitsEveryVertexOnceAndCacheReplaysIt)
     EXPECT_EQ(order[1], 9);
     // The same generator gives the same order again, and a replay equals it.
     EXPECT_EQ(walker.walkAll(8, 9), order);
-    auto cache = std::make_shared<SymmetryDetectionTBB::WalkOrderCache>();
-    (*cache)[9] = order;
-    walker.setCache(8, cache);
-    walker.start(8, 9);
-    QVector<int> replayed;
+    // The seed's cache stores a walk the second time it is asked for, and
+    // replays the same order from then on.
+    tbb::spin_mutex mutex;
+    SymmetryDetectionTBB::SeedWalkCache cache(dcel, 8, mutex);
+    walker.setCache(&cache);
+    for (int round = 0; round < 3; ++round) {
+        walker.start(8, 9);
+        QVector<int> walked;
+        int v = 0;
+        while (walker.next(v))
+            walked.append(v);
+        EXPECT_EQ(walked, order) << round;
+        EXPECT_EQ(cache.order(9) != nullptr, round >= 1) << round;
+    }
+    EXPECT_EQ(*cache.order(9), order);
+    EXPECT_EQ(cache.order(2), nullptr);
     int v = 0;
-    while (walker.next(v))
-        replayed.append(v);
-    EXPECT_EQ(replayed, order);
     walker.start(2, 1); // a border edge: not a half-edge in this direction
     EXPECT_FALSE(walker.next(v));
 }

@@ -27,6 +27,7 @@ DCEL::DCEL(const Polygons& polygons, bool keepWinding) : m_polygonCount(polygons
         size_t corners = 0;
         for (int f = range.begin(); f != range.end(); ++f)
             corners += size_t(polygons[f].size());
+        local.halfEdges.reserve(local.halfEdges.size() + corners);
         // One allocation for the range instead of one per half-edge.
         std::unique_ptr<HalfEdge[]> block(new HalfEdge[corners]);
         HalfEdge* e = block.get();
@@ -73,6 +74,9 @@ DCEL::DCEL(const Polygons& polygons, bool keepWinding) : m_polygonCount(polygons
             if (e->origin >= 0)
                 byOrigin[size_t(fill[size_t(e->origin)]++)] = e;
     }
+    // Fuller tables: most of this structure's time goes to allocating and
+    // touching memory, and lookups stay short at this load.
+    m_map.max_load_factor(0.9f);
     m_map.reserve(count);
     std::vector<TargetMap*> inner(count, nullptr);
     for (size_t v = 0; v < count; ++v)
@@ -85,6 +89,7 @@ DCEL::DCEL(const Polygons& polygons, bool keepWinding) : m_polygonCount(polygons
             if (!inner[v])
                 continue;
             TargetMap& targets = *inner[v];
+            targets.max_load_factor(0.9f);
             targets.reserve(size_t(start[v + 1] - start[v]));
             for (int i = start[v]; i < start[v + 1]; ++i)
                 targets.emplace(byOrigin[size_t(i)]->target, byOrigin[size_t(i)]);

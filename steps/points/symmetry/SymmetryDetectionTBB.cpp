@@ -61,8 +61,8 @@ struct Search
 
     tbb::spin_mutex mutex;
     bool cachesBuilt = false;
-    std::shared_ptr<const WalkOrderCache> givenCache;
-    std::shared_ptr<const WalkOrderCache> reversedCache;
+    std::unique_ptr<SeedWalkCache> givenCache;
+    std::unique_ptr<SeedWalkCache> reversedCache;
     bool found = false;
     QVector<QVector<int>>* result = nullptr;
     std::atomic<long long> candidates{0};
@@ -74,18 +74,6 @@ struct Search
             context.cancel_group_execution();
     }
 };
-
-std::shared_ptr<const WalkOrderCache> buildCache(const DCEL& dcel, int seed)
-{
-    auto cache = std::make_shared<WalkOrderCache>();
-    const DCEL::TargetMap* leaving = dcel.outgoing(seed);
-    if (!leaving)
-        return cache;
-    WalkOrderGenerator walker(dcel);
-    for (const auto& entry : *leaving)
-        (*cache)[entry.first] = walker.walkAll(seed, entry.first);
-    return cache;
-}
 
 /// Emits the seed's neighbours (candidates reaching distance 2 around
 /// each), then the seed itself (candidates over the whole mesh).
@@ -164,12 +152,12 @@ public:
         if (message.limit == 0 && (!givenWalk.hasCache() || !reversedWalk.hasCache())) {
             tbb::spin_mutex::scoped_lock lock(s.mutex);
             if (!s.cachesBuilt) {
-                s.givenCache = buildCache(s.given, s.seed);
-                s.reversedCache = buildCache(s.reversed, s.seed);
+                s.givenCache = std::make_unique<SeedWalkCache>(s.given, s.seed, s.mutex);
+                s.reversedCache = std::make_unique<SeedWalkCache>(s.reversed, s.seed, s.mutex);
                 s.cachesBuilt = true;
             }
-            givenWalk.setCache(s.seed, s.givenCache);
-            reversedWalk.setCache(s.seed, s.reversedCache);
+            givenWalk.setCache(s.givenCache.get());
+            reversedWalk.setCache(s.reversedCache.get());
         }
 
         const int a = message.path[0], a1 = message.path[1], b1 = message.path[2], b = message.path[3];

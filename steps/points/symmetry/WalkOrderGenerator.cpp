@@ -9,10 +9,38 @@ WalkOrderGenerator::WalkOrderGenerator(const DCEL& dcel)
 {
 }
 
-void WalkOrderGenerator::setCache(int seed, std::shared_ptr<const WalkOrderCache> cache)
+SeedWalkCache::SeedWalkCache(const DCEL& dcel, int seed, tbb::spin_mutex& mutex)
+    : m_dcel(dcel), m_seed(seed), m_mutex(mutex)
 {
-    m_cacheSeed = seed;
-    m_cache = std::move(cache);
+    const DCEL::TargetMap* leaving = dcel.outgoing(seed);
+    const int count = leaving ? int(leaving->size()) : 0;
+    m_entries.reset(new Entry[size_t(std::max(count, 1))]);
+    if (leaving)
+        for (const auto& entry : *leaving)
+            m_index.emplace(entry.first, int(m_index.size()));
+}
+
+const QVector<int>* SeedWalkCache::order(int target) const
+{
+    const auto it = m_index.find(target);
+    if (it == m_index.end())
+        return nullptr;
+    const Entry& entry = m_entries[size_t(it->second)];
+    return entry.ready.load(std::memory_order_acquire) ? &entry.order : nullptr;
+}
+
+void SeedWalkCache::noteWalk(int target)
+{
+    const auto it = m_index.find(target);
+    if (it == m_index.end())
+        return;
+    Entry& entry = m_entries[size_t(it->second)];
+    if (entry.walks.fetch_add(1) != 1)
+        return;
+    tbb::spin_mutex::scoped_lock lock(m_mutex);
+    WalkOrderGenerator walker(m_dcel);
+    entry.order = walker.walkAll(m_seed, target);
+    entry.ready.store(true, std::memory_order_release);
 }
 
 void WalkOrderGenerator::clearMarks()
@@ -50,10 +78,14 @@ bool WalkOrderGenerator::next(int& vertex)
         case State::Finished:
             return false;
         case State::Begin: {
-            if (m_cache && m_cacheSeed == m_a) {
-                const auto cached = m_cache->find(m_b);
-                if (cached != m_cache->end()) {
-                    m_replay = &cached->second;
+            if (m_cache && m_cache->seed() == m_a) {
+                const QVector<int>* cached = m_cache->order(m_b);
+                if (!cached) {
+                    m_cache->noteWalk(m_b);
+                    cached = m_cache->order(m_b);
+                }
+                if (cached) {
+                    m_replay = cached;
                     m_replayPosition = 0;
                     m_state = State::Replay;
                     break;
@@ -112,14 +144,14 @@ bool WalkOrderGenerator::next(int& vertex)
 QVector<int> WalkOrderGenerator::walkAll(int a, int b)
 {
     // Walk afresh even where a cache exists: this is what fills caches.
-    std::shared_ptr<const WalkOrderCache> cache = std::move(m_cache);
-    m_cache.reset();
+    SeedWalkCache* cache = m_cache;
+    m_cache = nullptr;
     QVector<int> order;
     start(a, b);
     int v = 0;
     while (next(v))
         order.append(v);
-    m_cache = std::move(cache);
+    m_cache = cache;
     return order;
 }
 
