@@ -3,7 +3,7 @@
 // The positional peer is what a tool without posable symmetry does; it is
 // the cost floor a connectivity search is compared with.
 //
-//   symmetry_bench [--repeat N] [MESH.obj ...]
+//   symmetry_bench [--repeat N] [--save-subdivided FILE.obj] [MESH.obj ...]
 // Without meshes: the face template subdivided to about 113k vertices, and
 // the ICT face's largest part.
 #include "geometry/GeomStack.h"
@@ -199,6 +199,12 @@ int main(int argc, char** argv)
         repeat = args[r + 1].toInt();
         args.erase(args.begin() + r, args.begin() + r + 2);
     }
+    QString savePath;
+    const int save = args.indexOf(QStringLiteral("--save-subdivided"));
+    if (save >= 0 && save + 1 < args.size()) {
+        savePath = args[save + 1];
+        args.erase(args.begin() + save, args.begin() + save + 2);
+    }
     const QString data = QStringLiteral(ZWELK_SHARED_DATA);
     QString error;
     if (args.isEmpty()) {
@@ -207,7 +213,10 @@ int main(int argc, char** argv)
             fmt::print(stderr, "{}\n", error.toStdString());
             return 1;
         }
-        run(QStringLiteral("face template x16 (subdivided)"), subdivide(subdivide(templ)), repeat);
+        const GeomStack dense = subdivide(subdivide(templ));
+        if (!savePath.isEmpty())
+            dense.saveObj(savePath, false, false);
+        run(QStringLiteral("face template x16 (subdivided)"), dense, repeat);
         const GeomStack ict(data + QStringLiteral("/ict-face/generic_neutral_mesh.obj"), error);
         if (error.isEmpty()) {
             run(QStringLiteral("ict-face whole (several parts)"), ict, repeat);
