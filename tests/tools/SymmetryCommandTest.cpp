@@ -16,14 +16,14 @@
 
 namespace {
 
-struct Run
+struct BatchOutput
 {
     int code = -1;
     QString out;
     QString err;
 };
 
-Run symmetry(const QStringList& arguments)
+BatchOutput symmetry(const QStringList& arguments)
 {
     QProcess process;
     process.start(QStringLiteral(ZWELK_BATCH_PROGRAM), QStringList{QStringLiteral("symmetry")} + arguments);
@@ -56,7 +56,7 @@ TEST(SymmetryCommand, WritesAnInvolutionAndReportsPairs)
     QTemporaryDir dir;
     const QString mesh = writeGrid(dir, QStringLiteral("grid.obj"), 8, 5);
     const QString pairs = dir.filePath(QStringLiteral("pairs.json"));
-    const Run run = symmetry({mesh, QStringLiteral("-o"), pairs});
+    const BatchOutput run = symmetry({mesh, QStringLiteral("-o"), pairs});
     ASSERT_EQ(run.code, 0) << run.err.toStdString();
     EXPECT_TRUE(run.out.contains(QStringLiteral("vertices: 54"))) << run.out.toStdString();
     EXPECT_TRUE(run.out.contains(QStringLiteral("detection: ")));
@@ -83,7 +83,7 @@ TEST(SymmetryCommand, WritesAnInvolutionAndReportsPairs)
 TEST(SymmetryCommand, MeshesWithoutSymmetryFailWithTheirMessage)
 {
     QTemporaryDir dir;
-    Run run = symmetry({writeGrid(dir, QStringLiteral("holed.obj"), 6, 5, {7, 16})});
+    BatchOutput run = symmetry({writeGrid(dir, QStringLiteral("holed.obj"), 6, 5, {7, 16})});
     EXPECT_EQ(run.code, 1);
     EXPECT_TRUE(run.err.contains(QStringLiteral("Topological symmetry has not been detected."))) << run.err.toStdString();
 
