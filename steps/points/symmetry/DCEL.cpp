@@ -12,8 +12,8 @@ namespace {
 
 struct ThreadHalfEdges
 {
-    std::vector<HalfEdge*> halfEdges;
     std::vector<std::unique_ptr<HalfEdge[]>> blocks;
+    std::vector<size_t> sizes;
     int maxVertexId = 0;
 };
 
@@ -27,7 +27,6 @@ DCEL::DCEL(const Polygons& polygons, bool keepWinding) : m_polygonCount(polygons
         size_t corners = 0;
         for (int f = range.begin(); f != range.end(); ++f)
             corners += size_t(polygons[f].size());
-        local.halfEdges.reserve(local.halfEdges.size() + corners);
         // One allocation for the range instead of one per half-edge.
         std::unique_ptr<HalfEdge[]> block(new HalfEdge[corners]);
         HalfEdge* e = block.get();
@@ -40,40 +39,42 @@ DCEL::DCEL(const Polygons& polygons, bool keepWinding) : m_polygonCount(polygons
                 const int following = keepWinding ? polygon[(i + 1) % n] : polygon[(2 * n - 2 - i) % n];
                 e[i] = HalfEdge{corner, following, f, &e[(i + 1) % n], nullptr};
                 local.maxVertexId = std::max(local.maxVertexId, corner);
-                local.halfEdges.push_back(&e[i]);
             }
             e += n;
         }
         local.blocks.push_back(std::move(block));
+        local.sizes.push_back(corners);
     });
-    size_t total = 0;
+    std::vector<std::pair<HalfEdge*, size_t>> ranges;
     for (ThreadHalfEdges& local : perThread) {
-        total += local.halfEdges.size();
         m_maxVertexId = std::max(m_maxVertexId, local.maxVertexId);
-        for (auto& block : local.blocks)
-            m_blocks.push_back(std::move(block));
+        for (size_t b = 0; b < local.blocks.size(); ++b) {
+            ranges.emplace_back(local.blocks[b].get(), local.sizes[b]);
+            m_blocks.push_back(std::move(local.blocks[b]));
+        }
     }
-    m_halfEdges.reserve(total);
-    for (const ThreadHalfEdges& local : perThread)
-        m_halfEdges.insert(m_halfEdges.end(), local.halfEdges.begin(), local.halfEdges.end());
 
-    // Group the half-edges by origin (a counting sort), make every outer
-    // entry first, then fill the inner maps in parallel: each thread writes
-    // only the inner maps of its own origins.
+    // The list of all half-edges is kept grouped by origin (a counting
+    // sort over the blocks): every outer entry is made first, then the
+    // inner maps are filled in parallel, each thread writing only the inner
+    // maps of its own origins.
     const size_t count = size_t(m_maxVertexId) + 1;
     std::vector<int> start(count + 1, 0);
-    for (const HalfEdge* e : m_halfEdges)
-        if (e->origin >= 0)
-            ++start[size_t(e->origin) + 1];
+    for (const auto& range : ranges)
+        for (size_t i = 0; i < range.second; ++i)
+            if (range.first[i].origin >= 0)
+                ++start[size_t(range.first[i].origin) + 1];
     for (size_t v = 0; v < count; ++v)
         start[v + 1] += start[v];
-    std::vector<HalfEdge*> byOrigin(m_halfEdges.size());
+    m_halfEdges.resize(size_t(start[count]));
     {
         std::vector<int> fill(start.begin(), start.end() - 1);
-        for (HalfEdge* e : m_halfEdges)
-            if (e->origin >= 0)
-                byOrigin[size_t(fill[size_t(e->origin)]++)] = e;
+        for (const auto& range : ranges)
+            for (size_t i = 0; i < range.second; ++i)
+                if (range.first[i].origin >= 0)
+                    m_halfEdges[size_t(fill[size_t(range.first[i].origin)]++)] = &range.first[i];
     }
+    const std::vector<HalfEdge*>& byOrigin = m_halfEdges;
     // Fuller tables: most of this structure's time goes to allocating and
     // touching memory, and lookups stay short at this load.
     m_map.max_load_factor(0.9f);
