@@ -29,6 +29,7 @@ QString welkUsage();
 
 /// True when `arguments` ask for the command's help.
 bool wantsHelp(const QStringList& arguments);
+int runSymmetry(const QStringList& arguments);
 
 /// Prints to standard output / standard error, each line flushed.
 void printOut(const QString& text);

@@ -37,6 +37,11 @@ Commands:
       plug-in's exchange folder and writes the result back as Done does.
       See zwelk-batch help welk.
 
+  symmetry MESH [-o PAIRS.json]
+      Finds the mesh's topological (posable) symmetry as the point step
+      does and prints the pair count and the time; -o writes the map as
+      {"vertexCount": N, "pairs": [[vertex, mirror], ...]}, 0-based.
+
 Exit codes: 0 success, 1 the job failed, 2 wrong command line,
 130 interrupted by Ctrl+C (the shape reached is written).
 )";
@@ -47,6 +52,7 @@ const ZWelkBatch::Command Commands[] = {
     {"check", ZWelkBatch::runCheck, nullptr},
     {"demo-models", ZWelkBatch::runDemoModels, nullptr},
     {"welk", ZWelkBatch::runWelk, ZWelkBatch::welkUsage},
+    {"symmetry", ZWelkBatch::runSymmetry, nullptr},
 };
 
 const ZWelkBatch::Command* findCommand(const QString& name)
