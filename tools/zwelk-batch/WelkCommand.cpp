@@ -11,6 +11,7 @@
 #include "fitting/accelerated/CartoonWelkingWorker.h"
 #include "fitting/accelerated/EmbeddedGraphSampler.h"
 #include "fitting/accelerated/WelkingWorker.h"
+#include "fitting/classic/ClassicWelking.h"
 #include "fitting/classic/ICPRoutine.h"
 #include "geometry/GeomStackTriangulated.h"
 #include "geometry/GoZMeshConversion.h"
@@ -37,12 +38,15 @@ using GeometryStack2::GeomStackTriangulated;
 namespace {
 
 std::atomic<WelkingAcceleratedVersion::WelkingWorker*> g_runningWorker{nullptr};
+std::atomic<TerminalProgress*> g_runningProgress{nullptr};
 
 void onInterrupt(int)
 {
     // Stops the fit at its next boundary; the shape reached is still written.
     if (auto* worker = g_runningWorker.load())
         worker->callback().interrupt();
+    if (auto* progress = g_runningProgress.load())
+        progress->cancel();
 }
 
 /// The models of one run, wherever they came from.
@@ -173,7 +177,8 @@ int runWelk(const QStringList& words)
     const Arguments args(words,
                          {QStringLiteral("--base"), QStringLiteral("--target"), QStringLiteral("--exchange"),
                           QStringLiteral("--points-base"), QStringLiteral("--points-target"),
-                          QStringLiteral("--settings"), QStringLiteral("-o"), QStringLiteral("--report")},
+                          QStringLiteral("--settings"), QStringLiteral("-o"), QStringLiteral("--report"),
+                          QStringLiteral("--engine"), QStringLiteral("--classic-params")},
                          {QStringLiteral("--exclude-masked"), QStringLiteral("--rigid"), QStringLiteral("--scale"),
                           QStringLiteral("--cartoon")});
     const bool fromExchange = !args.value(QStringLiteral("--exchange")).isEmpty();
@@ -184,6 +189,26 @@ int runWelk(const QStringList& words)
                                               "[options]; see zwelk-batch --help")
                              : QStringLiteral("zwelk-batch welk: ") + args.error());
         return ExitUsage;
+    }
+
+    const QString engine = args.flag(QStringLiteral("--cartoon")) ? QStringLiteral("cartoon")
+                           : args.value(QStringLiteral("--engine")).isEmpty() ? QStringLiteral("fast")
+                                                                               : args.value(QStringLiteral("--engine"));
+    if (engine != QLatin1String("fast") && engine != QLatin1String("cartoon") && engine != QLatin1String("classic")) {
+        printError(QStringLiteral("zwelk-batch welk: unknown engine '%1' (fast, cartoon or classic)").arg(engine));
+        return ExitUsage;
+    }
+    Welk::WelkingParameters classicParameters;
+    if (!args.value(QStringLiteral("--classic-params")).isEmpty()) {
+        QString paramsError;
+        if (!Welk::WelkingParameters::load(args.value(QStringLiteral("--classic-params")), classicParameters, paramsError)) {
+            printError(paramsError);
+            return ExitFailed;
+        }
+    }
+    if (engine == QLatin1String("classic") && !classicParameters.validate().isEmpty()) {
+        printError(classicParameters.validate());
+        return ExitFailed;
     }
 
     TerminalProgress progress;
@@ -239,43 +264,82 @@ int runWelk(const QStringList& words)
                     excluded[models.base->vertexIndices()[c]] = 1;
     }
 
-    clock.restart();
-    std::vector<WelkingAcceleratedVersion::Vertex> vertices;
-    for (const QVector3D& v : models.base->vertices())
-        vertices.emplace_back(v.x(), v.y(), v.z());
-    const std::vector<long long> triangles(models.base->triangleVertexIndices().begin(),
-                                           models.base->triangleVertexIndices().end());
-    EmbeddedGraphCreator::EmbeddedGraphCreationCallback graphCallback{&progress};
-    auto levels = WelkingAcceleratedVersion::buildEmbeddedGraph(settings.sampling, vertices, triangles, &graphCallback);
-    stages[QStringLiteral("graph levels")] = double(clock.nsecsElapsed()) / 1e9;
-    QJsonArray nodeCounts;
-    for (const auto& level : levels)
-        nodeCounts.append(qint64(level.nodes.size()));
-
-    clock.restart();
-    const bool cartoon = args.flag(QStringLiteral("--cartoon"));
-    std::unique_ptr<WelkingAcceleratedVersion::WelkingWorker> fit;
-    if (cartoon)
-        fit = std::make_unique<CartoonWelking::CartoonWelkingWorker>(
-            models.base->vertices(), models.base->triangleVertexIndices(), transform, models.target->vertices(),
-            models.target->normals(), QMatrix4x4(), models.target->triangleVertexIndices(), basePoints, targetPoints,
-            excluded, std::move(levels), settings.accelerated, settings.rigidity, 100.0f, &progress);
-    else
-        fit = std::make_unique<WelkingAcceleratedVersion::FastWelkingWorker>(
-            models.base->vertices(), models.base->triangleVertexIndices(), transform, models.target->vertices(),
-            models.target->normals(), QMatrix4x4(), models.target->triangleVertexIndices(), basePoints, targetPoints,
-            excluded, std::move(levels), settings.accelerated, 100.0f, &progress);
-    WelkingAcceleratedVersion::WelkingWorker& worker = *fit;
     QVector<QVector3D> welked;
-    QObject::connect(&worker, &WelkingAcceleratedVersion::WelkingWorker::finished,
-                     [&](QVector<QVector3D> result) { welked = result; });
-    g_runningWorker = &worker;
-    auto previous = std::signal(SIGINT, onInterrupt);
-    worker.start();
-    std::signal(SIGINT, previous);
-    g_runningWorker = nullptr;
-    const bool interrupted = worker.callback().isInterrupted();
-    stages[QStringLiteral("fit")] = double(clock.nsecsElapsed()) / 1e9;
+    QJsonArray nodeCounts;
+    bool interrupted = false;
+    bool fitFailed = false;
+    if (engine == QLatin1String("classic")) {
+        // The classic fit builds its own graph levels from its settings.
+        clock.restart();
+        Welk::ClassicWelkingInput input;
+        input.vertices = models.base->vertices();
+        input.triangles = models.base->triangleVertexIndices();
+        input.transform = transform;
+        input.targetVertices = models.target->vertices();
+        input.targetNormals = models.target->normals();
+        input.targetTriangles = models.target->triangleVertexIndices();
+        input.basePoints = basePoints;
+        input.targetPoints = targetPoints;
+        for (quint8 e : excluded)
+            input.mask.append(e != 0);
+        input.parameters = classicParameters;
+        g_runningProgress = &progress;
+        auto previous = std::signal(SIGINT, onInterrupt);
+        const Welk::ClassicWelkingResult classic = Welk::runClassicWelking(input, &progress);
+        std::signal(SIGINT, previous);
+        g_runningProgress = nullptr;
+        // A fit that stopped on bad numbers still writes the last good shape.
+        if (!classic.error.isEmpty()) {
+            printError(classic.error);
+            fitFailed = true;
+        }
+        welked = classic.vertices;
+        interrupted = classic.interrupted;
+        for (int count : classic.levelNodeCounts)
+            nodeCounts.append(count);
+        double graphSeconds = 0;
+        for (const auto& stage : progress.stages())
+            if (stage.first == QLatin1String("Building nodes"))
+                graphSeconds += stage.second;
+        stages[QStringLiteral("graph levels")] = graphSeconds;
+        stages[QStringLiteral("fit")] = double(clock.nsecsElapsed()) / 1e9 - graphSeconds;
+    } else {
+        clock.restart();
+        std::vector<WelkingAcceleratedVersion::Vertex> vertices;
+        for (const QVector3D& v : models.base->vertices())
+            vertices.emplace_back(v.x(), v.y(), v.z());
+        const std::vector<long long> triangles(models.base->triangleVertexIndices().begin(),
+                                               models.base->triangleVertexIndices().end());
+        EmbeddedGraphCreator::EmbeddedGraphCreationCallback graphCallback{&progress};
+        auto levels = WelkingAcceleratedVersion::buildEmbeddedGraph(settings.sampling, vertices, triangles, &graphCallback);
+        stages[QStringLiteral("graph levels")] = double(clock.nsecsElapsed()) / 1e9;
+        for (const auto& level : levels)
+            nodeCounts.append(qint64(level.nodes.size()));
+
+        clock.restart();
+        const bool cartoon = engine == QLatin1String("cartoon");
+        std::unique_ptr<WelkingAcceleratedVersion::WelkingWorker> fit;
+        if (cartoon)
+            fit = std::make_unique<CartoonWelking::CartoonWelkingWorker>(
+                models.base->vertices(), models.base->triangleVertexIndices(), transform, models.target->vertices(),
+                models.target->normals(), QMatrix4x4(), models.target->triangleVertexIndices(), basePoints, targetPoints,
+                excluded, std::move(levels), settings.accelerated, settings.rigidity, 100.0f, &progress);
+        else
+            fit = std::make_unique<WelkingAcceleratedVersion::FastWelkingWorker>(
+                models.base->vertices(), models.base->triangleVertexIndices(), transform, models.target->vertices(),
+                models.target->normals(), QMatrix4x4(), models.target->triangleVertexIndices(), basePoints, targetPoints,
+                excluded, std::move(levels), settings.accelerated, 100.0f, &progress);
+        WelkingAcceleratedVersion::WelkingWorker& worker = *fit;
+        QObject::connect(&worker, &WelkingAcceleratedVersion::WelkingWorker::finished,
+                         [&](QVector<QVector3D> result) { welked = result; });
+        g_runningWorker = &worker;
+        auto previous = std::signal(SIGINT, onInterrupt);
+        worker.start();
+        std::signal(SIGINT, previous);
+        g_runningWorker = nullptr;
+        interrupted = worker.callback().isInterrupted();
+        stages[QStringLiteral("fit")] = double(clock.nsecsElapsed()) / 1e9;
+    }
     for (const auto& stage : progress.stages())
         if (stage.first.startsWith(QLatin1String("Welking (")))
             stages[stage.first] = stage.second;
@@ -321,7 +385,7 @@ int runWelk(const QStringList& words)
     const QVector<QVector3D> before = GeomStack::transformedVertices(transform, models.base->vertices());
     const int flipped = flippedTriangles(*models.base, before, result);
 
-    QJsonObject report{{QStringLiteral("fit"), cartoon ? QStringLiteral("cartoon") : QStringLiteral("fast")},
+    QJsonObject report{{QStringLiteral("fit"), engine},
                        {QStringLiteral("interrupted"), interrupted},
                        {QStringLiteral("baseVertices"), models.base->vertexCount()},
                        {QStringLiteral("targetTriangles"), models.target->triangleCount()},
@@ -344,7 +408,7 @@ int runWelk(const QStringList& words)
         }
     }
     printOut(QString::fromUtf8(json));
-    return ExitOk;
+    return fitFailed ? ExitFailed : ExitOk;
 }
 
 } // namespace ZWelkBatch

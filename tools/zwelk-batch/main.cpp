@@ -30,14 +30,18 @@ Commands:
 
   welk --base A --target B -o OUT    or    welk --exchange DIR
            [--points-base F --points-target F] [--rigid] [--scale]
-           [--exclude-masked] [--cartoon] [--settings F.ini] [--report F.json]
+           [--exclude-masked] [--engine fast|cartoon|classic] [--cartoon]
+           [--settings F.ini] [--classic-params F.json] [--report F.json]
       Fits the basemesh A (OBJ or GoZ) onto the target B with the fast fit
       and writes OUT (OBJ, or GoZ by its extension); with --exchange the
       plug-in's folder is read and the result written back as Done does.
       Point files pair landmarks (side by side, in order); --rigid and
       --scale first align the basemesh by those pairs. --exclude-masked
       leaves vertices of polygons masked in ZBrush out of matching.
-      --cartoon runs the cartoon fit, whose nodes may shear and scale.
+      --cartoon (or --engine cartoon) runs the cartoon fit, whose nodes may
+      shear and scale; --engine classic runs the double-precision reference
+      fit with a direct solve, its settings from --classic-params (a JSON
+      object; missing keys read as 0).
       Prints a report (stage times, distances result->target and back,
       landmark errors, flipped triangles); Ctrl+C stops the fit at the next
       step and still writes the shape reached.
