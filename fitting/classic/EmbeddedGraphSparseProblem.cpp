@@ -180,7 +180,8 @@ void EmbeddedGraphSparseProblem::fillResiduals(const Vector& x, Vector& r)
 {
     const int n = nodeCount();
     deform(x);
-    r.resize(residualCount());
+    if (r.size() != residualCount())
+        r.resize(residualCount());
     int row = 0;
     for (size_t k = 0; k < m_sources.size(); ++k) {
         const Vector3 d = m_deformed[size_t(m_sources[k])] - m_targetPoints[k];
@@ -216,9 +217,8 @@ EmbeddedGraphSparseProblem::Vector EmbeddedGraphSparseProblem::residuals(const V
 void EmbeddedGraphSparseProblem::evaluateValue(const Vector& x, double& value, WNewton::Timings* timings)
 {
     const auto start = std::chrono::steady_clock::now();
-    Vector r;
-    fillResiduals(x, r);
-    value = 0.5 * r.squaredNorm();
+    fillResiduals(x, m_residuals);
+    value = 0.5 * m_residuals.squaredNorm();
     if (timings)
         timings->emplace_back("t(f)", secondsSince(start));
 }
@@ -246,8 +246,8 @@ void EmbeddedGraphSparseProblem::evaluateAll(const Vector& x, double& value, Vec
 {
     auto start = std::chrono::steady_clock::now();
     const int n = nodeCount();
-    Vector r;
-    fillResiduals(x, r);
+    fillResiduals(x, m_residuals);
+    const Vector& r = m_residuals;
     value = 0.5 * r.squaredNorm();
     if (timings)
         timings->emplace_back("t(f)", secondsSince(start));
@@ -271,7 +271,9 @@ void EmbeddedGraphSparseProblem::evaluateAll(const Vector& x, double& value, Vec
     }
     double* values = hessian.valuePtr();
     std::fill(values, values + m_inner.size(), 0.0);
-    gradient.setZero(columns);
+    if (gradient.size() != columns)
+        gradient.resize(columns);
+    gradient.setZero();
     auto addGradient = [&](int node, const Eigen::Matrix<double, 6, 1>& g) {
         gradient.segment<3>(3 * node) += g.head<3>();
         gradient.segment<3>(3 * n + 3 * node) += g.tail<3>();

@@ -95,6 +95,8 @@ private:
     std::vector<std::array<int, 3>> m_controlTriangles;
     std::vector<Vector3> m_controlBarycentrics;
     double m_wPoint, m_wPlane, m_wSmooth, m_wControl;
+    /// Kept between evaluations: it runs to millions of entries on fine levels.
+    Vector m_residuals;
 
     // Per node: rotation, its three derivatives.
     std::vector<Eigen::Matrix3d> m_rotations;
