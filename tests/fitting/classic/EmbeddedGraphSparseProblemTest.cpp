@@ -212,3 +212,20 @@ TEST(EmbeddedGraphSparseProblem, SolveRecoversAKnownGraphDeformation)
     const int n = problem.nodeCount();
     EXPECT_NEAR(nodes[0].x(), s.nodes[0].x() + x[3 * n], 1e-5);
 }
+
+TEST(EmbeddedGraphSparseProblem, NonFiniteTargetsEndTheSolve)
+{
+    const Fixture s;
+    EmbeddedGraphSparseProblem problem = s.problem();
+    std::vector<Vector3> targets(s.vertices.begin(), s.vertices.end());
+    targets[3] = Vector3(std::nan(""), 0.0, 0.0);
+    std::vector<int> sources;
+    for (int v = 0; v < int(targets.size()); ++v)
+        sources.push_back(v);
+    Eigen::VectorXd x = Eigen::VectorXd::Zero(problem.variableCount());
+    QVector<QVector3D> vertices, nodes;
+    // Returns (no endless damping loop), with whatever the solve left.
+    deform(problem, x, sources, targets, std::vector<Vector3>(targets.size(), Vector3(0, 0, 1)), vertices, nodes,
+           1000, std::nan(""));
+    EXPECT_EQ(vertices.size(), int(s.vertices.size()));
+}
