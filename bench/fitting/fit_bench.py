@@ -1,9 +1,12 @@
 #!/usr/bin/env python3
-"""The fast fit on the shared data pairs and on generated pairs of three
+"""The fits on the shared data pairs and on generated pairs of three
 target densities, through zwelk-batch; prints a Markdown table of stage
-times, peak memory and distances.
+times, peak memory and distances. The classic fit (the double-precision
+reference with a direct solve) runs on the shared pairs and the stylised
+demo, beside the fast and cartoon fits of the same run.
 
     bench/fitting/fit_bench.py [--build build] [--data ../shared/data] [--skip-demo]
+                               [--engines fast,cartoon,classic]
 """
 import argparse
 import json
@@ -23,11 +26,11 @@ PAIRS = [
 DEMO = [("demo 38k v -> 82k tri", 80, 6), ("demo 38k v -> 1.3M tri", 80, 8), ("demo 38k v -> 5.2M tri", 80, 9)]
 
 
-def welk(batch, base, target, workdir, cartoon=False):
+def welk(batch, base, target, workdir, engine="fast"):
     out = os.path.join(workdir, "out.obj")
     report = os.path.join(workdir, "report.json")
-    run = subprocess.run([batch, "welk", "--base", base, "--target", target, "-o", out, "--report", report]
-                         + (["--cartoon"] if cartoon else []), capture_output=True, text=True)
+    run = subprocess.run([batch, "welk", "--base", base, "--target", target, "-o", out, "--report", report,
+                          "--engine", engine], capture_output=True, text=True)
     if run.returncode != 0:
         raise RuntimeError(run.stderr)
     with open(report) as f:
@@ -77,7 +80,11 @@ def main():
     parser.add_argument("--build", default="build")
     parser.add_argument("--data", default=os.path.join(os.path.dirname(__file__), "../../../shared/data"))
     parser.add_argument("--skip-demo", action="store_true")
+    parser.add_argument("--engines", default="fast,cartoon,classic",
+                        help="comma-separated engines for the shared pairs and the stylised demo")
     args = parser.parse_args()
+    engines = [e for e in args.engines.split(",") if e]
+    label = lambda name, engine: name if engine == "fast" else f"{name} ({engine})"
     batch = os.path.join(args.build, "tools/zwelk-batch/zwelk-batch")
     print("| pair | base vertices | target triangles | load s | graph s | levels s | total s | peak MB | "
           "result->target mean / RMS / p95 / max, % diag | target->result mean / RMS / p95 / max, % diag | flipped | "
@@ -87,10 +94,10 @@ def main():
         for name, base, target, truth in PAIRS:
             b, t = os.path.join(args.data, base), os.path.join(args.data, target)
             if os.path.exists(b) and os.path.exists(t):
-                for cartoon in (False, True):
-                    report = welk(batch, b, t, work, cartoon)
+                for engine in engines:
+                    report = welk(batch, b, t, work, engine)
                     gt = ground_truth(os.path.join(work, "out.obj"), os.path.join(args.data, truth)) if truth else None
-                    print(row(name + (" (cartoon)" if cartoon else ""), report, diagonal(t), gt), flush=True)
+                    print(row(label(name, engine), report, diagonal(t), gt), flush=True)
         # A stylised target: the demo scan sheared and scaled unevenly.
         cache = os.path.expanduser(os.environ.get("ZWELK_BENCH_CACHE", "~/.cache/zwelk-bench"))
         folder = os.path.join(cache, "demo-24-6")
@@ -104,9 +111,9 @@ def main():
                         x, y, z = (float(v) for v in line.split()[1:4])
                         line = f"v {1.5 * x + 0.3 * y:.6f} {0.8 * y:.6f} {1.2 * z:.6f}\n"
                     dst.write(line)
-        for cartoon in (False, True):
-            report = welk(batch, os.path.join(folder, "base.obj"), stylised, work, cartoon)
-            print(row("stylised demo" + (" (cartoon)" if cartoon else ""), report, diagonal(stylised)), flush=True)
+        for engine in engines:
+            report = welk(batch, os.path.join(folder, "base.obj"), stylised, work, engine)
+            print(row(label("stylised demo", engine), report, diagonal(stylised)), flush=True)
         if args.skip_demo:
             return
         for name, resolution, subdivisions in DEMO:

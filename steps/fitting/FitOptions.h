@@ -2,6 +2,8 @@
 
 #include "WelkingSettingsFile.h"
 
+#include "fitting/classic/WelkingParameters.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -13,6 +15,7 @@ enum class FitEngine
 {
     Fast,
     Cartoon,
+    Classic, ///< the double-precision reference fit with a direct solve
 };
 
 /// "fast", "cartoon": the names the command line and reports use.
@@ -45,6 +48,8 @@ struct FitOptions
     /// both ways, folded triangles, landmark errors); a stopped fit is not
     /// measured, so that it hands back its shape at once.
     bool measure = false;
+    /// The classic fit's own settings (it builds its graph from them).
+    Welk::WelkingParameters classicParameters;
 };
 
 } // namespace WelkPlugin

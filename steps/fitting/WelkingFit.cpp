@@ -3,6 +3,7 @@
 #include "fitting/accelerated/CartoonWelkingWorker.h"
 #include "fitting/accelerated/EmbeddedGraphSampler.h"
 #include "fitting/accelerated/WelkingWorker.h"
+#include "fitting/classic/ClassicWelking.h"
 #include "fitting/classic/ICPRoutine.h"
 #include "geometry/ProgressInterface.h"
 
@@ -177,6 +178,56 @@ void WelkingFit::fail(const QString& error)
     Q_EMIT finished();
 }
 
+void WelkingFit::runClassic()
+{
+    const QString invalid = m_options.classicParameters.validate();
+    if (!invalid.isEmpty()) {
+        fail(invalid);
+        return;
+    }
+    QElapsedTimer clock;
+    clock.start();
+    const GeomStackTriangulated& base = m_input.base;
+    const GeomStackTriangulated& target = m_input.target;
+    Welk::ClassicWelkingInput input;
+    input.vertices = base.vertices();
+    input.triangles = base.triangleVertexIndices();
+    input.transform = m_transform;
+    input.targetVertices = target.vertices();
+    input.targetNormals = target.normals();
+    input.targetTriangles = target.triangleVertexIndices();
+    input.basePoints = m_input.basePoints;
+    input.targetPoints = m_input.targetPoints;
+    const QVector<quint8> excluded = excludedVertices();
+    input.mask.resize(excluded.size());
+    for (int v = 0; v < excluded.size(); ++v)
+        input.mask[v] = excluded[v] != 0;
+    input.parameters = m_options.classicParameters;
+    input.normalisedSize = m_options.normalisedSize;
+    // The classic fit builds its own graph levels from its settings.
+    const Welk::ClassicWelkingResult classic = Welk::runClassicWelking(input, m_progress.get());
+    m_result.seconds.append({QStringLiteral("fit"), double(clock.nsecsElapsed()) / 1e9});
+    m_result.graphNodes = classic.levelNodeCounts;
+    if (!classic.error.isEmpty() && classic.vertices.size() != base.vertexCount()) {
+        fail(classic.error);
+        return;
+    }
+    m_result.error = classic.error;
+    m_result.welked = classic.vertices;
+    m_result.vertices = GeomStack::transformedVertices(m_transform, classic.vertices);
+    m_result.status = classic.interrupted || m_progress->isCancelled() ? FitResult::Interrupted
+                      : classic.error.isEmpty()                       ? FitResult::Finished
+                                                                      : FitResult::Failed;
+    if (m_options.measure && m_result.status == FitResult::Finished) {
+        clock.restart();
+        m_result.report = measureFit(base, alignedBase(), m_result.vertices, target, m_input.basePoints,
+                                     m_input.targetPoints);
+        m_result.measured = true;
+        m_result.seconds.append({QStringLiteral("measure"), double(clock.nsecsElapsed()) / 1e9});
+    }
+    Q_EMIT finished();
+}
+
 void WelkingFit::run()
 {
     m_result = FitResult();
@@ -190,6 +241,10 @@ void WelkingFit::run()
     clock.start();
     const GeomStackTriangulated& base = m_input.base;
     const GeomStackTriangulated& target = m_input.target;
+    if (m_options.engine == FitEngine::Classic) {
+        runClassic();
+        return;
+    }
 
     std::vector<WelkingAcceleratedVersion::Vertex> vertices;
     vertices.reserve(size_t(base.vertexCount()));

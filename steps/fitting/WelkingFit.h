@@ -141,6 +141,7 @@ signals:
 private:
     class Progress;
     void fail(const QString& error);
+    void runClassic();
 
     FitInput m_input;
     FitOptions m_options;

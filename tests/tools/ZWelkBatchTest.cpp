@@ -268,3 +268,50 @@ TEST_F(ZWelkBatchTest, InterruptedWelkStillWritesTheShapeReached)
     EXPECT_TRUE(error.isEmpty()) << error.toStdString();
     EXPECT_EQ(fitted.vertexCount(), 6 * 60 * 60 + 2);
 }
+
+TEST_F(ZWelkBatchTest, ClassicEngineThroughTheExchangeAndItsSettings)
+{
+    const QString meshes = path(QStringLiteral("meshes"));
+    ASSERT_EQ(zwelkBatch({QStringLiteral("demo-models"), meshes, QStringLiteral("--base-resolution"),
+                          QStringLiteral("6"), QStringLiteral("--scan-subdivisions"), QStringLiteral("3")})
+                  .code,
+              0);
+    const QString folder = path(QStringLiteral("exchange"));
+    ASSERT_EQ(zwelkBatch({QStringLiteral("exchange"), meshes + QStringLiteral("/base.obj"),
+                          meshes + QStringLiteral("/scan.obj"), QStringLiteral("--folder"), folder})
+                  .code,
+              0);
+
+    // Settings that cannot run are refused before anything is written.
+    const QString partial = path(QStringLiteral("partial.json"));
+    QFile file(partial);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(R"({"nNodesToUse": 8, "samplingMinMultiplier": 0.2})");
+    file.close();
+    const BatchRun refused = zwelkBatch({QStringLiteral("welk"), QStringLiteral("--exchange"), folder,
+                                         QStringLiteral("--engine"), QStringLiteral("classic"),
+                                         QStringLiteral("--classic-params"), partial});
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_TRUE(refused.err.contains(QStringLiteral("nSubdivisions"))) << refused.err.toStdString();
+    EXPECT_FALSE(QFile::exists(folder + QStringLiteral("/import.txt")));
+    EXPECT_EQ(zwelkBatch({QStringLiteral("welk"), QStringLiteral("--exchange"), folder, QStringLiteral("--engine"),
+                          QStringLiteral("slow")})
+                  .code,
+              2);
+
+    const QString report = path(QStringLiteral("report.json"));
+    const BatchRun run = zwelkBatch({QStringLiteral("welk"), QStringLiteral("--exchange"), folder,
+                                     QStringLiteral("--engine"), QStringLiteral("classic"), QStringLiteral("--report"),
+                                     report});
+    ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    const QJsonObject json = QJsonDocument::fromJson(TestSupport::readFile(report)).object();
+    EXPECT_EQ(json[QStringLiteral("fit")].toString(), QStringLiteral("classic"));
+    EXPECT_EQ(json[QStringLiteral("graphNodes")].toArray().size(), 3);
+    EXPECT_LT(json[QStringLiteral("resultToTarget")].toObject()[QStringLiteral("mean")].toDouble(), 0.1);
+    EXPECT_TRUE(QFile::exists(folder + QStringLiteral("/import.txt")));
+    GoZFile before, after;
+    ASSERT_TRUE(before.read(folder + QStringLiteral("/Files/1_base.GoZ")));
+    ASSERT_TRUE(after.read(folder + QStringLiteral("/Files/base.GoZ")));
+    EXPECT_EQ(after.polygons, before.polygons);
+    EXPECT_NE(after.vertices, before.vertices);
+}

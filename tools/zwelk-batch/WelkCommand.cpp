@@ -51,9 +51,14 @@ Models:
   --exchange DIR          read and write an exchange folder instead
 
 Fit:
-  --engine fast|cartoon   fast (default): nodes rotate and move; cartoon:
-                          nodes may also shear and scale, for stylised targets
+  --engine fast|cartoon|classic
+                          fast (default): nodes rotate and move; cartoon:
+                          nodes may also shear and scale, for stylised targets;
+                          classic: the double-precision reference fit with a
+                          direct solve (much slower)
   --cartoon               the same as --engine cartoon
+  --classic-params F.json the classic fit's settings (a JSON object; missing
+                          keys read as 0)
   --settings FILE.ini     fit settings (group "welkingSettings"); missing
                           keys keep their defaults
   --exclude-masked        leave vertices of polygons masked in ZBrush out of
@@ -287,7 +292,7 @@ int runWelk(const QStringList& words)
                           QStringLiteral("--points-base"), QStringLiteral("--points-target"),
                           QStringLiteral("--landmarks-base"), QStringLiteral("--landmarks-target"),
                           QStringLiteral("--engine"), QStringLiteral("--settings"), QStringLiteral("-o"),
-                          QStringLiteral("--report")},
+                          QStringLiteral("--report"), QStringLiteral("--classic-params")},
                          {QStringLiteral("--exclude-masked"), QStringLiteral("--rigid"), QStringLiteral("--scale"),
                           QStringLiteral("--cartoon"), QStringLiteral("--json"), QStringLiteral("--force")});
     const auto usageError = [](const QString& text) {
@@ -362,6 +367,15 @@ int runWelk(const QStringList& words)
     const QString settingsPath = args.value(QStringLiteral("--settings"));
     if (!settingsPath.isEmpty() && !WelkingSettingsFile::load(settingsPath, options.settings, error)) {
         printError(error);
+        return ExitFailed;
+    }
+    const QString classicPath = args.value(QStringLiteral("--classic-params"));
+    if (!classicPath.isEmpty() && !Welk::WelkingParameters::load(classicPath, options.classicParameters, error)) {
+        printError(error);
+        return ExitFailed;
+    }
+    if (options.engine == FitEngine::Classic && !options.classicParameters.validate().isEmpty()) {
+        printError(options.classicParameters.validate());
         return ExitFailed;
     }
     options.rigid = args.flag(QStringLiteral("--rigid"));
