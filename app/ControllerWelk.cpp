@@ -31,6 +31,7 @@ ControllerWelk::ControllerWelk(ZMainWindow* window, std::shared_ptr<ModelsData> 
         const ModuleContainerBase* pages[] = {m_points, m_splines, m_welking};
         if (index >= 0 && index < 3)
             m_window->setHint(hintToRichText(pages[index]->hint()));
+        m_points->setActive(index == 0);
         if (index == 2)
             m_welking->enter();
     };

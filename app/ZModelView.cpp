@@ -208,6 +208,7 @@ void ZModelView::setVertices(const QVector<QVector3D>& vertices)
     m_data->setVertices(vertices);
     if (m_viewport)
         m_viewport->update();
+    Q_EMIT verticesShown(vertices);
 }
 
 void ZModelView::resetVertices()

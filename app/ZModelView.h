@@ -85,6 +85,8 @@ public slots:
     void fitToView();
 
 signals:
+    /// The positions drawn now (after `setVertices` or `resetVertices`).
+    void verticesShown(const QVector<QVector3D>& vertices);
     void wireframeToggled(bool visible);
     void textureToggled(bool visible);
     void lightingToggled(bool enabled);

@@ -1,0 +1,107 @@
+#include "PointPickContext.h"
+
+#include "WCamera3D.h"
+#include "ZGLViewport.h"
+#include "ZModelView.h"
+
+#include "steps/points/PointSelectionModel.h"
+
+#include <QMouseEvent>
+
+namespace WelkPlugin {
+
+PointPickContext::PointPickContext(ZModelView* view, int side, PointSelectionModel* model)
+    : WContext(view->viewport()), m_view(view), m_side(side), m_model(model)
+{
+}
+
+void PointPickContext::rayAt(const QPointF& p, QVector3D& origin, QVector3D& direction) const
+{
+    const QSize size = viewport()->size();
+    const Welk::WCamera3D& camera = m_view->camera();
+    const QMatrix4x4 inverse =
+        (camera.projectionMatrix(Welk::WCamera::aspectOf(size)) * camera.viewMatrix()).inverted();
+    const float x = static_cast<float>(2.0 * p.x() / std::max(1, size.width()) - 1.0);
+    const float y = static_cast<float>(1.0 - 2.0 * p.y() / std::max(1, size.height()));
+    const QVector3D nearPoint = inverse.map(QVector3D(x, y, -1.0f));
+    const QVector3D farPoint = inverse.map(QVector3D(x, y, 1.0f));
+    origin = nearPoint;
+    direction = (farPoint - nearPoint).normalized();
+}
+
+Welk::WPointOnTriangle PointPickContext::pickAt(const QPointF& p) const
+{
+    QVector3D origin, direction;
+    rayAt(p, origin, direction);
+    return m_model->pick(m_side, origin, direction);
+}
+
+int PointPickContext::markerAt(const QPointF& p, float radius) const
+{
+    const int count = m_model->points(m_side).size();
+    if (count == 0)
+        return -1;
+    QVector<QVector3D> positions(count);
+    for (int i = 0; i < count; ++i)
+        positions[i] = m_model->position(m_side, i);
+    QVector<QPoint> pixels;
+    Welk::WCamera::project(m_view->camera(), positions, viewport()->size(), pixels);
+    int best = -1;
+    float bestDistance = radius;
+    for (int i = 0; i < count; ++i) {
+        const float d = static_cast<float>(QLineF(p, QPointF(pixels[i])).length());
+        if (d <= bestDistance) {
+            best = i;
+            bestDistance = d;
+        }
+    }
+    return best;
+}
+
+bool PointPickContext::onMousePress(QMouseEvent* event)
+{
+    if (!m_enabled || event->button() != Qt::LeftButton)
+        return false;
+    const QPointF p = event->localPos();
+    if (event->modifiers() & Qt::ControlModifier) {
+        const int index = markerAt(p);
+        if (index >= 0)
+            m_model->deletePoint(m_side, index);
+        return true;
+    }
+    const int index = markerAt(p);
+    if (index >= 0) {
+        m_pressed = m_model->beginSlide(m_side, index);
+        return true;
+    }
+    const Welk::WPointOnTriangle hit = pickAt(p);
+    if (!hit.isValid())
+        return true;
+    QString error;
+    if (!m_model->addPoint(m_side, hit, &error))
+        Q_EMIT refused(error);
+    return true;
+}
+
+bool PointPickContext::onMouseMove(QMouseEvent* event)
+{
+    if (!m_pressed || !m_model->isSliding())
+        return false;
+    const Welk::WPointOnTriangle hit = pickAt(event->localPos());
+    // Off the surface, or on a masked polygon, the point waits where it is.
+    if (hit.isValid())
+        m_model->slideTo(hit);
+    return true;
+}
+
+bool PointPickContext::onMouseRelease(QMouseEvent* event)
+{
+    if (!m_pressed || event->button() != Qt::LeftButton)
+        return false;
+    m_pressed = false;
+    if (m_model->isSliding())
+        m_model->endSlide();
+    return true;
+}
+
+} // namespace WelkPlugin
