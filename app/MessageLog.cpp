@@ -30,10 +30,10 @@ void writeMessage(QtMsgType type, const QMessageLogContext&, const QString& mess
         level = "fatal";
         break;
     }
-    const QByteArray line = QStringLiteral("%1 [%2] %3\n")
-                                .arg(QTime::currentTime().toString(QStringLiteral("HH:mm:ss.zzz")),
-                                     QLatin1String(level), message)
-                                .toLocal8Bit();
+    const QByteArray line =
+        QStringLiteral("%1 [%2] %3\n")
+            .arg(QTime::currentTime().toString(QStringLiteral("HH:mm:ss.zzz")), QLatin1String(level), message)
+            .toLocal8Bit();
     std::fwrite(line.constData(), 1, size_t(line.size()), stderr);
     std::fflush(stderr);
 }

@@ -32,7 +32,8 @@ void VisualOptions::load(QSettings& settings)
 void VisualOptions::save(QSettings& settings) const
 {
     settings.beginGroup(QStringLiteral("viewportVisualSettings"));
-    forEachOption(*this, [&](const char* key, const bool& value) { settings.setValue(QLatin1String(key), value); });
+    forEachOption(*this,
+                  [&](const char* key, const bool& value) { settings.setValue(QLatin1String(key), value); });
     settings.endGroup();
 }
 

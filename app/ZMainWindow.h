@@ -31,7 +31,6 @@ public:
         WarningNoIntersection = 0,
         WarningBasemeshResolution = 1,
         WarningScale = 2, ///< the models' sizes differ by more than 10x
-        WarningUnpairedPoints = 3, ///< the two models hold different numbers of points
     };
 
     ZMainWindow(bool isWelkMode, ApplicationMode mode, QScreen* screen, QWidget* parent = nullptr);

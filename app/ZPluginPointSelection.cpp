@@ -57,21 +57,24 @@ ZPluginPointSelection::ZPluginPointSelection(std::shared_ptr<ModelsData> models,
     auto* grid = new QGridLayout;
     m_undo = panelButton(tr("Undo"), tr("Undo the last point edit (Ctrl+Z)"), this);
     m_redo = panelButton(tr("Redo"), tr("Redo the edit undone last (Ctrl+Shift+Z or Ctrl+Y)"), this);
-    grid->addWidget(m_undo, 0, 0);
-    grid->addWidget(m_redo, 0, 1);
+    grid->addWidget(m_undo, 0, 1);
+    grid->addWidget(m_redo, 0, 2);
     for (int side = 0; side < 2; ++side) {
-        auto* load = panelButton(tr("Load %1 Points").arg(SideNames[side]),
-                                 tr("Replace the %1's points by those of a point file").arg(SideNames[side].toLower()),
-                                 this);
-        auto* save = panelButton(tr("Save %1 Points").arg(SideNames[side]),
-                                 tr("Write the %1's points to a point file").arg(SideNames[side].toLower()), this);
-        grid->addWidget(load, 1 + side, 0);
-        grid->addWidget(save, 1 + side, 1);
+        auto* load = panelButton(
+            tr("Load"), tr("Replace the %1's points by those of a point file").arg(SideNames[side].toLower()),
+            this);
+        auto* save = panelButton(
+            tr("Save"), tr("Write the %1's points to a point file").arg(SideNames[side].toLower()), this);
+        load->setObjectName(QStringLiteral("load%1Points").arg(SideNames[side]));
+        save->setObjectName(QStringLiteral("save%1Points").arg(SideNames[side]));
+        grid->addWidget(new QLabel(SideNames[side], this), 1 + side, 0);
+        grid->addWidget(load, 1 + side, 1);
+        grid->addWidget(save, 1 + side, 2);
         connect(load, &QPushButton::clicked, this, [this, side] { askLoad(side); });
         connect(save, &QPushButton::clicked, this, [this, side] { askSave(side); });
     }
     auto* clear = panelButton(tr("Clear All"), tr("Delete every point on both models"), this);
-    grid->addWidget(clear, 3, 0, 1, 2);
+    grid->addWidget(clear, 3, 1, 1, 2);
     panelLayout()->addLayout(grid);
     m_symmetryBox = new QCheckBox(QStringLiteral("Posable Symmetry"), this);
     m_symmetryBox->setToolTip(tr("Mirror each new point through the mesh's topological symmetry"));
@@ -84,7 +87,8 @@ ZPluginPointSelection::ZPluginPointSelection(std::shared_ptr<ModelsData> models,
     connect(m_symmetryBox, &QCheckBox::toggled, this, &ZPluginPointSelection::setSymmetry);
     for (const QKeySequence& keys : {QKeySequence(Qt::CTRL | Qt::Key_Z)})
         connect(new QShortcut(keys, window), &QShortcut::activated, this, &ZPluginPointSelection::undo);
-    for (const QKeySequence& keys : {QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z), QKeySequence(Qt::CTRL | Qt::Key_Y)})
+    for (const QKeySequence& keys :
+         {QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z), QKeySequence(Qt::CTRL | Qt::Key_Y)})
         connect(new QShortcut(keys, window), &QShortcut::activated, this, &ZPluginPointSelection::redo);
 
     for (int side = 0; side < 2; ++side) {
@@ -107,7 +111,8 @@ ZPluginPointSelection::ZPluginPointSelection(std::shared_ptr<ModelsData> models,
     // Points stay on the shape the left view shows (a fit result, for one).
     connect(window->modelView(0), &ZModelView::verticesShown, this,
             [this](const QVector<QVector3D>& vertices) { m_model->updateVertices(0, vertices); });
-    connect(m_model.get(), &PointSelectionModel::pointsChanged, this, &ZPluginPointSelection::onPointsChanged);
+    connect(m_model.get(), &PointSelectionModel::pointsChanged, this,
+            &ZPluginPointSelection::onPointsChanged);
     onPointsChanged();
 }
 
@@ -115,8 +120,9 @@ ZPluginPointSelection::~ZPluginPointSelection() = default;
 
 QString ZPluginPointSelection::hint() const
 {
-    return tr("*Left click* adds a point, *drag* slides it, *Ctrl* + click deletes it; *Ctrl+Z* undoes. "
-              "*F* fits the view, *S* snaps to the nearest axis; right drag rotates, *Alt* + right drag pans.");
+    return tr(
+        "*Left click* adds a point, *drag* slides it, *Ctrl* + click deletes it; *Ctrl+Z* undoes. "
+        "*F* fits the view, *S* snaps to the nearest axis; right drag rotates, *Alt* + right drag pans.");
 }
 
 void ZPluginPointSelection::setActive(bool active)
@@ -156,12 +162,15 @@ void ZPluginPointSelection::onPointsChanged()
         if (view->viewport())
             view->viewport()->update();
     }
-    m_counts->setText(tr("%1 pairs, %2 unpaired").arg(m_model->pairCount()).arg(m_model->unpairedCount()));
-    const QString pairing = m_model->pairingMessage();
-    if (pairing.isEmpty())
-        m_window->hideWarning(ZMainWindow::WarningUnpairedPoints);
-    else
-        m_window->showWarning(ZMainWindow::WarningUnpairedPoints, pairing);
+    // Unpaired points are the normal state between two clicks, so they are
+    // counted here rather than raised in the error bar, whose rows would
+    // resize the views under the cursor.
+    const int unpaired = m_model->unpairedCount();
+    m_counts->setText(unpaired == 0 ? tr("%1 pairs").arg(m_model->pairCount())
+                                    : tr("%1 pairs, <span style=\"color:#ffd9a0\">%2 unpaired</span>")
+                                          .arg(m_model->pairCount())
+                                          .arg(unpaired));
+    m_counts->setToolTip(m_model->pairingMessage());
     m_undo->setEnabled(m_model->commands()->canUndo());
     m_redo->setEnabled(m_model->commands()->canRedo());
 }
@@ -175,7 +184,8 @@ void ZPluginPointSelection::showMessage(const QString& text)
 QString ZPluginPointSelection::loadPoints(int side, const QString& path)
 {
     const QString error = m_model->loadPoints(side, path);
-    showMessage(error.isEmpty() ? QString() : QStringLiteral("%1: %2").arg(QFileInfo(path).fileName(), error));
+    showMessage(error.isEmpty() ? QString()
+                                : QStringLiteral("%1: %2").arg(QFileInfo(path).fileName(), error));
     return error;
 }
 
@@ -188,9 +198,9 @@ QString ZPluginPointSelection::savePoints(int side, const QString& path)
 
 void ZPluginPointSelection::askLoad(int side)
 {
-    const QString path = QFileDialog::getOpenFileName(this, tr("Load %1 Points").arg(SideNames[side]),
-                                                      m_models->exchange().filesDirPath(),
-                                                      QStringLiteral("Point files (*.txt *.json);;All files (*)"));
+    const QString path = QFileDialog::getOpenFileName(
+        this, tr("Load %1 Points").arg(SideNames[side]), m_models->exchange().filesDirPath(),
+        QStringLiteral("Point files (*.txt *.json);;All files (*)"));
     if (!path.isEmpty())
         loadPoints(side, path);
 }

@@ -1,9 +1,9 @@
 #include "ZPluginSelectPointPairsWithSplines.h"
 
-
 namespace WelkPlugin {
 
-ZPluginSelectPointPairsWithSplines::ZPluginSelectPointPairsWithSplines(std::shared_ptr<ModelsData> models, QWidget* parent)
+ZPluginSelectPointPairsWithSplines::ZPluginSelectPointPairsWithSplines(std::shared_ptr<ModelsData> models,
+                                                                       QWidget* parent)
     : ModuleContainerBase(tr("Splines"), parent), m_models(std::move(models))
 {
     addSection(tr("Splines"),

@@ -13,7 +13,8 @@ class ZPluginSelectPointPairsWithSplines : public ModuleContainerBase
 {
     Q_OBJECT
 public:
-    explicit ZPluginSelectPointPairsWithSplines(std::shared_ptr<ModelsData> models, QWidget* parent = nullptr);
+    explicit ZPluginSelectPointPairsWithSplines(std::shared_ptr<ModelsData> models,
+                                                QWidget* parent = nullptr);
     QString hint() const override;
 
 private:

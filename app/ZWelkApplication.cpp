@@ -110,14 +110,15 @@ int runZWelk(int& argc, char** argv)
         error = QStringLiteral("OpenGL 2.1 or higher is required to run ZWelk.\nCurrent version: %1.%2")
                     .arg(major)
                     .arg(minor);
-    if (showStartupMessage(QStringLiteral("Unsupported OpenGL version"), error, styleSheet, exchange, splash, true))
+    if (showStartupMessage(QStringLiteral("Unsupported OpenGL version"), error, styleSheet, exchange, splash,
+                           true))
         return 1;
 
     // 8.
     splashMessage(splash, QStringLiteral("Checking utility files"));
     exchange.checkUtilityFiles(error);
-    if (showStartupMessage(QStringLiteral("Folder for temporary files does not exist:"), error, styleSheet, exchange,
-                           splash, true))
+    if (showStartupMessage(QStringLiteral("Folder for temporary files does not exist:"), error, styleSheet,
+                           exchange, splash, true))
         return 1;
 
     // 9.
@@ -134,9 +135,10 @@ int runZWelk(int& argc, char** argv)
     QVector<bool> textureFlags;
     const QFileInfoList files = exchange.getModelFilenames(textureFlags, error);
     if (!exchange.setModelFiles(files)) {
-        if (showStartupMessage(QStringLiteral("Can't find mesh files required to start ZWelk in a directory:"),
-                               exchange.filesDirPath() + QLatin1Char('\n') + exchange.modelFilesProblem(),
-                               styleSheet, exchange, splash, true))
+        if (showStartupMessage(
+                QStringLiteral("Can't find mesh files required to start ZWelk in a directory:"),
+                exchange.filesDirPath() + QLatin1Char('\n') + exchange.modelFilesProblem(), styleSheet,
+                exchange, splash, true))
             return 1;
     }
     error.clear();
@@ -160,8 +162,9 @@ int runZWelk(int& argc, char** argv)
     auto window = std::make_unique<ZMainWindow>(mode == WelkMode, mode, screen);
     window->setWindowTitle(QStringLiteral("ZWelk %1").arg(identity.version));
     window->setStyleSheet(styleSheet);
-    auto controller = std::make_unique<ControllerMain>(QCoreApplication::arguments(), window.get(), models, exchange,
-                                                       visualParams, mode, textureFlags, identity, &glContext);
+    auto controller =
+        std::make_unique<ControllerMain>(QCoreApplication::arguments(), window.get(), models, exchange,
+                                         visualParams, mode, textureFlags, identity, &glContext);
 
     // 15. Growing the window by a pixel after the first show forces the
     // re-layout that the first show leaves undone.

@@ -62,8 +62,9 @@ TEST_F(ModelWarnings, DenseFarBasemeshRaisesBothWarnings)
     ASSERT_TRUE(w.shown[0]);
     ASSERT_TRUE(w.shown[1]);
     EXPECT_EQ(w.text[0], QStringLiteral("The basemesh and reference have no intersections"));
-    EXPECT_EQ(w.text[1], QStringLiteral("The basemesh has higher resolution than the target model. Make sure the "
-                                        "order of subtools is not mixed up."));
+    EXPECT_EQ(w.text[1],
+              QStringLiteral("The basemesh has higher resolution than the target model. Make sure the "
+                             "order of subtools is not mixed up."));
     EXPECT_FALSE(w.computeEnabled);
 }
 

@@ -104,7 +104,8 @@ TEST_F(RunEnd, DoneWritesResultThenImportThenStatusGoes)
     }
     EXPECT_EQ(compared, 9);
 
-    auto settings = WelkPlugin::InstallationSettings::open(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalPath());
+    auto settings =
+        WelkPlugin::InstallationSettings::open(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalPath());
     EXPECT_TRUE(settings->value(QStringLiteral("viewportVisualSettings/wireframeBase")).toBool());
     settings->remove(QStringLiteral("viewportVisualSettings"));
 }

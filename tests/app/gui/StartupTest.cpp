@@ -59,7 +59,8 @@ TEST_F(Startup, EmptyMeshFolderNamesTheFolderAndRemovesStatus)
     EXPECT_EQ(shown.text, QStringLiteral("Can't find mesh files required to start ZWelk in a directory:"));
     EXPECT_TRUE(shown.informativeText.startsWith(QDir(files()).absolutePath() + QStringLiteral("/\n")))
         << shown.informativeText.toStdString();
-    EXPECT_TRUE(shown.informativeText.contains(QStringLiteral("1_* and 2_*"))) << shown.informativeText.toStdString();
+    EXPECT_TRUE(shown.informativeText.contains(QStringLiteral("1_* and 2_*")))
+        << shown.informativeText.toStdString();
     EXPECT_TRUE(shown.statusFileGone);
 }
 
@@ -72,8 +73,9 @@ TEST_F(Startup, UnreadableMeshIsCannotOpenFile)
     ShownBox shown;
     EXPECT_EQ(driver.run({}, closeFirstBox(shown, status())), 1);
     EXPECT_EQ(shown.text, QStringLiteral("Cannot open file"));
-    EXPECT_TRUE(shown.informativeText.startsWith(
-        QStringLiteral("Cannot read GoZ file: \n%1\n").arg(QDir(files()).absoluteFilePath(QStringLiteral("2_b.GoZ")))))
+    EXPECT_TRUE(
+        shown.informativeText.startsWith(QStringLiteral("Cannot read GoZ file: \n%1\n")
+                                             .arg(QDir(files()).absoluteFilePath(QStringLiteral("2_b.GoZ")))))
         << shown.informativeText.toStdString();
     // The reason follows the file's name.
     EXPECT_TRUE(shown.informativeText.contains(QStringLiteral("shorter than a GoZ header")));

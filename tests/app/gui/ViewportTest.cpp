@@ -161,7 +161,8 @@ TEST_F(Viewports, MouseKeysTogglesAndLiveVerticesChangeWhatIsDrawn)
     EXPECT_EQ(seen.indexBuilds, 1);
 
     // The toggles and the sync box are remembered; leave no trace for other tests.
-    auto settings = WelkPlugin::InstallationSettings::open(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalPath());
+    auto settings =
+        WelkPlugin::InstallationSettings::open(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalPath());
     EXPECT_FALSE(settings->value(QStringLiteral("syncViewIsChecked"), true).toBool());
     EXPECT_TRUE(settings->value(QStringLiteral("viewportVisualSettings/wireframeBase")).toBool());
     settings->remove(QStringLiteral("viewportVisualSettings"));
