@@ -41,6 +41,7 @@ ControllerMain::ControllerMain(const QStringList& arguments, ZMainWindow* window
         view->setVisualParams(m_visualParams);
         view->setModel(m_models->geometry(side), m_exchange.meshFileName(side), m_glContext,
                        m_models->texture(side));
+        view->setPolygonMask(m_models->polygonMaskFlags(side));
     }
     ZModelView* base = window->modelView(0);
     ZModelView* scan = window->modelView(1);

@@ -217,11 +217,36 @@ void ZModelView::resetVertices()
         setVertices(m_mesh->vertices());
 }
 
+void ZModelView::setPolygonMask(const QVector<quint8>& polygonMask)
+{
+    m_maskColors.clear();
+    if (!m_mesh || polygonMask.size() != m_mesh->polygonCount())
+        return;
+    QVector<bool> masked(m_mesh->vertexCount(), false);
+    bool any = false;
+    const QVector<int>& offsets = m_mesh->polygonOffsets();
+    const QVector<int>& corners = m_mesh->vertexIndices();
+    for (int p = 0; p < polygonMask.size(); ++p) {
+        if (!(polygonMask[p] & 1))
+            continue;
+        any = true;
+        for (int c = offsets[p]; c < offsets[p + 1]; ++c)
+            masked[corners[c]] = true;
+    }
+    if (!any)
+        return;
+    // ZBrush shows masked parts dark; so do we.
+    m_maskColors.resize(masked.size());
+    for (int v = 0; v < masked.size(); ++v)
+        m_maskColors[v] = masked[v] ? QColor(95, 88, 84) : QColor(200, 185, 170);
+    setVertexColors({});
+}
+
 void ZModelView::setVertexColors(const QVector<QColor>& colors)
 {
     if (!m_data)
         return;
-    m_data->setVertexColors(colors);
+    m_data->setVertexColors(colors.isEmpty() ? m_maskColors : colors);
     if (m_viewport)
         m_viewport->update();
 }

@@ -79,8 +79,11 @@ public slots:
     /// Back to the positions of the mesh as loaded.
     void resetVertices();
     /// Colours the model per vertex (same count as the vertices); an empty
-    /// list goes back to the clay colour.
+    /// list goes back to the model's own look (clay, with masked parts shaded).
     void setVertexColors(const QVector<QColor>& colors);
+    /// Shades the vertices of polygons masked in ZBrush (one byte a polygon,
+    /// non-zero masked); nothing when none is masked.
+    void setPolygonMask(const QVector<quint8>& polygonMask);
     /// Frames the whole model.
     void fitToView();
 
@@ -121,6 +124,7 @@ private:
     Welk::ZGLViewport* m_viewport = nullptr;
     Welk::WContextNavigation2WithGeom* m_navigation = nullptr;
     bool m_fitted = false;
+    QVector<QColor> m_maskColors;
 };
 
 } // namespace WelkPlugin

@@ -42,6 +42,15 @@ ZPluginWelking::ZPluginWelking(std::shared_ptr<ModelsData> models, ZMainWindow* 
     connect(m_controller, &PluginWelkingController::welkingStarted, this, [this] { setBarLocked(true); });
     connect(m_controller, &PluginWelkingController::welkingFinish, this, [this] { setBarLocked(false); });
     connect(this, &ZPluginWelking::barLockedChanged, window, &ZMainWindow::setStepsLocked);
+    const auto showLabels = [window](bool shown) {
+        for (int side = 0; side < 2; ++side) {
+            window->modelView(side)->markers()->setLabelsShown(shown);
+            if (window->modelView(side)->viewport())
+                window->modelView(side)->viewport()->update();
+        }
+    };
+    showLabels(m_controller->showLabels());
+    connect(m_controller, &PluginWelkingController::showLabelsChanged, this, showLabels);
 }
 
 QString ZPluginWelking::hint() const

@@ -97,7 +97,7 @@ void WGLMarkers::rebuild()
         if (m.selected)
             appendQuad(m_vertices, m.position, QRectF(-r - 5, -r - 5, 2 * r + 10, 2 * r + 10), kRing,
                        Qt::white);
-        if (m.label >= 0) {
+        if (m.label >= 0 && m_labelsShown) {
             const QString text = QString::number(m.label);
             const float h = r * (text.size() > 2 ? 1.1f : 1.5f);
             const float w = h * 0.62f;

@@ -42,6 +42,13 @@ public:
         m_dirty = true;
     }
     float radius() const { return m_radius; }
+    /// Numbers on the discs, or plain discs.
+    void setLabelsShown(bool shown)
+    {
+        m_labelsShown = shown;
+        m_dirty = true;
+    }
+    bool labelsShown() const { return m_labelsShown; }
 
     /// The colour of pair `index`: well-separated hues that repeat after a while.
     static QColor pairColor(int index);
@@ -53,6 +60,7 @@ private:
     QVector<float> m_vertices; ///< anchor 3, offset 2, uv 2, tint 4
     float m_radius = 10.0f;
     bool m_dirty = true;
+    bool m_labelsShown = true;
     std::unique_ptr<QOpenGLBuffer> m_buffer;
     std::unique_ptr<QOpenGLShaderProgram> m_program;
     std::unique_ptr<WGLTexture> m_atlas;

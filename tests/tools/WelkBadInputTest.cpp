@@ -216,7 +216,7 @@ TEST_F(WelkBadInput, RefusedBeforeAnythingIsWritten)
              QStringList{QStringLiteral("--points-base"), landmarks2, QStringLiteral("--landmarks-base"), landmarks2},
          2, QStringLiteral("both given")},
         {"unknown engine", QStringList{welk} + files + toOut + QStringList{QStringLiteral("--engine"), QStringLiteral("magic")}, 2,
-         QStringLiteral("unknown engine 'magic' (known: fast, cartoon)")},
+         QStringLiteral("unknown engine 'magic' (known: fast, cartoon, classic)")},
         {"missing basemesh", QStringList{welk, QStringLiteral("--base"), path(QStringLiteral("none.obj")), QStringLiteral("--target"), scan} + toOut,
          1, QStringLiteral("File does not exist")},
         {"mesh of another format", QStringList{welk, QStringLiteral("--base"), landmarks3, QStringLiteral("--target"), scan} + toOut, 1,
