@@ -191,3 +191,52 @@ TEST_F(PointStep, APointFileForAnotherMeshChangesNothingAndSaysWhy)
     EXPECT_EQ(kept, 1);
     EXPECT_EQ(reloaded, 1);
 }
+
+TEST_F(PointStep, MaskedPolygonsAreShadedAndTakeNoPoint)
+{
+    // Two quads side by side; the left one is masked through its corner vertices.
+    using GeometryStack2::GoZFile;
+    using TestSupport::GoZBytes;
+    GoZBytes goz;
+    goz.chunk(GoZFile::TagVertices, 6,
+              GoZBytes::floats({-2, -1, 0, 0, -1, 0, 2, -1, 0, -2, 1, 0, 0, 1, 0, 2, 1, 0}))
+        .chunk(GoZFile::TagQuads, 2, GoZBytes::ints({0, 1, 4, 3, 1, 2, 5, 4}))
+        .chunk(GoZFile::TagPolygonGroups, 2, GoZBytes::shorts({1, 1}))
+        .chunk(GoZFile::TagVertexMask, 6, GoZBytes::shorts({0x1000, 0xFFFF, 0xFFFF, 0x1000, 0xFFFF, 0xFFFF}))
+        .text(GoZFile::TagName, "Plane")
+        .end();
+    const QString base = m_dir.filePath(QStringLiteral("Plane.GoZ"));
+    TestSupport::writeFile(base, goz.bytes());
+    writeExchange(base, saveObj(TestSupport::cube({-3, -3, -1}, {3, 3, 1}), QStringLiteral("scan.obj")));
+    ProgramDriver driver(folder());
+    int afterMaskedClick = -1;
+    int afterFreeClick = -1;
+    double maskedLight = 0, freeLight = 0;
+    const int code = driver.run({}, [&] {
+        ZMainWindow* window = ProgramDriver::mainWindow();
+        if (!window)
+            return false;
+        auto* page = window->findChild<WelkPlugin::ZPluginPointSelection*>();
+        ZModelView* left = window->modelView(0);
+        QWidget* view = left->viewport();
+        const QPoint maskedAt = pixelOf(left, QVector3D(-1.2f, 0, 0));
+        const QPoint freeAt = pixelOf(left, QVector3D(1.2f, 0, 0));
+        const QImage image = left->grabImage();
+        maskedLight = QColor(image.pixel(maskedAt)).lightnessF();
+        freeLight = QColor(image.pixel(freeAt)).lightnessF();
+        click(view, maskedAt);
+        afterMaskedClick = page->model()->points(0).size();
+        click(view, freeAt);
+        afterFreeClick = page->model()->points(0).size();
+        QTimer::singleShot(200, [] {
+            if (QMessageBox* box = ProgramDriver::messageBox())
+                box->button(QMessageBox::Close)->click();
+        });
+        window->cancelButton()->click();
+        return true;
+    });
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(afterMaskedClick, 0) << "a masked polygon takes no point";
+    EXPECT_EQ(afterFreeClick, 1);
+    EXPECT_LT(maskedLight, freeLight - 0.1) << "masked polygons are drawn darker";
+}
