@@ -1,6 +1,7 @@
 #include "ZPluginWelking.h"
 
 #include "ModelsText.h"
+#include "WFrameThrottle.h"
 #include "WGLMarkers.h"
 #include "ZGLViewport.h"
 #include "ZMainWindow.h"
@@ -24,7 +25,25 @@ ZPluginWelking::ZPluginWelking(std::shared_ptr<ModelsData> models, ZMainWindow* 
     m_controller = new PluginWelkingController(m_models, m_widget, settingsDir, this);
 
     ZModelView* base = window->modelView(0);
-    connect(m_controller, &PluginWelkingController::showVertices, base, &ZModelView::setVertices);
+    // A few shapes a second show the fit's progress; more would slow the fit
+    // where OpenGL runs in software.
+    auto* throttle = new Welk::WFrameThrottle(1000, this);
+    connect(m_controller, &PluginWelkingController::showVertices, throttle,
+            [this, throttle](const QVector<QVector3D>& v) {
+                throttle->push(v);
+                if (!m_controller->isRunning())
+                    throttle->flush();
+            });
+    connect(throttle, &Welk::WFrameThrottle::ready, base, &ZModelView::setVertices);
+    connect(m_controller, &PluginWelkingController::welkingStarted, this, [base] {
+        if (base->viewport())
+            base->viewport()->setLightweight(true);
+    });
+    connect(m_controller, &PluginWelkingController::welkingFinish, this, [base, throttle] {
+        throttle->flush();
+        if (base->viewport())
+            base->viewport()->setLightweight(false);
+    });
     connect(m_controller, &PluginWelkingController::vertexColors, base, &ZModelView::setVertexColors);
     connect(m_controller, &PluginWelkingController::showNodes, base, [base](const QVector<QVector3D>& nodes) {
         QVector<Welk::WGLMarkers::Marker> markers;

@@ -172,7 +172,7 @@ WGLFrameData WViewport::frameData()
     frame.frameBufferPool = m_pool.get();
     frame.devicePixelRatio = m_devicePixelRatio;
     frame.frameNumber = m_frameCount;
-    frame.interactive = m_interacting;
+    frame.interactive = m_interacting || m_lightweight;
     return frame;
 }
 
@@ -281,6 +281,14 @@ void WViewport::interactBriefly()
 {
     m_interacting = true;
     m_interactionEnd->start();
+}
+
+void WViewport::setLightweight(bool lightweight)
+{
+    if (m_lightweight == lightweight)
+        return;
+    m_lightweight = lightweight;
+    update();
 }
 
 void WViewport::updateOverlayPlane()

@@ -60,6 +60,9 @@ public:
     /// An interaction of its own for a short while (a wheel step).
     void interactBriefly();
     bool isInteracting() const { return m_interacting; }
+    /// Draws the lighter frames for as long as it is set (a running fit:
+    /// every frame drawn in software is time the fit does not get).
+    void setLightweight(bool lightweight);
     /// Frames drawn so far.
     int frameCount() const { return m_frameCount; }
 
@@ -103,6 +106,7 @@ private:
     QVector<QMetaObject::Connection> m_screenConnections;
     int m_frameCount = 0;
     bool m_interacting = false;
+    bool m_lightweight = false;
     QTimer* m_interactionEnd;
 };
 

@@ -6,6 +6,7 @@
 //   xvfb-run -s "-screen 0 1600x1000x24" build/bench/preview_cost BASE.obj TARGET.obj [--runs N]
 
 #include "WCamera3D.h"
+#include "WFrameThrottle.h"
 #include "WGLDataGeomStackTriangulated.h"
 #include "WGLMaterialCavity.h"
 #include "WGLObjectRenderer.h"
@@ -39,8 +40,8 @@ struct Run
     int shapes = 0;
 };
 
-Run fit(const GeomStackTriangulated& base, const GeomStackTriangulated& target, WGLDataGeomStackTriangulated* data,
-        ZGLViewport* view)
+Run fit(const GeomStackTriangulated& base, const GeomStackTriangulated& target,
+        WGLDataGeomStackTriangulated* data, ZGLViewport* view)
 {
     FitInput input;
     input.base = base;
@@ -51,12 +52,17 @@ Run fit(const GeomStackTriangulated& base, const GeomStackTriangulated& target, 
     Run run;
     QObject::connect(&thread, &QThread::started, job, &WelkingFit::run);
     QObject::connect(job, &WelkingFit::finished, &thread, &QThread::quit);
-    if (data)
-        QObject::connect(job, &WelkingFit::updated, view, [&](const QVector<QVector3D>& vertices) {
+    // As the window does: at most one shape a second, drawn without the shadow.
+    WFrameThrottle throttle(1000);
+    if (data) {
+        view->setLightweight(true);
+        QObject::connect(job, &WelkingFit::updated, &throttle, &WFrameThrottle::push);
+        QObject::connect(&throttle, &WFrameThrottle::ready, view, [&](const QVector<QVector3D>& vertices) {
             data->setVertices(vertices);
             view->update();
             ++run.shapes;
         });
+    }
     QEventLoop loop;
     QObject::connect(&thread, &QThread::finished, &loop, &QEventLoop::quit);
     QElapsedTimer timer;
@@ -65,6 +71,8 @@ Run fit(const GeomStackTriangulated& base, const GeomStackTriangulated& target, 
     loop.exec();
     run.seconds = timer.nsecsElapsed() / 1e9;
     thread.wait();
+    if (view)
+        view->setLightweight(false);
     delete job;
     return run;
 }
@@ -115,15 +123,16 @@ int main(int argc, char** argv)
         without.push_back(a.seconds);
         with.push_back(b.seconds);
         shapes = b.shapes;
-        fmt::print("run {}: without preview {:.2f} s, with preview {:.2f} s ({} shapes drawn)\n", i + 1, a.seconds,
-                   b.seconds, b.shapes);
+        fmt::print("run {}: without preview {:.2f} s, with preview {:.2f} s ({} shapes drawn)\n", i + 1,
+                   a.seconds, b.seconds, b.shapes);
     }
     std::sort(with.begin(), with.end());
     std::sort(without.begin(), without.end());
     const double mw = with[with.size() / 2];
     const double mo = without[without.size() / 2];
-    fmt::print("median: without {:.2f} s, with {:.2f} s, preview cost {:+.1f}% ({} shapes, {} base vertices)\n", mo,
-               mw, 100.0 * (mw - mo) / mo, shapes, base.vertexCount());
+    fmt::print(
+        "median: without {:.2f} s, with {:.2f} s, preview cost {:+.1f}% ({} shapes, {} base vertices)\n", mo,
+        mw, 100.0 * (mw - mo) / mo, shapes, base.vertexCount());
     delete view;
     shared.makeCurrentIfNeeded();
     return 0;
