@@ -9,6 +9,7 @@
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QHBoxLayout>
+#include <QKeySequence>
 #include <QLabel>
 #include <QMenu>
 #include <QProgressBar>
@@ -92,8 +93,10 @@ QWidget* ZMainWindow::buildStepBar()
     m_tabs->setExpanding(false);
     layout->addWidget(m_tabs);
     layout->addStretch(1);
-    m_prev = button(tr("Prev"), tr("Go back to the previous step"), bar);
-    m_next = button(tr("Next"), tr("Go on to the next step"), bar);
+    m_prev = button(tr("Prev"), tr("Go back to the previous step (Alt+Left)"), bar);
+    m_next = button(tr("Next"), tr("Go on to the next step (Alt+Right)"), bar);
+    m_prev->setShortcut(QKeySequence(Qt::ALT | Qt::Key_Left));
+    m_next->setShortcut(QKeySequence(Qt::ALT | Qt::Key_Right));
     m_done = button(tr("Done"), tr("Send the result back to ZBrush and close"), bar);
     m_done->setObjectName(QStringLiteral("doneButton"));
     m_cancel = button(tr("Cancel"), tr("Close without sending anything back to ZBrush"), bar);
