@@ -28,6 +28,17 @@ QOpenGLShaderProgram* WGLMaterial::program(const QString& vertexPath, const QStr
     return m_program.get();
 }
 
+bool WGLMaterial::drawsIndexColors(const WGLData& data, bool enabled)
+{
+    return enabled && data.vertexColors();
+}
+
+bool WGLMaterial::drawsTexture(const WGLData& data, bool enabled, const WGLTextureBase* texture)
+{
+    return enabled && texture && data.texCoords() && data.triangleTexCoordIndices() &&
+           !drawsIndexColors(data, true);
+}
+
 WGLBufferFloat* WGLMaterial::vertexStream(const WGLFrameData& frame, const WGLData& data)
 {
     if (frame.interactive && data.coarseTriangleVertexIndices())

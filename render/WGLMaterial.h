@@ -46,6 +46,11 @@ protected:
     QOpenGLShaderProgram* program(const QString& vertexPath, const QString& fragmentPath,
                                   const QStringList& defines);
     /// Binds a texture buffer to the sampler `name` on `unit`, with its side in `sizeName`.
+    /// Whether a draw of `data` can show `texture` (the mesh has texture
+    /// coordinates and their index stream), and its per-vertex colours;
+    /// colours win over the texture.
+    static bool drawsTexture(const WGLData& data, bool enabled, const WGLTextureBase* texture);
+    static bool drawsIndexColors(const WGLData& data, bool enabled);
     /// The triangle streams to draw: the coarse ones while the camera moves,
     /// when the mesh has them.
     static WGLBufferFloat* vertexStream(const WGLFrameData& frame, const WGLData& data);

@@ -21,11 +21,11 @@ WGLMaterialCavity::~WGLMaterialCavity() = default;
 QStringList WGLMaterialCavity::definesFor(const WGLData& data) const
 {
     QStringList defines;
-    const bool texture = m_textureEnabled && m_texture && data.texCoords() && data.triangleTexCoordIndices();
-    const bool indexColor = m_indexColorEnabled && data.vertexColors();
+    const bool indexColor = drawsIndexColors(data, m_indexColorEnabled);
+    const bool texture = drawsTexture(data, m_textureEnabled, m_texture) && !indexColor;
     if (m_lighting)
         defines << QStringLiteral("isLightingEnabled");
-    if (texture && !indexColor)
+    if (texture)
         defines << QStringLiteral("isTextureEnabled");
     if (indexColor)
         defines << QStringLiteral("isIndexColorEnabled");

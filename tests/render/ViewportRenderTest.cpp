@@ -5,7 +5,11 @@
 #include "WGLDataGeomStackTriangulated.h"
 #include "WGLMarkers.h"
 #include "WGLMaterialCavity.h"
+#include "WGLMaterialSurface.h"
 #include "WGLObjectShadow.h"
+#include "WGLSharedContext.h"
+#include "WGLTexBuffer.h"
+#include "WGLTextureImg.h"
 #include "ZGLBackground.h"
 #include "ZGLViewport.h"
 
@@ -190,4 +194,31 @@ TEST(ViewportRender, DenseMeshesDrawACoarseVersionWhileTheCameraMoves)
     // Small meshes have no coarse version.
     Scene small(RenderTest::sphere(1.0f, 20, 20));
     EXPECT_EQ(small.data().coarseTriangleVertexIndices(), nullptr);
+}
+
+TEST(Materials, TextureSwitchFollowsWhatTheMeshOffers)
+{
+    RenderTest::sharedContext()->makeCurrentIfNeeded();
+    cv::Mat pixels(4, 4, CV_8UC3, cv::Scalar(10, 20, 30));
+    Welk::WGLTextureImg texture{Welk::WImg(pixels)};
+    Welk::WGLDataGeomStackTriangulated plain(RenderTest::sharedContext(), RenderTest::sphere(1.0f, 6, 8));
+    Welk::WGLDataGeomStackTriangulated textured(RenderTest::sharedContext(), RenderTest::texturedQuad());
+    EXPECT_EQ(plain.texCoords(), nullptr) << "no texture buffer without texture coordinates";
+    Welk::WGLMaterialSurface surface;
+    Welk::WGLMaterialCavity cavity;
+    surface.setTexture(&texture);
+    cavity.setTexture(&texture);
+    const QString tex = QStringLiteral("isTextureEnabled");
+    EXPECT_FALSE(surface.definesFor(plain).contains(tex));
+    EXPECT_FALSE(cavity.definesFor(plain).contains(tex));
+    EXPECT_TRUE(surface.definesFor(textured).contains(tex));
+    EXPECT_TRUE(cavity.definesFor(textured).contains(tex));
+    // Per-vertex colours (the distance view) take the texture's place.
+    textured.setVertexColors(QVector<QColor>(textured.vertices()->count(), Qt::red));
+    EXPECT_FALSE(cavity.definesFor(textured).contains(tex));
+    EXPECT_TRUE(cavity.definesFor(textured).contains(QStringLiteral("isIndexColorEnabled")));
+    surface.setGhostEffectEnabled(true);
+    surface.setLightingEnabled(false);
+    EXPECT_EQ(surface.definesFor(textured),
+              QStringList({QStringLiteral("isGhostEffectEnabled"), QStringLiteral("isIndexColorEnabled")}));
 }

@@ -1,3 +1,4 @@
+#include "GuiEvents.h"
 #include "GuiFixture.h"
 
 #include "DemoModels.h"
@@ -191,11 +192,8 @@ TEST_F(FitStep, DoneDuringAFitStopsItAndSendsTheShapeReached)
         if (phase == 0) {
             window->setCurrentPage(2);
             button(window, QStringLiteral("FastWelking"))->click();
-            // The question comes up inside Done; answer it from the timer.
-            QTimer::singleShot(300, [] {
-                if (QMessageBox* box = ProgramDriver::messageBox())
-                    box->button(QMessageBox::Yes)->click();
-            });
+            // The question comes up inside Done.
+            GuiEvents::answerNextBox(QMessageBox::Yes, 300);
             window->doneButton()->click();
             phase = 1;
         }

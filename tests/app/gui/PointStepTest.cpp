@@ -1,3 +1,4 @@
+#include "GuiEvents.h"
 #include "GuiFixture.h"
 
 #include "DemoModels.h"
@@ -26,10 +27,7 @@ namespace {
 
 void leftMouse(QWidget* w, QEvent::Type type, QPoint at, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
 {
-    const Qt::MouseButton button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
-    const Qt::MouseButtons held = type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton;
-    QMouseEvent event(type, at, w->mapToGlobal(at), button, held, modifiers);
-    QApplication::sendEvent(w, &event);
+    GuiEvents::mouse(w, type, at, Qt::LeftButton, modifiers);
 }
 
 void click(QWidget* w, QPoint at, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
@@ -129,10 +127,7 @@ TEST_F(PointStep, ClicksPlaceSlideAndDeletePointsThatTheFitReceives)
                                   welking->welkingWidget()->message().isEmpty();
         seen.pointsReachingTheModels = model->points(0).size();
         // Cancel asks first, since points would be lost; answer from a timer.
-        QTimer::singleShot(200, [] {
-            if (QMessageBox* box = ProgramDriver::messageBox())
-                box->button(QMessageBox::Close)->click();
-        });
+        GuiEvents::answerNextBox(QMessageBox::Close);
         window->cancelButton()->click();
         return true;
     });
@@ -178,10 +173,7 @@ TEST_F(PointStep, APointFileForAnotherMeshChangesNothingAndSaysWhy)
         page->loadPoints(0, good);
         reloaded = page->model()->points(0).size();
         // Cancel asks first, since points would be lost; answer from a timer.
-        QTimer::singleShot(200, [] {
-            if (QMessageBox* box = ProgramDriver::messageBox())
-                box->button(QMessageBox::Close)->click();
-        });
+        GuiEvents::answerNextBox(QMessageBox::Close);
         window->cancelButton()->click();
         return true;
     });
@@ -228,10 +220,7 @@ TEST_F(PointStep, MaskedPolygonsAreShadedAndTakeNoPoint)
         afterMaskedClick = page->model()->points(0).size();
         click(view, freeAt);
         afterFreeClick = page->model()->points(0).size();
-        QTimer::singleShot(200, [] {
-            if (QMessageBox* box = ProgramDriver::messageBox())
-                box->button(QMessageBox::Close)->click();
-        });
+        GuiEvents::answerNextBox(QMessageBox::Close);
         window->cancelButton()->click();
         return true;
     });

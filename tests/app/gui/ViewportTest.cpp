@@ -1,3 +1,4 @@
+#include "GuiEvents.h"
 #include "GuiFixture.h"
 
 #include "ContextSyncController.h"
@@ -27,10 +28,7 @@ namespace {
 
 void mouse(QWidget* w, QEvent::Type type, QPoint at, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
 {
-    const Qt::MouseButton button = type == QEvent::MouseMove ? Qt::NoButton : Qt::RightButton;
-    const Qt::MouseButtons held = type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::RightButton;
-    QMouseEvent event(type, at, w->mapToGlobal(at), button, held, modifiers);
-    QApplication::sendEvent(w, &event);
+    GuiEvents::mouse(w, type, at, Qt::RightButton, modifiers);
 }
 
 void rightDrag(QWidget* w, QPoint from, QPoint to, Qt::KeyboardModifiers modifiers = Qt::NoModifier)

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "ProgramDriver.h"
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QTimer>
+
+/// Input as a person gives it, sent through Qt's event system.
+namespace GuiEvents {
+
+/// A press, move or release of `button` at `at` in `w`'s coordinates.
+inline void mouse(QWidget* w, QEvent::Type type, QPoint at, Qt::MouseButton button,
+                  Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+{
+    const Qt::MouseButton changed = type == QEvent::MouseMove ? Qt::NoButton : button;
+    const Qt::MouseButtons held =
+        type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::MouseButtons(button);
+    QMouseEvent event(type, at, w->mapToGlobal(at), changed, held, modifiers);
+    QApplication::sendEvent(w, &event);
+}
+
+/// A message box blocks the step that opens it: this answers the next one
+/// from a timer instead.
+inline void answerNextBox(QMessageBox::StandardButton answer, int delayMs = 200)
+{
+    QTimer::singleShot(delayMs, [answer] {
+        if (QMessageBox* box = ProgramDriver::messageBox())
+            if (QAbstractButton* b = box->button(answer))
+                b->click();
+    });
+}
+
+} // namespace GuiEvents
