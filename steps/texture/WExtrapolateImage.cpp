@@ -13,14 +13,15 @@ namespace Welk {
 
 namespace Utils {
 
-/// One smoothing pass over horizontal stripes of a large image: `delta`
-/// receives the filtered source, row stripes in parallel. Reading the source
-/// outside a stripe keeps the seams between stripes exact.
+/// One smoothing pass over horizontal stripes of a large image: `smoothed`
+/// receives the source plus its 3 x 3 Laplacian, which is the 3 x 3 mean,
+/// row stripes in parallel. Each stripe reads one row beyond its ends, so
+/// the seams between stripes are exact; the image's own edges replicate.
 class ParallelLaplas : public cv::ParallelLoopBody
 {
 public:
-    ParallelLaplas(const cv::Mat& source, cv::Mat& delta, const cv::Mat& kernel, int stripes)
-        : m_source(source), m_delta(delta), m_kernel(kernel), m_stripes(stripes)
+    ParallelLaplas(const cv::Mat& source, cv::Mat& smoothed, int stripes)
+        : m_source(source), m_smoothed(smoothed), m_stripes(stripes)
     {
     }
 
@@ -32,15 +33,17 @@ public:
             const int r1 = int((long long)rows * (s + 1) / m_stripes);
             if (r1 <= r0)
                 continue;
-            cv::Mat out = m_delta.rowRange(r0, r1);
-            cv::filter2D(m_source.rowRange(r0, r1), out, -1, m_kernel, cv::Point(-1, -1), 0, cv::BORDER_REPLICATE);
+            const int p0 = std::max(0, r0 - 1), p1 = std::min(rows, r1 + 1);
+            cv::Mat padded;
+            cv::blur(m_source.rowRange(p0, p1), padded, cv::Size(3, 3), cv::Point(-1, -1),
+                     cv::BORDER_REPLICATE | cv::BORDER_ISOLATED);
+            padded.rowRange(r0 - p0, r1 - p0).copyTo(m_smoothed.rowRange(r0, r1));
         }
     }
 
 private:
     const cv::Mat& m_source;
-    cv::Mat& m_delta;
-    const cv::Mat& m_kernel;
+    cv::Mat& m_smoothed;
     int m_stripes;
 };
 
@@ -70,14 +73,9 @@ void buildPyramids(const cv::Mat& colour, const cv::Mat& known, std::vector<cv::
 {
     colours.assign(1, colour);
     knowns.assign(1, known);
-    cv::Mat weighted = colour.clone();
-    {
-        std::vector<cv::Mat> planes;
-        cv::split(weighted, planes);
-        for (cv::Mat& p : planes)
-            cv::multiply(p, known, p);
-        cv::merge(planes, weighted);
-    }
+    // Unknown texels are zero in the finest level already (see the caller),
+    // so it is its own alpha-weighted colour.
+    cv::Mat weighted = colour;
     cv::Mat weight = known.clone();
     while (std::min(weight.rows, weight.cols) > 2) {
         cv::Mat smallerWeighted, smallerWeight;
@@ -151,6 +149,7 @@ bool WExtrapolateImage::extrapolate(cv::Mat& image, int depth, int iterations, P
         cv::Mat known;
         cv::Mat alphaMask = alpha != 0;
         alphaMask.convertTo(known, CV_32F, 1.0 / 255.0);
+        colour.setTo(cv::Scalar::all(0), alpha == 0);
         report(0.05);
 
         std::vector<cv::Mat> colours, knowns;
@@ -178,13 +177,13 @@ bool WExtrapolateImage::extrapolate(cv::Mat& image, int depth, int iterations, P
                 colours[level].copyTo(result, masks[level]);
                 if (result.rows <= 128) {
                     cv::filter2D(result, delta, -1, kernel, cv::Point(-1, -1), 0, cv::BORDER_REPLICATE);
+                    cv::add(result, delta, result);
                 } else {
                     delta.create(result.size(), result.type());
                     const int stripes = std::max(1, cv::getNumThreads());
-                    cv::parallel_for_(cv::Range(0, stripes), Utils::ParallelLaplas(result, delta, kernel, stripes),
-                                      -1.0);
+                    cv::parallel_for_(cv::Range(0, stripes), Utils::ParallelLaplas(result, delta, stripes), -1.0);
+                    std::swap(result, delta);
                 }
-                cv::add(result, delta, result);
                 writeStage(writeIntermediate, QStringLiteral("iter_%1_b_iter_%2").arg(level).arg(i), result, full);
             }
             report(0.1 + 0.8 * double(levels - level) / levels);

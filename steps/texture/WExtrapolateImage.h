@@ -30,7 +30,7 @@ public:
 
     const QString& error() const { return m_error; }
 
-    static constexpr int DefaultIterations = 8;
+    static constexpr int DefaultIterations = 4;
 
 private:
     QString m_error;
