@@ -180,6 +180,14 @@ Welk::WImg project(const Welk::WImg& sourceImage, const QVector<QVector2D>& sour
         error = QStringLiteral("Input texture should be 1-, 3- or 4- channel");
         return Welk::WImg();
     }
+    if (outputSize.width() < 1 || outputSize.height() < 1) {
+        error = QStringLiteral("The output size must be at least 1 x 1");
+        return Welk::WImg();
+    }
+    if (!triangleMask.isEmpty() && triangleMask.size() != targetTriangleIndices.size() / 3) {
+        error = QStringLiteral("The triangle mask does not match the target mesh");
+        return Welk::WImg();
+    }
     const cv::Mat& source = sourceImage.mat();
     const int outputChannels = sourceChannels == 1 ? 1 : 4;
     cv::Mat working;

@@ -266,6 +266,10 @@ TEST(TextureProjection, DepthAndChannelsOfTheSourceAreKept)
     const Welk::WImg twoChannels(64, 64, 2, Welk::WImg::UInt8);
     EXPECT_TRUE(transfer.models.project(twoChannels, QSize(64, 64), FloatMax, 0, 0, {}, error).isNull());
     EXPECT_EQ(error, QStringLiteral("Input texture should be 1-, 3- or 4- channel"));
+    EXPECT_TRUE(transfer.models.project(rgba, QSize(0, 64), FloatMax, 0, 0, {}, error).isNull());
+    EXPECT_FALSE(error.isEmpty());
+    EXPECT_TRUE(transfer.models.project(rgba, QSize(64, 64), FloatMax, 0, 0, QVector<quint8>(3, 1), error).isNull());
+    EXPECT_FALSE(error.isEmpty());
 }
 
 TEST(TextureProjection, SourceFacingAwayIsPassedThrough)
