@@ -1,9 +1,18 @@
 // Filling the empty texels of a projected texture.
+#include "TextureMeshes.h"
+
+#include "steps/texture/ImageExtrapolationWorker.h"
 #include "steps/texture/WExtrapolateImage.h"
 
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTimer>
+
 #include <opencv2/imgproc.hpp>
+
+using TextureTests::application;
 
 namespace {
 
@@ -78,6 +87,35 @@ TEST(ImageExtrapolation, RefusesWhatItCannotFill)
     EXPECT_FALSE(extrapolation.extrapolate(empty, 0));
     EXPECT_EQ(extrapolation.error(), QStringLiteral("Image is completely transparent"));
     EXPECT_EQ(cv::countNonZero(empty.reshape(1) != copy.reshape(1)), 0);
+}
+
+TEST(ImageExtrapolation, WorkerFillsOnItsThreadAndReportsRefusals)
+{
+    QObject* app = application();
+    const auto run = [&](const Welk::WImg& input) {
+        QEventLoop loop;
+        std::pair<Welk::WImg, QString> out;
+        WelkPlugin::ImageExtrapolationWorker::launch(new WelkPlugin::ImageExtrapolationWorker(input), app,
+                                                     [&](Welk::WImg image, QString message) {
+                                                         out = {image, message};
+                                                         loop.quit();
+                                                     });
+        QTimer::singleShot(60000, &loop, &QEventLoop::quit);
+        loop.exec();
+        return out;
+    };
+    const cv::Mat original = islands(CV_8U, 255.0);
+    const auto filled = run(Welk::WImg(original.clone()));
+    EXPECT_TRUE(filled.second.isEmpty()) << filled.second.toStdString();
+    ASSERT_FALSE(filled.first.isNull());
+    std::vector<cv::Mat> planes;
+    cv::split(filled.first.mat(), planes);
+    EXPECT_EQ(cv::countNonZero(planes[3] != 255), 0);
+
+    const cv::Mat opaque(8, 8, CV_8UC4, cv::Scalar::all(255));
+    const auto refused = run(Welk::WImg(opaque));
+    EXPECT_EQ(refused.second, QStringLiteral("Image does not contain transparent pixels for extrapolation"));
+    EXPECT_EQ(refused.first.mat().data, opaque.data);
 }
 
 } // namespace

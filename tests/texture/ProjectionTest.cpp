@@ -308,10 +308,7 @@ TEST(TextureProjection, SourceFacingAwayIsPassedThrough)
 
 TEST(TextureProjection, WorkerRunsOnItsThreadAndCanBeStopped)
 {
-    int argc = 1;
-    char name[] = "texture_tests";
-    char* argv[] = {name, nullptr};
-    QCoreApplication app(argc, argv);
+    QObject* app = application();
     TextureTransferModels models;
     QString error;
     ASSERT_TRUE(models.setModels(sourcePlane(), targetPlane(), error));
@@ -327,7 +324,7 @@ TEST(TextureProjection, WorkerRunsOnItsThreadAndCanBeStopped)
         QEventLoop loop;
         Welk::WImg result;
         QString message = QStringLiteral("not finished");
-        auto* worker = WelkPlugin::TextureProjectionWorker::launch(makeWorker(), &app, [&](Welk::WImg image, QString m) {
+        auto* worker = WelkPlugin::TextureProjectionWorker::launch(makeWorker(), app, [&](Welk::WImg image, QString m) {
             result = image;
             message = m;
             loop.quit();

@@ -1,5 +1,7 @@
 #include "TextureMeshes.h"
 
+#include <QCoreApplication>
+
 namespace TextureTests {
 
 GeometryStack2::GeomStack grid(int n, const std::function<QVector3D(float, float)>& position,
@@ -30,6 +32,15 @@ GeometryStack2::GeomStack grid(int n, const std::function<QVector3D(float, float
 QVector2D texelUv(int x, int y, int width, int height)
 {
     return QVector2D(float(x) / float(width - 1), 1.0f - float(y) / float(height - 1));
+}
+
+QObject* application()
+{
+    static int argc = 1;
+    static char name[] = "texture_tests";
+    static char* argv[] = {name, nullptr};
+    static QCoreApplication* app = new QCoreApplication(argc, argv);
+    return app;
 }
 
 Welk::WImg rampImage(int size)

@@ -16,6 +16,11 @@ GeometryStack2::GeomStack grid(int n, const std::function<QVector3D(float, float
 /// a width by height image in UV tile (0, 0).
 QVector2D texelUv(int x, int y, int width, int height);
 
+/// The one application object of the test program, made on first use and
+/// kept to the end: Qt's thread pool is not fit for use once an application
+/// object has come and gone.
+QObject* application();
+
 /// 8-bit RGB ramp: red grows with the column, green with the row, blue 77.
 Welk::WImg rampImage(int size);
 
