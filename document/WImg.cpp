@@ -86,9 +86,15 @@ bool WImg::load(const QString& path, QString* error)
         setError(error, QString::fromStdString(buffer.geterror()));
         return false;
     }
-    for (const OIIO::ParamValue& p : layout.extra_attribs)
+    // Binary attributes (an ICC profile, EXIF blocks) do not survive as
+    // text and would make the writer fail, so only plain values are kept.
+    for (const OIIO::ParamValue& p : layout.extra_attribs) {
+        if (p.type().arraylen != 0 || p.type().aggregate != OIIO::TypeDesc::SCALAR ||
+            p.name().string() == "ICCProfile")
+            continue;
         m_attributes.insert(QString::fromStdString(p.name().string()),
                             QString::fromStdString(p.get_string()));
+    }
     m_mat = mat;
     return true;
 }

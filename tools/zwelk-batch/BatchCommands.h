@@ -30,6 +30,8 @@ QString welkUsage();
 /// True when `arguments` ask for the command's help.
 bool wantsHelp(const QStringList& arguments);
 int runSymmetry(const QStringList& arguments);
+int runTexture(const QStringList& arguments);
+QString textureUsage();
 
 /// Prints to standard output / standard error, each line flushed.
 void printOut(const QString& text);

@@ -42,6 +42,13 @@ Commands:
       does and prints the pair count and the time; -o writes the map as
       {"vertexCount": N, "pairs": [[vertex, mirror], ...]}, 0-based.
 
+  texture --source MESH --source-texture IMAGE --target MESH -o OUT.png|tif
+          [--size WxH] [--max-distance D] [--tiles U,V | --all-tiles] [--no-fill]
+      Carries the source's texture onto the target's UV layout along the
+      target's normals and fills the texels no ray reached; --all-tiles
+      writes one image per UDIM tile (OUT.1001.png, ...). See
+      zwelk-batch help texture.
+
 Exit codes: 0 success, 1 the job failed, 2 wrong command line,
 130 interrupted by Ctrl+C (the shape reached is written).
 )";
@@ -53,6 +60,7 @@ const ZWelkBatch::Command Commands[] = {
     {"demo-models", ZWelkBatch::runDemoModels, nullptr},
     {"welk", ZWelkBatch::runWelk, ZWelkBatch::welkUsage},
     {"symmetry", ZWelkBatch::runSymmetry, nullptr},
+    {"texture", ZWelkBatch::runTexture, ZWelkBatch::textureUsage},
 };
 
 const ZWelkBatch::Command* findCommand(const QString& name)
