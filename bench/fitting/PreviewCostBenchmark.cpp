@@ -112,7 +112,8 @@ int main(int argc, char** argv)
     // One pane of the window at 1600 x 1000.
     view->resize(640, 900);
     view->show();
-    QTest::qWaitForWindowExposed(view);
+    if (!QTest::qWaitForWindowExposed(view))
+        fmt::print(stderr, "The viewport was never shown\n");
     camera->fitToView(data->boundsMin(), data->boundsMax(), view->size());
 
     std::vector<double> with, without;

@@ -140,7 +140,8 @@ int main(int argc, char** argv)
         view->addModel(&geom);
         view->setFixedSize(1600, 1000);
         view->show();
-        QTest::qWaitForWindowExposed(view);
+        if (!QTest::qWaitForWindowExposed(view))
+            fmt::print(stderr, "The viewport was never shown\n");
         camera->fitToView(data->boundsMin(), data->boundsMax(), view->size());
 
         shadow.setEnabled(false);

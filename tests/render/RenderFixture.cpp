@@ -209,7 +209,8 @@ Scene::Scene(const GeometryStack2::GeomStackTriangulated& mesh, QSize size, int 
     m_viewport->setRequestedRenderStrategy(static_cast<Welk::WViewport::RenderStrategy>(renderStrategy));
     m_viewport->setFixedSize(size);
     m_viewport->show();
-    QTest::qWaitForWindowExposed(m_viewport);
+    if (!QTest::qWaitForWindowExposed(m_viewport))
+        qWarning("The test viewport was never shown");
     fit();
 }
 
