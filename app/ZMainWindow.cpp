@@ -115,6 +115,11 @@ QWidget* ZMainWindow::buildStepBar()
     QAction* cleanUp = menu->addAction(tr("Clean Up Exchange Folder"));
     cleanUp->setToolTip(tr("Delete earlier exports and results from the exchange's mesh folder"));
     connect(cleanUp, &QAction::triggered, this, &ZMainWindow::clearUnusedFiles);
+    if (m_mode == WelkMode) {
+        QAction* presets = menu->addAction(tr("Preset Settings..."));
+        presets->setToolTip(tr("The fit's shorter settings dialog, with the Default and Custom presets"));
+        connect(presets, &QAction::triggered, this, &ZMainWindow::presetSettingsRequested);
+    }
     tools->setMenu(menu);
     layout->addWidget(tools);
 

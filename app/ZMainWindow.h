@@ -73,6 +73,7 @@ signals:
     void stopClicked();
     void syncViewsToggled(bool synchronised);
     void clearUnusedFiles();
+    void presetSettingsRequested();
 
 protected:
     void closeEvent(QCloseEvent* event) override;

@@ -58,6 +58,8 @@ ZPluginWelking::ZPluginWelking(std::shared_ptr<ModelsData> models, ZMainWindow* 
         m_controller, &PluginWelkingController::progressChanged, window,
         [window](const QString& text, int value, int maximum) { window->setProgress(value, maximum, text); });
     connect(window, &ZMainWindow::stopClicked, m_controller, &PluginWelkingController::terminate);
+    connect(window, &ZMainWindow::presetSettingsRequested, m_controller,
+            &PluginWelkingController::onPresetDialogOpen);
     connect(m_controller, &PluginWelkingController::welkingStarted, this, [this] { setBarLocked(true); });
     connect(m_controller, &PluginWelkingController::welkingFinish, this, [this] { setBarLocked(false); });
     connect(this, &ZPluginWelking::barLockedChanged, window, &ZMainWindow::setStepsLocked);

@@ -1,6 +1,7 @@
 #include "PluginWelkingController.h"
 
 #include "PluginWelkPresetBar.h"
+#include "PluginWelkingSettingsDialog.h"
 #include "PluginWelkingSettingsDialog2.h"
 #include "PluginWelkingWidget.h"
 #include "ZDistanceLegend.h"
@@ -297,6 +298,23 @@ void PluginWelkingController::onPresetOpen(QPoint dialogPos)
     QString error;
     WelkingSettingsFile::save(path, m_settings, error);
     m_widget->presetBar()->setSelected(PluginWelkPresetBar::Custom);
+}
+
+void PluginWelkingController::onPresetDialogOpen()
+{
+    PluginWelkingSettingsDialog dialog(m_settings, m_widget->presetBar()->selected(), m_widget->window());
+    if (dialog.exec() != QDialog::Accepted)
+        return;
+    m_settings = dialog.settings();
+    auto stored = InstallationSettings::open(m_settingsDir);
+    stored->setValue(SelectedPresetKey, dialog.preset());
+    const QString path = stored->fileName();
+    stored.reset();
+    if (dialog.preset() == PluginWelkPresetBar::Custom) {
+        QString error;
+        WelkingSettingsFile::save(path, m_settings, error);
+    }
+    m_widget->presetBar()->setSelected(dialog.preset());
 }
 
 void PluginWelkingController::onPresetSelected(int preset)

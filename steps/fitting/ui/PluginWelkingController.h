@@ -60,6 +60,8 @@ public slots:
     void saveWelkingResult();
     void updateVerticesAndNodes(const QVector<QVector3D>& vertices, const QVector<QVector3D>& nodes);
     void onPresetOpen(QPoint dialogPos);
+    /// The shorter dialog with the presets bar.
+    void onPresetDialogOpen();
     void onPresetSelected(int preset);
     void terminate();
     void setShowNodes(bool shown);

@@ -5,7 +5,9 @@
 #include "ZMainWindow.h"
 #include "ZPluginWelking.h"
 
+#include "steps/fitting/ui/PluginWelkPresetBar.h"
 #include "steps/fitting/ui/PluginWelkingController.h"
+#include "steps/fitting/ui/PluginWelkingSettingsDialog.h"
 #include "steps/fitting/ui/PluginWelkingSettingsDialog2.h"
 #include "steps/fitting/ui/WelkingSettingsForm.h"
 
@@ -13,6 +15,7 @@
 #include <QCheckBox>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QSpinBox>
 #include <QTimer>
 
@@ -243,4 +246,44 @@ TEST_F(FitStep, PreferencesSaveLoadAndResetTheirFields)
     EXPECT_EQ(dialog.form()->keys().first(), QStringLiteral("Subdivisions"));
     EXPECT_EQ(dialog.form()->keys().last(), QStringLiteral("Rigity"));
     EXPECT_EQ(dialog.form()->keys().size(), 15);
+}
+
+TEST_F(FitStep, PresetDialogSwitchesBetweenDefaultAndTheUsersValues)
+{
+    int argc = 1;
+    char name[] = "gui_tests";
+    char* argv[] = {name, nullptr};
+    std::unique_ptr<QApplication> app;
+    if (!QApplication::instance())
+        app = std::make_unique<QApplication>(argc, argv);
+    WelkPlugin::WelkingSettings current = WelkPlugin::WelkingSettingsFile::defaults();
+    current.rigidity = 3.0f;
+    WelkPlugin::PluginWelkingSettingsDialog dialog(current, WelkPlugin::PluginWelkPresetBar::Default);
+    // Its own defaults: 5 ICP iterations, sampling 5 to 0.02; no "Rigity", no "Normalize Sampling".
+    EXPECT_EQ(dialog.settings().accelerated.icpIterations, 5);
+    EXPECT_FLOAT_EQ(dialog.settings().sampling.samplingInitial, 5.0f);
+    EXPECT_FLOAT_EQ(dialog.settings().sampling.samplingFinal, 0.02f);
+    EXPECT_EQ(dialog.form()->field(QStringLiteral("Rigity")), nullptr);
+    EXPECT_EQ(dialog.form()->field(QStringLiteral("Normalize_sampling_radius")), nullptr);
+    EXPECT_FLOAT_EQ(dialog.settings().rigidity, 3.0f) << "keys the dialog lacks keep their values";
+
+    QSignalSpy custom(&dialog, &WelkPlugin::PluginWelkingSettingsDialog::customPresetSet);
+    qobject_cast<QSpinBox*>(dialog.form()->field(QStringLiteral("ICP_iterations")))->setValue(9);
+    EXPECT_EQ(custom.count(), 1);
+    EXPECT_EQ(dialog.preset(), int(WelkPlugin::PluginWelkPresetBar::Custom));
+    dialog.onPresetChange(WelkPlugin::PluginWelkPresetBar::Default);
+    EXPECT_EQ(dialog.settings().accelerated.icpIterations, 5);
+    dialog.onPresetChange(WelkPlugin::PluginWelkPresetBar::Custom);
+    EXPECT_EQ(dialog.settings().accelerated.icpIterations, 9);
+
+    // A file from the larger dialog: the keys this one lacks are left alone.
+    const QString path = m_dir.filePath(QStringLiteral("full.ini"));
+    WelkPlugin::WelkingSettings full = WelkPlugin::WelkingSettingsFile::defaults();
+    full.accelerated.icpIterations = 11;
+    full.rigidity = 7.0f;
+    QString error;
+    ASSERT_TRUE(WelkPlugin::WelkingSettingsFile::save(path, full, error));
+    ASSERT_TRUE(dialog.loadFrom(path));
+    EXPECT_EQ(dialog.settings().accelerated.icpIterations, 11);
+    EXPECT_FLOAT_EQ(dialog.settings().rigidity, 3.0f);
 }
