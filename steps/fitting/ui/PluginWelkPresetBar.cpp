@@ -21,7 +21,7 @@ PluginWelkPresetBar::PluginWelkPresetBar(QWidget* parent) : QWidget(parent), m_g
         layout->addWidget(button);
     }
     m_group->button(Default)->setChecked(true);
-    connect(m_group, QOverload<int>::of(&QButtonGroup::buttonClicked), this, [this](int id) {
+    connect(m_group, &QButtonGroup::idClicked, this, [this](int id) {
         Q_EMIT buttonClicked(id);
         Q_EMIT presetSelected(id);
     });
