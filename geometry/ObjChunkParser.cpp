@@ -222,15 +222,15 @@ QString findWrongLine(const QByteArray& file)
                 break;
             case Kind::Material:
                 if (count < 2)
-                    return QStringLiteral("Wrong material specification in line: ") + where;
+                    return QStringLiteral("Wrong material name in line: ") + where;
                 break;
             case Kind::Group:
                 break;
             case Kind::Other:
                 if (count == 1 && tokens[0].is("usemtl"))
-                    return QStringLiteral("Wrong material specification in line: ") + where;
+                    return QStringLiteral("Wrong material name in line: ") + where;
                 if (count == 1 && tokens[0].is("mtllib"))
-                    return QStringLiteral("Wrong material library specification in line: ") + where;
+                    return QStringLiteral("Wrong material library name in line: ") + where;
                 break;
             }
         }

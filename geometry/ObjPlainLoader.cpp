@@ -129,13 +129,13 @@ bool ObjPlainLoader::read(const QString& path, MeshLists& lists, QString& error,
                 groups.select(toString(tokens[1]));
         } else if (key.is("usemtl")) {
             if (count < 2) {
-                fail("Wrong material specification in line: ");
+                fail("Wrong material name in line: ");
                 break;
             }
             materials.select(toString(tokens[1]));
         } else if (key.is("mtllib")) {
             if (count < 2) {
-                fail("Wrong material library specification in line: ");
+                fail("Wrong material library name in line: ");
                 break;
             }
             QStringList names;

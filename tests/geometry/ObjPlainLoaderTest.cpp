@@ -96,8 +96,8 @@ TEST_F(ObjPlainLoaderTest, WrongLinesAreNamedByTheirLineCountedFromZero)
     EXPECT_EQ(errorOf("v 0 0 0\nvt 1\n"), QStringLiteral("Wrong texture coordinate in line 1"));
     EXPECT_EQ(errorOf("v 0 0 0\nv 1 0 0\n# two corners\nf 1 2\n"), QStringLiteral("Wrong face in line 3"));
     EXPECT_EQ(errorOf("v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 /2 3\n"), QStringLiteral("Wrong vertex index in line 3"));
-    EXPECT_EQ(errorOf("v 0 0 0\nusemtl\n"), QStringLiteral("Wrong material specification in line: 1"));
-    EXPECT_EQ(errorOf("mtllib\n"), QStringLiteral("Wrong material library specification in line: 0"));
+    EXPECT_EQ(errorOf("v 0 0 0\nusemtl\n"), QStringLiteral("Wrong material name in line: 1"));
+    EXPECT_EQ(errorOf("mtllib\n"), QStringLiteral("Wrong material library name in line: 0"));
 }
 
 TEST_F(ObjPlainLoaderTest, IndexProblemsAreLeftToTheMeshValidation)

@@ -199,9 +199,9 @@ TEST_F(ObjReaderTBBTest, WrongLinesAreNumberedWithoutEmptyLines)
     EXPECT_EQ(errorOf("v 0 0 0\nvt 1\n"), QStringLiteral("Wrong texture coordinate in line 2"));
     EXPECT_EQ(errorOf("v 0 0 0\nv 1 0 0\n\nf 1 2\n"), QStringLiteral("Wrong face in line 3"));
     EXPECT_EQ(errorOf("v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 /2 3\n"), QStringLiteral("Wrong vertex index in line 4"));
-    EXPECT_EQ(errorOf("v 0 0 0\nusemtl \n"), QStringLiteral("Wrong material specification in line: 2"));
-    EXPECT_EQ(errorOf("v 0 0 0\nusemtl\n"), QStringLiteral("Wrong material specification in line: 2"));
-    EXPECT_EQ(errorOf("mtllib\n"), QStringLiteral("Wrong material library specification in line: 1"));
+    EXPECT_EQ(errorOf("v 0 0 0\nusemtl \n"), QStringLiteral("Wrong material name in line: 2"));
+    EXPECT_EQ(errorOf("v 0 0 0\nusemtl\n"), QStringLiteral("Wrong material name in line: 2"));
+    EXPECT_EQ(errorOf("mtllib\n"), QStringLiteral("Wrong material library name in line: 1"));
     // Deep inside a file of many chunks the line is still found.
     QByteArray big = grid(60, 40);
     const int at = big.indexOf("\nf ", big.size() / 2) + 1;
