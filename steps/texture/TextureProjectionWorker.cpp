@@ -1,39 +1,10 @@
 #include "TextureProjectionWorker.h"
 
+#include "StoppableProgress.h"
+
 #include <QThread>
 
 namespace WelkPlugin {
-
-namespace {
-
-/// Passes progress through and adds the worker's own stop request.
-class StoppableProgress : public Welk::ProgressInterface
-{
-public:
-    StoppableProgress(Welk::ProgressInterface* inner, const std::atomic<bool>& stop) : m_inner(inner), m_stop(stop) {}
-    void start(const QString& label, long long maximum) override
-    {
-        if (m_inner)
-            m_inner->start(label, maximum);
-    }
-    void setValue(long long value, const QString& label) override
-    {
-        if (m_inner)
-            m_inner->setValue(value, label);
-    }
-    void end() override
-    {
-        if (m_inner)
-            m_inner->end();
-    }
-    bool isCancelled() const override { return m_stop || (m_inner && m_inner->isCancelled()); }
-
-private:
-    Welk::ProgressInterface* m_inner;
-    const std::atomic<bool>& m_stop;
-};
-
-} // namespace
 
 TextureProjectionWorker::TextureProjectionWorker(
     const Welk::WImg* sourceImage, const QVector<QVector2D>& sourceTexCoords,
