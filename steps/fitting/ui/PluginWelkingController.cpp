@@ -302,7 +302,8 @@ void PluginWelkingController::onPresetOpen(QPoint dialogPos)
 
 void PluginWelkingController::onPresetDialogOpen()
 {
-    PluginWelkingSettingsDialog dialog(m_settings, m_widget->presetBar()->selected(), m_widget->window());
+    PluginWelkingSettingsDialog dialog(m_settings, m_widget->presetBar()->selected(), m_settingsDir,
+                                       m_widget->window());
     if (dialog.exec() != QDialog::Accepted)
         return;
     m_settings = dialog.settings();

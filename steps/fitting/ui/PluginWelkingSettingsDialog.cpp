@@ -1,19 +1,16 @@
 #include "PluginWelkingSettingsDialog.h"
 
 #include "PluginWelkPresetBar.h"
+#include "WelkingSettingsFileRow.h"
 #include "WelkingSettingsForm.h"
 
 #include <QDialogButtonBox>
-#include <QFileDialog>
-#include <QFileInfo>
-#include <QLabel>
-#include <QPushButton>
 #include <QVBoxLayout>
 
 namespace WelkPlugin {
 
 PluginWelkingSettingsDialog::PluginWelkingSettingsDialog(const WelkingSettings& settings, int preset,
-                                                         QWidget* parent)
+                                                         const QString& settingsDir, QWidget* parent)
     : QDialog(parent), m_base(settings), m_custom(settings)
 {
     setWindowTitle(QStringLiteral("Preset Settings"));
@@ -22,20 +19,8 @@ PluginWelkingSettingsDialog::PluginWelkingSettingsDialog(const WelkingSettings& 
     layout->addWidget(m_presets);
     m_form = new WelkingSettingsForm(WelkingSettingsFile::Dialog::Preset, this);
     layout->addWidget(m_form);
-    m_message = new QLabel(this);
-    m_message->setWordWrap(true);
-    m_message->setStyleSheet(QStringLiteral("color: #ffd9a0;"));
-    m_message->hide();
-    layout->addWidget(m_message);
-
-    auto* files = new QHBoxLayout;
-    auto* load = new QPushButton(QStringLiteral("Load"), this);
-    load->setToolTip(tr("Read the settings from an .ini file"));
-    auto* save = new QPushButton(QStringLiteral("Save"), this);
-    save->setToolTip(tr("Write the settings shown to an .ini file"));
-    files->addWidget(load);
-    files->addWidget(save);
-    layout->addLayout(files);
+    m_files = new WelkingSettingsFileRow(settingsDir, this);
+    layout->addWidget(m_files);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
@@ -48,21 +33,8 @@ PluginWelkingSettingsDialog::PluginWelkingSettingsDialog(const WelkingSettings& 
         m_presets->setSelected(PluginWelkPresetBar::Custom);
         Q_EMIT customPresetSet();
     });
-    connect(load, &QPushButton::clicked, this, [this] {
-        const QString path = QFileDialog::getOpenFileName(this, QStringLiteral("Open Welking Settings File"),
-                                                          QString(), QStringLiteral("Files (*.ini);"));
-        if (!path.isEmpty())
-            loadFrom(path);
-    });
-    connect(save, &QPushButton::clicked, this, [this] {
-        QString path = QFileDialog::getSaveFileName(this, QStringLiteral("Save Welking Settings File"),
-                                                    QString(), QStringLiteral("Files (*.ini);"));
-        if (path.isEmpty())
-            return;
-        if (QFileInfo(path).suffix().isEmpty())
-            path += QStringLiteral(".ini");
-        saveTo(path);
-    });
+    connect(m_files, &WelkingSettingsFileRow::loadChosen, this, &PluginWelkingSettingsDialog::loadFrom);
+    connect(m_files, &WelkingSettingsFileRow::saveChosen, this, &PluginWelkingSettingsDialog::saveTo);
 
     m_presets->setSelected(preset);
     onPresetChange(preset);
@@ -80,7 +52,7 @@ int PluginWelkingSettingsDialog::preset() const
 
 QString PluginWelkingSettingsDialog::message() const
 {
-    return m_message->isVisible() ? m_message->text() : QString();
+    return m_files->message();
 }
 
 void PluginWelkingSettingsDialog::onPresetChange(int index)
@@ -95,11 +67,10 @@ bool PluginWelkingSettingsDialog::loadFrom(const QString& path)
     WelkingSettings loaded = settings();
     QString error;
     if (!WelkingSettingsFile::load(path, loaded, error, WelkingSettingsFile::Dialog::Preset)) {
-        m_message->setText(error);
-        m_message->show();
+        m_files->setMessage(error);
         return false;
     }
-    m_message->hide();
+    m_files->setMessage(QString());
     m_custom = loaded;
     m_form->setSettings(loaded);
     m_presets->setSelected(PluginWelkPresetBar::Custom);
@@ -111,11 +82,10 @@ bool PluginWelkingSettingsDialog::saveTo(const QString& path)
 {
     QString error;
     if (!WelkingSettingsFile::save(path, settings(), error)) {
-        m_message->setText(error);
-        m_message->show();
+        m_files->setMessage(error);
         return false;
     }
-    m_message->hide();
+    m_files->setMessage(QString());
     return true;
 }
 

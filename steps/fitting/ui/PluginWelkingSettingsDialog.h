@@ -4,11 +4,10 @@
 
 #include <QDialog>
 
-class QLabel;
-
 namespace WelkPlugin {
 
 class PluginWelkPresetBar;
+class WelkingSettingsFileRow;
 class WelkingSettingsForm;
 
 /// The shorter settings dialog with the presets bar: the keys of the older
@@ -19,7 +18,9 @@ class PluginWelkingSettingsDialog : public QDialog
 {
     Q_OBJECT
 public:
-    PluginWelkingSettingsDialog(const WelkingSettings& settings, int preset, QWidget* parent = nullptr);
+    /// `settingsDir` names the installation whose settings keep the last folder.
+    PluginWelkingSettingsDialog(const WelkingSettings& settings, int preset, const QString& settingsDir,
+                                QWidget* parent = nullptr);
 
     /// The values shown, over the settings given (keys the dialog lacks keep theirs).
     WelkingSettings settings() const;
@@ -44,7 +45,7 @@ private:
     WelkingSettings m_custom;
     WelkingSettingsForm* m_form;
     PluginWelkPresetBar* m_presets;
-    QLabel* m_message;
+    WelkingSettingsFileRow* m_files;
 };
 
 } // namespace WelkPlugin

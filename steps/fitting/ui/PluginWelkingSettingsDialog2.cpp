@@ -1,14 +1,10 @@
 #include "PluginWelkingSettingsDialog2.h"
 
+#include "WelkingSettingsFileRow.h"
 #include "WelkingSettingsForm.h"
-
-#include "exchange/InstallationSettings.h"
 
 #include <QCheckBox>
 #include <QDialogButtonBox>
-#include <QFileDialog>
-#include <QFileInfo>
-#include <QLabel>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -17,7 +13,7 @@ namespace WelkPlugin {
 PluginWelkingSettingsDialog2::PluginWelkingSettingsDialog2(const WelkingSettings& settings,
                                                            const QString& settingsDir, bool showLabels,
                                                            QWidget* parent)
-    : QDialog(parent), m_base(settings), m_settingsDir(settingsDir)
+    : QDialog(parent), m_base(settings)
 {
     setWindowTitle(QStringLiteral("Preferences"));
     setObjectName(QStringLiteral("welkingPreferences"));
@@ -32,26 +28,14 @@ PluginWelkingSettingsDialog2::PluginWelkingSettingsDialog2(const WelkingSettings
     connect(m_showLabels, &QCheckBox::toggled, this, &PluginWelkingSettingsDialog2::showLabelsChanged);
     layout->addWidget(m_showLabels);
 
-    m_message = new QLabel(this);
-    m_message->setWordWrap(true);
-    m_message->setStyleSheet(QStringLiteral("color: #ffd9a0;"));
-    m_message->hide();
-    layout->addWidget(m_message);
-
-    auto* files = new QHBoxLayout;
+    m_files = new WelkingSettingsFileRow(settingsDir, this);
     auto* reset = new QPushButton(QStringLiteral("Reset To Default"), this);
     reset->setToolTip(tr("Put every field back to its default"));
-    auto* loadButton = new QPushButton(QStringLiteral("Load"), this);
-    loadButton->setToolTip(tr("Read the settings from an .ini file"));
-    auto* saveButton = new QPushButton(QStringLiteral("Save"), this);
-    saveButton->setToolTip(tr("Write the settings shown to an .ini file"));
-    files->addWidget(reset);
-    files->addWidget(loadButton);
-    files->addWidget(saveButton);
-    layout->addLayout(files);
+    m_files->insertButton(reset);
+    layout->addWidget(m_files);
     connect(reset, &QPushButton::clicked, this, &PluginWelkingSettingsDialog2::resetToDefault);
-    connect(loadButton, &QPushButton::clicked, this, &PluginWelkingSettingsDialog2::load);
-    connect(saveButton, &QPushButton::clicked, this, &PluginWelkingSettingsDialog2::save);
+    connect(m_files, &WelkingSettingsFileRow::loadChosen, this, &PluginWelkingSettingsDialog2::loadFrom);
+    connect(m_files, &WelkingSettingsFileRow::saveChosen, this, &PluginWelkingSettingsDialog2::saveTo);
 
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
@@ -71,13 +55,13 @@ bool PluginWelkingSettingsDialog2::showLabels() const
 
 QString PluginWelkingSettingsDialog2::message() const
 {
-    return m_message->isVisible() ? m_message->text() : QString();
+    return m_files->message();
 }
 
 void PluginWelkingSettingsDialog2::resetToDefault()
 {
     m_form->setSettings(WelkingSettingsFile::defaults(WelkingSettingsFile::Dialog::Current));
-    m_message->hide();
+    m_files->setMessage(QString());
 }
 
 bool PluginWelkingSettingsDialog2::loadFrom(const QString& path)
@@ -85,13 +69,11 @@ bool PluginWelkingSettingsDialog2::loadFrom(const QString& path)
     WelkingSettings loaded = m_form->settings(m_base);
     QString error;
     if (!WelkingSettingsFile::load(path, loaded, error)) {
-        m_message->setText(error);
-        m_message->show();
+        m_files->setMessage(error);
         return false;
     }
     m_form->setSettings(loaded);
-    m_message->hide();
-    rememberFolder(path);
+    m_files->setMessage(QString());
     return true;
 }
 
@@ -99,45 +81,11 @@ bool PluginWelkingSettingsDialog2::saveTo(const QString& path)
 {
     QString error;
     if (!WelkingSettingsFile::save(path, settings(), error)) {
-        m_message->setText(error);
-        m_message->show();
+        m_files->setMessage(error);
         return false;
     }
-    m_message->hide();
-    rememberFolder(path);
+    m_files->setMessage(QString());
     return true;
-}
-
-void PluginWelkingSettingsDialog2::load()
-{
-    const QString path = QFileDialog::getOpenFileName(this, QStringLiteral("Open Welking Settings File"),
-                                                      startFolder(), QStringLiteral("Files (*.ini);"));
-    if (!path.isEmpty())
-        loadFrom(path);
-}
-
-void PluginWelkingSettingsDialog2::save()
-{
-    QString path = QFileDialog::getSaveFileName(this, QStringLiteral("Save Welking Settings File"),
-                                                startFolder(), QStringLiteral("Files (*.ini);"));
-    if (path.isEmpty())
-        return;
-    if (QFileInfo(path).suffix().isEmpty())
-        path += QStringLiteral(".ini");
-    saveTo(path);
-}
-
-QString PluginWelkingSettingsDialog2::startFolder() const
-{
-    auto s = InstallationSettings::open(m_settingsDir);
-    const QString remembered = s->value(QStringLiteral("welkingSettingsPath")).toString();
-    return remembered.isEmpty() ? s->value(QStringLiteral("defaultFilesPath")).toString() : remembered;
-}
-
-void PluginWelkingSettingsDialog2::rememberFolder(const QString& path)
-{
-    InstallationSettings::open(m_settingsDir)
-        ->setValue(QStringLiteral("welkingSettingsPath"), QFileInfo(path).absolutePath());
 }
 
 } // namespace WelkPlugin

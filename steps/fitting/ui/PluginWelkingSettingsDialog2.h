@@ -5,10 +5,10 @@
 #include <QDialog>
 
 class QCheckBox;
-class QLabel;
 
 namespace WelkPlugin {
 
+class WelkingSettingsFileRow;
 class WelkingSettingsForm;
 
 /// "Preferences" of the fit: every setting of both fits, with Reset To
@@ -35,21 +35,15 @@ public:
 
 public slots:
     void resetToDefault();
-    void load();
-    void save();
 
 signals:
     void showLabelsChanged(bool showLabels);
 
 private:
-    QString startFolder() const;
-    void rememberFolder(const QString& path);
-
     WelkingSettings m_base;
-    QString m_settingsDir;
     WelkingSettingsForm* m_form;
     QCheckBox* m_showLabels;
-    QLabel* m_message;
+    WelkingSettingsFileRow* m_files;
 };
 
 } // namespace WelkPlugin

@@ -258,7 +258,7 @@ TEST_F(FitStep, PresetDialogSwitchesBetweenDefaultAndTheUsersValues)
         app = std::make_unique<QApplication>(argc, argv);
     WelkPlugin::WelkingSettings current = WelkPlugin::WelkingSettingsFile::defaults();
     current.rigidity = 3.0f;
-    WelkPlugin::PluginWelkingSettingsDialog dialog(current, WelkPlugin::PluginWelkPresetBar::Default);
+    WelkPlugin::PluginWelkingSettingsDialog dialog(current, WelkPlugin::PluginWelkPresetBar::Default, m_dir.path());
     // Its own defaults: 5 ICP iterations, sampling 5 to 0.02; no "Rigity", no "Normalize Sampling".
     EXPECT_EQ(dialog.settings().accelerated.icpIterations, 5);
     EXPECT_FLOAT_EQ(dialog.settings().sampling.samplingInitial, 5.0f);
