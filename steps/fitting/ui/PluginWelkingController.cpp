@@ -58,19 +58,8 @@ PluginWelkingController::PluginWelkingController(std::shared_ptr<ModelsData> mod
             &PluginWelkingController::setDistanceColors);
     connect(&m_measure, &QFutureWatcher<QVector<float>>::finished, this, [this] {
         m_distances = m_measure.result();
-        if (m_distances.isEmpty() || !m_widget->distanceBox()->isChecked())
-            return;
-        // The scale ends at the 95th percentile, so a few far vertices do not wash out the rest.
-        QVector<float> sorted = m_distances;
-        const int at = std::min<int>(sorted.size() - 1, int(0.95 * sorted.size()));
-        std::nth_element(sorted.begin(), sorted.begin() + at, sorted.end());
-        const double maximum = std::max(1e-12f, sorted[at]);
-        m_widget->setDistanceRange(maximum);
-        QVector<QColor> colors(m_distances.size());
-        for (int i = 0; i < m_distances.size(); ++i)
-            colors[i] = ZDistanceLegend::colorOf(m_distances[i], maximum);
         Q_EMIT progressChanged(QString(), -1, 0);
-        Q_EMIT vertexColors(colors);
+        applyDistanceColors();
     });
 }
 
@@ -331,6 +320,22 @@ void PluginWelkingController::setShowNodes(bool shown)
         Q_EMIT showNodes({});
 }
 
+void PluginWelkingController::applyDistanceColors()
+{
+    if (m_distances.isEmpty() || !m_widget->distanceBox()->isChecked())
+        return;
+    // The scale ends at the 95th percentile, so a few far vertices do not wash out the rest.
+    QVector<float> sorted = m_distances;
+    const int at = std::min<int>(sorted.size() - 1, int(0.95 * sorted.size()));
+    std::nth_element(sorted.begin(), sorted.begin() + at, sorted.end());
+    const double maximum = std::max(1e-12f, sorted[at]);
+    m_widget->setDistanceRange(maximum);
+    QVector<QColor> colors(m_distances.size());
+    for (int i = 0; i < m_distances.size(); ++i)
+        colors[i] = ZDistanceLegend::colorOf(m_distances[i], maximum);
+    Q_EMIT vertexColors(colors);
+}
+
 void PluginWelkingController::setDistanceColors(bool shown)
 {
     if (!shown || m_welked.isEmpty()) {
@@ -338,7 +343,7 @@ void PluginWelkingController::setDistanceColors(bool shown)
         return;
     }
     if (!m_distances.isEmpty()) {
-        Q_EMIT m_measure.finished();
+        applyDistanceColors();
         return;
     }
     if (m_measure.isRunning())

@@ -85,6 +85,8 @@ private:
     void compute(FitEngine engine);
     void onFitFinished();
     void recomputeTransform();
+    /// Colours the result by `m_distances` while the distance view is on.
+    void applyDistanceColors();
     void resetResult();
     QVector<QVector3D> placedVertices(const QVector<QVector3D>& vertices) const;
     WelkingSettings customSettings() const;

@@ -9,6 +9,7 @@
 #include "steps/fitting/ui/PluginWelkingController.h"
 #include "steps/fitting/ui/PluginWelkingSettingsDialog.h"
 #include "steps/fitting/ui/PluginWelkingSettingsDialog2.h"
+#include "steps/fitting/ui/PluginWelkingWidget.h"
 #include "steps/fitting/ui/WelkingSettingsForm.h"
 
 #include <QApplication>
@@ -19,6 +20,7 @@
 #include <QSpinBox>
 #include <QTimer>
 
+#include <algorithm>
 #include <memory>
 
 using GeometryStack2::GoZFile;
@@ -73,6 +75,8 @@ TEST_F(FitStep, FastWelkingFromTheWindowIsWhatDoneSendsBackAndWhatTheBatchToolCo
     int liveShapes = 0;
     QString finishText;
     bool buttonsOffWhileRunning = false;
+    QVector<float> distances;
+    int coloured = -1;
     const int code = driver.run({}, [&] {
         ZMainWindow* window = ProgramDriver::mainWindow();
         if (!window)
@@ -95,9 +99,15 @@ TEST_F(FitStep, FastWelkingFromTheWindowIsWhatDoneSendsBackAndWhatTheBatchToolCo
                 return false;
             finishText = box->text();
             box->button(QMessageBox::Ok)->click();
+            QObject::connect(page->controller(), &PluginWelkingController::vertexColors,
+                             [&](const QVector<QColor>& colors) { coloured = colors.size(); });
+            page->welkingWidget()->distanceBox()->click();
             phase = 2;
             return false;
         }
+        if (phase == 2 && page->controller()->distances().isEmpty())
+            return false;
+        distances = page->controller()->distances();
         window->doneButton()->click();
         return true;
     });
@@ -105,6 +115,14 @@ TEST_F(FitStep, FastWelkingFromTheWindowIsWhatDoneSendsBackAndWhatTheBatchToolCo
     EXPECT_TRUE(buttonsOffWhileRunning);
     EXPECT_EQ(finishText, QStringLiteral("Welking process is finished!"));
     EXPECT_GT(liveShapes, 2) << "intermediate shapes must reach the view";
+    // Distance colours: one distance and one colour per basemesh vertex, all
+    // under 1% of the scan's size after a good fit.
+    const int baseVertices = ZWelkBatch::makeDemoBasemesh(6).vertexCount();
+    ASSERT_EQ(distances.size(), baseVertices);
+    EXPECT_EQ(coloured, baseVertices);
+    EXPECT_GE(*std::min_element(distances.begin(), distances.end()), 0.0f);
+    EXPECT_LT(*std::max_element(distances.begin(), distances.end()), 0.2f)
+        << "the demo scan's diagonal is about 35 units";
     EXPECT_TRUE(QFile::exists(import()));
     EXPECT_FALSE(QFile::exists(status()));
 
@@ -258,7 +276,8 @@ TEST_F(FitStep, PresetDialogSwitchesBetweenDefaultAndTheUsersValues)
         app = std::make_unique<QApplication>(argc, argv);
     WelkPlugin::WelkingSettings current = WelkPlugin::WelkingSettingsFile::defaults();
     current.rigidity = 3.0f;
-    WelkPlugin::PluginWelkingSettingsDialog dialog(current, WelkPlugin::PluginWelkPresetBar::Default, m_dir.path());
+    WelkPlugin::PluginWelkingSettingsDialog dialog(current, WelkPlugin::PluginWelkPresetBar::Default,
+                                                   m_dir.path());
     // Its own defaults: 5 ICP iterations, sampling 5 to 0.02; no "Rigity", no "Normalize Sampling".
     EXPECT_EQ(dialog.settings().accelerated.icpIterations, 5);
     EXPECT_FLOAT_EQ(dialog.settings().sampling.samplingInitial, 5.0f);
