@@ -214,6 +214,13 @@ public:
             }
         }
 
+        // On closed shells a rotation combined with a mirror also reverses
+        // orientation and keeps adjacency, but it is no mirror: a mirror's
+        // image maps back onto the vertex it came from.
+        for (int x : left)
+            if (partner[size_t(partner[size_t(x)])] != x)
+                return {};
+
         s.context.cancel_group_execution();
         tbb::spin_mutex::scoped_lock lock(s.mutex);
         if (!s.found) {
