@@ -17,6 +17,12 @@ public:
 
     /// True when Cancel would throw away work: points, splines or a result.
     virtual bool hasUnsavedWork() const = 0;
+    /// What Cancel asks when there is unsaved work.
+    virtual QString unsavedWorkQuestion() const
+    {
+        return QStringLiteral(
+            "Points, splines or a fit result will be lost.\nClose without sending anything to ZBrush?");
+    }
     /// The result writer: written, not written (stop anyway), or cancelled.
     virtual SaveResult saveResult() = 0;
 

@@ -39,6 +39,7 @@ ControllerMain::ControllerMain(const QStringList& arguments, ZMainWindow* window
     for (int side = 0; side < 2; ++side) {
         ZModelView* view = window->modelView(side);
         view->setVisualParams(m_visualParams);
+        view->setGoZConventions(m_models->texCoordsFromTop());
         view->setModel(m_models->geometry(side), m_exchange.meshFileName(side), m_glContext,
                        m_models->texture(side));
         view->setPolygonMask(m_models->polygonMaskFlags(side));
@@ -69,7 +70,7 @@ ControllerMain::ControllerMain(const QStringList& arguments, ZMainWindow* window
     }
 
     if (m_mode == TextureMode)
-        m_modeController = new ControllerTexture(window, m_models, this);
+        m_modeController = new ControllerTexture(window, m_models, m_exchange.applicationDirPath(), this);
     else
         m_modeController = new ControllerWelk(window, m_models, m_exchange, this);
     connect(m_modeController, &ControllerBase::updateVisualParams, this, &ControllerMain::setNewVisualParams);
@@ -95,9 +96,7 @@ void ControllerMain::onCancel()
 {
     if (m_modeController->hasUnsavedWork()) {
         const auto answer = QMessageBox::question(
-            m_window, QStringLiteral("ZWelk"),
-            QStringLiteral(
-                "Points, splines or a fit result will be lost.\nClose without sending anything to ZBrush?"),
+            m_window, QStringLiteral("ZWelk"), m_modeController->unsavedWorkQuestion(),
             QMessageBox::Close | QMessageBox::Cancel, QMessageBox::Cancel);
         if (answer != QMessageBox::Close)
             return;

@@ -47,7 +47,7 @@ ZMainWindow::ZMainWindow(bool isWelkMode, ApplicationMode mode, QScreen* screen,
     layout->addWidget(m_errorBar);
 
     auto* body = new QSplitter(Qt::Horizontal, central);
-    auto* views = new QSplitter(Qt::Horizontal, body);
+    auto* views = m_viewSplitter = new QSplitter(Qt::Horizontal, body);
     views->setObjectName(QStringLiteral("viewSplitter"));
     m_views[0] = new ZModelView(isWelkMode ? tr("Basemesh") : tr("Target"), views);
     m_views[1] = new ZModelView(isWelkMode ? tr("Scan") : tr("Source"), views);
@@ -150,6 +150,11 @@ QWidget* ZMainWindow::buildBottomBar()
     layout->setContentsMargins(8, 3, 8, 3);
     m_hint = new QLabel(bar);
     m_hint->setTextFormat(Qt::RichText);
+    // A long hint wraps rather than widening the window, which would push
+    // Done and the panel off the screen when the progress bar appears.
+    m_hint->setWordWrap(true);
+    m_hint->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    m_hint->setMinimumWidth(200);
     layout->addWidget(m_hint, 1);
     m_syncViews = new QCheckBox(tr("Sync Views"), bar);
     m_syncViews->setToolTip(tr("Move both cameras together"));
@@ -205,6 +210,17 @@ void ZMainWindow::updateButtons()
     m_tabs->setEnabled(!m_stepsLocked);
     m_prev->setVisible(pageCount() > 1);
     m_next->setVisible(pageCount() > 1);
+}
+
+void ZMainWindow::addViewPane(QWidget* pane)
+{
+    m_viewSplitter->addWidget(pane);
+    m_viewSplitter->setCollapsible(m_viewSplitter->indexOf(pane), false);
+    const int count = m_viewSplitter->count();
+    QList<int> sizes;
+    for (int i = 0; i < count; ++i)
+        sizes.append(std::max(1, m_viewSplitter->width() / count));
+    m_viewSplitter->setSizes(sizes);
 }
 
 void ZMainWindow::setStepsLocked(bool locked)

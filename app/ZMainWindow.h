@@ -46,6 +46,9 @@ public:
 
     ZErrorBar* errorBar() const { return m_errorBar; }
     ZModelView* modelView(int side) const { return m_views[side]; }
+    /// Adds a pane to the right of the two model panes (the texture step's
+    /// result view); the panes share the width equally.
+    void addViewPane(QWidget* pane);
 
     void showWarning(int number, const QString& text);
     void hideWarning(int number);
@@ -92,6 +95,7 @@ private:
     QPushButton* m_cancel = nullptr;
     ZErrorBar* m_errorBar = nullptr;
     ZModelView* m_views[2] = {nullptr, nullptr};
+    QSplitter* m_viewSplitter = nullptr;
     QStackedWidget* m_pages = nullptr;
     QWidget* m_rightPanel = nullptr;
     QLabel* m_hint = nullptr;

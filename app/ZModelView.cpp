@@ -18,6 +18,7 @@
 
 #include "document/WImg.h"
 #include "geometry/GeomStackTriangulated.h"
+#include "steps/texture/TextureTexels.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -130,10 +131,7 @@ void ZModelView::setModel(const GeometryStack2::GeomStackTriangulated* mesh, con
     m_surface = std::make_shared<WGLMaterialCavity>();
     m_surface->setLightingEnabled(m_lighting->isChecked());
     m_surface->setTextureEnabled(m_texture->isChecked());
-    if (!texture.isNull() && mesh->hasTexCoords()) {
-        m_textureImage = std::make_unique<WGLTextureImg>(texture);
-        m_surface->setTexture(m_textureImage.get());
-    }
+    setTexture(texture);
     m_wire = std::make_shared<WGLMaterialWireframe>();
     m_renderer = std::make_shared<WGLObjectRenderer>(m_data);
     m_geom = std::make_unique<ZGLGeom>(context, m_renderer);
@@ -156,7 +154,27 @@ void ZModelView::setModel(const GeometryStack2::GeomStackTriangulated* mesh, con
         m_viewport->addModel(m_geom.get());
     }
     m_fitted = false;
+    if (m_gozConventions)
+        m_camera->setOrientation(QQuaternion::fromAxisAndAngle(1.0f, 0.0f, 0.0f, 180.0f));
     fitToView();
+}
+
+void ZModelView::setTexture(const WImg& texture)
+{
+    if (!m_surface || !m_context)
+        return;
+    m_context->makeCurrentIfNeeded();
+    if (texture.isNull() || !m_mesh || !m_mesh->hasTexCoords()) {
+        m_surface->setTexture(nullptr);
+        m_textureImage.reset();
+    } else {
+        // The drawing reads v from the bottom of the image.
+        m_textureImage =
+            std::make_unique<WGLTextureImg>(m_gozConventions ? WelkPlugin::flippedVertically(texture) : texture);
+        m_surface->setTexture(m_textureImage.get());
+    }
+    if (m_viewport)
+        m_viewport->update();
 }
 
 void ZModelView::updateMaterials()

@@ -54,6 +54,14 @@ public:
     void setModel(const GeometryStack2::GeomStackTriangulated* mesh, const QString& fileName,
                   Welk::WGLSharedContext* context, const Welk::WImg& texture);
     void setVisualParams(const PluginGLVisualParams& params);
+    /// Replaces the texture drawn on the model (a null image removes it).
+    void setTexture(const Welk::WImg& texture);
+    /// For meshes read from GoZ files, which hold ZBrush's own frame: y and
+    /// z point the other way than in OBJ files (the view starts turned
+    /// half about x, so models stand as in ZBrush), and texture coordinates
+    /// count v from the top of the image. Call before `setModel`.
+    void setGoZConventions(bool goz) { m_gozConventions = goz; }
+    Welk::WGLSharedContext* sharedContext() const { return m_context; }
     void setToggles(bool wireframe, bool texture, bool lighting);
 
     /// The header's text, for tests and accessibility.
@@ -124,6 +132,7 @@ private:
     Welk::ZGLViewport* m_viewport = nullptr;
     Welk::WContextNavigation2WithGeom* m_navigation = nullptr;
     bool m_fitted = false;
+    bool m_gozConventions = false;
     QVector<QColor> m_maskColors;
 };
 

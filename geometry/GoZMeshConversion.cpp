@@ -85,16 +85,18 @@ bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error)
     return true;
 }
 
-GoZFile gozFromMesh(const GeomStack& mesh, const QByteArray& name)
+GoZFile gozFromMesh(const GeomStack& mesh, const QByteArray& name, GoZFrame frame)
 {
+    const bool zbrush = frame == GoZFrame::ZBrush;
+    const float axis = zbrush ? -1.0f : 1.0f;
     GoZFile goz;
-    goz.name = name;
+    goz.name = zbrush ? QByteArrayLiteral("GoZMesh_") + name : name;
     goz.vertexCount = mesh.vertexCount();
     goz.vertices.reserve(size_t(goz.vertexCount) * 3);
     for (const QVector3D& v : mesh.vertices()) {
         goz.vertices.push_back(v.x());
-        goz.vertices.push_back(v.y());
-        goz.vertices.push_back(v.z());
+        goz.vertices.push_back(axis * v.y());
+        goz.vertices.push_back(axis * v.z());
     }
 
     const bool withUVs = mesh.hasTexCoords();
@@ -108,7 +110,7 @@ GoZFile gozFromMesh(const GeomStack& mesh, const QByteArray& name)
             if (withUVs) {
                 const QVector2D t = mesh.texCoords()[mesh.texCoordIndices()[c]];
                 goz.uvs.push_back(t.x());
-                goz.uvs.push_back(t.y());
+                goz.uvs.push_back(zbrush ? 1.0f - t.y() : t.y());
             }
             ++slot;
         }

@@ -22,10 +22,21 @@ struct GoZMesh
 /// ungrouped. Returns false with `error` when an index is out of range.
 bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error);
 
+/// Where `gozFromMesh` puts an OBJ-style mesh.
+enum class GoZFrame
+{
+    /// As ZBrush writes a subtool: the name chunk holds "GoZMesh_" and the
+    /// name, positions are (x, -y, -z) of the OBJ's, and texture
+    /// coordinates are (u, 1 - v), counting v from the top of the image.
+    ZBrush,
+    /// The mesh's own numbers and the bare name.
+    AsGiven,
+};
+
 /// Builds a GoZ image of `mesh` the way ZBrush exports a subtool: quads with
 /// empty fourth slots for triangles (larger polygons are fanned into
 /// triangles), texture coordinates per corner when the mesh has them, an
 /// unmasked mask chunk and a polygon group chunk (ungrouped polygons get 0).
-GoZFile gozFromMesh(const GeomStack& mesh, const QByteArray& name);
+GoZFile gozFromMesh(const GeomStack& mesh, const QByteArray& name, GoZFrame frame = GoZFrame::AsGiven);
 
 } // namespace GeometryStack2

@@ -39,6 +39,9 @@ public:
     const QVector<QVector3D>& resultVertices() const { return m_resultVertices; }
     const ExchangeFolder& exchange() const { return m_exchange; }
     bool firstModelClean() const { return m_firstModelClean; }
+    /// True where texture coordinates count v from the top of the image, as
+    /// ZBrush writes them in GoZ files; OBJ counts from the bottom.
+    virtual bool texCoordsFromTop() const { return false; }
 
     void setCorrespondencePoints(const QVector<Welk::WPointOnTriangle>& points, int index);
     void setSplinePoints(const QVector<Welk::WPointOnTriangle>& points, int index);

@@ -18,6 +18,7 @@ public:
 
     bool saveGeometry(const QString& path, QString& error) override;
     bool loadGeometry(const QString& path, QString& error, int index) override;
+    bool texCoordsFromTop() const override { return true; }
 
     const GeometryStack2::GoZFile* gozFile(int index) const { return m_gozFiles[index].get(); }
 

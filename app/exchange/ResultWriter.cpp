@@ -2,6 +2,14 @@
 
 #include "ModelsData.h"
 
+#include "document/WImg.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <opencv2/core.hpp>
+
 namespace WelkPlugin {
 
 SaveResult writeWelkResult(ModelsData& models, QString& error)
@@ -13,6 +21,40 @@ SaveResult writeWelkResult(ModelsData& models, QString& error)
         return ResultCancelled;
     }
     return ResultWritten;
+}
+
+SaveResult writeTextureResult(const ModelsData& models, const Welk::WImg& image, QString& error)
+{
+    const QString path = models.exchange().resultTexturePath();
+    const QFileInfo info(path);
+    // Same folder, so the rename cannot cross file systems; same suffix, so
+    // the image library picks the same format.
+    const QString partial = info.dir().filePath(QStringLiteral(".%1.partial.%2").arg(info.completeBaseName(), info.suffix()));
+    QString saveError;
+    if (image.isNull())
+        saveError = QStringLiteral("There is no result image");
+    else if (!image.save(partial, &saveError))
+        QFile::remove(partial);
+    else if (QFile::exists(path) && !QFile::remove(path))
+        saveError = QStringLiteral("%1 can't be replaced").arg(path);
+    else if (!QFile::rename(partial, path))
+        saveError = QStringLiteral("%1 can't be renamed to %2").arg(partial, path);
+    if (!saveError.isEmpty()) {
+        QFile::remove(partial);
+        error = QStringLiteral("Cannot save result texture file:\n%1").arg(saveError);
+        return ResultCancelled;
+    }
+    return ResultWritten;
+}
+
+Welk::WImg toEightBit(const Welk::WImg& image)
+{
+    if (image.isNull() || image.pixelType() == Welk::WImg::UInt8)
+        return image;
+    const double scale = image.pixelType() == Welk::WImg::UInt16 ? 255.0 / 65535.0 : 255.0;
+    cv::Mat converted;
+    image.mat().convertTo(converted, CV_MAKETYPE(CV_8U, image.channels()), scale);
+    return Welk::WImg(converted, image.attributes());
 }
 
 void announceResult(const ModelsData& models)

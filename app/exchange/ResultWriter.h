@@ -2,6 +2,10 @@
 
 #include <QString>
 
+namespace Welk {
+class WImg;
+}
+
 namespace WelkPlugin {
 
 class ModelsData;
@@ -17,6 +21,15 @@ enum SaveResult
 /// Writes the fit's result beside the first mesh, under its name less the
 /// "1_" prefix. On failure `error` is the text shown to the user.
 SaveResult writeWelkResult(ModelsData& models, QString& error);
+
+/// Writes the texture mode's result beside the first mesh as
+/// "<first mesh>_TXTR.tif". The image goes to a temporary file in the same
+/// folder first and replaces the result in one rename, so ZBrush never
+/// finds half an image. On failure `error` is the text shown to the user.
+SaveResult writeTextureResult(const ModelsData& models, const Welk::WImg& image, QString& error);
+
+/// The image with 8 bits a channel (16-bit and float scaled to 0..255).
+Welk::WImg toEightBit(const Welk::WImg& image);
 
 /// Ends a run as Done does after a written result: import.txt is created,
 /// so the plug-in sees the result, then import.txt.

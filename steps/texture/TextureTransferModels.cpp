@@ -1,5 +1,7 @@
 #include "TextureTransferModels.h"
 
+#include "TextureTexels.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -51,7 +53,8 @@ QVector<QPoint> TextureTransferModels::occupiedTiles() const
     const QVector<QVector2D>& uv = m_target.texCoords();
     for (int t = 0; t + 2 < indices.size(); t += 3) {
         const QVector2D centre = (uv[indices[t]] + uv[indices[t + 1]] + uv[indices[t + 2]]) / 3.0f;
-        const QPoint tile(int(std::floor(centre.x())), int(std::floor(centre.y())));
+        const int v = int(std::floor(centre.y()));
+        const QPoint tile(int(std::floor(centre.x())), m_targetFromTop ? -v : v);
         if (!tiles.contains(tile))
             tiles.append(tile);
     }
@@ -84,10 +87,21 @@ Welk::WImg TextureTransferModels::project(const Welk::WImg& sourceImage, const Q
         error = QStringLiteral("No meshes to project between");
         return {};
     }
-    return WelkPlugin::project(sourceImage, m_source.texCoords(), m_source.triangleTexCoordIndices(), *m_sourceTracer,
-                               m_target.vertices(), m_target.normals(), m_target.triangleVertexIndices(), outputSize,
-                               *m_targetUvTracer, maxDistance, uOffset, vOffset, QSize(128, 128), triangleMask, error,
-                               progress);
+    const Welk::WImg image = WelkPlugin::project(
+        projectionSource(sourceImage), m_source.texCoords(), m_source.triangleTexCoordIndices(), *m_sourceTracer,
+        m_target.vertices(), m_target.normals(), m_target.triangleVertexIndices(), outputSize, *m_targetUvTracer,
+        maxDistance, uOffset, projectionVOffset(vOffset), QSize(128, 128), triangleMask, error, progress);
+    return resultOfProjection(image);
+}
+
+Welk::WImg TextureTransferModels::projectionSource(const Welk::WImg& texture) const
+{
+    return m_sourceFromTop ? flippedVertically(texture) : texture;
+}
+
+Welk::WImg TextureTransferModels::resultOfProjection(const Welk::WImg& projected) const
+{
+    return m_targetFromTop ? flippedVertically(projected) : projected;
 }
 
 int TextureTransferModels::udim(int u, int v)

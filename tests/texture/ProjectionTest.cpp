@@ -229,6 +229,48 @@ TEST(TextureProjection, TileOffsetReadsTheNamedTile)
     EXPECT_EQ(cv::countNonZero(wrongTile.mat().reshape(1)), 0);
 }
 
+TEST(TextureProjection, TexCoordsCountedFromTheTopGiveTheUsualImage)
+{
+    // As GoZ files hold them: v from the top of the image, so tile 1,2 of
+    // the usual count lies at v in [-2, -1).
+    const auto fromTop = [](const QVector2D& uv) { return QVector2D(uv.x(), 1.0f - uv.y()); };
+    const GeometryStack2::GeomStack source = sourcePlane();
+    const GeometryStack2::GeomStack sourceFromTop =
+        grid(12, [](float x, float y) { return QVector3D(x, y, 0.0f); },
+             [&](float x, float y) { return fromTop(sourceUvAt(x, y)); });
+    const GeometryStack2::GeomStack targetFromTop =
+        grid(7, [](float x, float y) { return QVector3D(x, y, 0.05f); },
+             [&](float x, float y) { return fromTop(QVector2D(1.1f + 0.8f * y, 2.1f + 0.8f * x)); });
+
+    Transfer usual(source, targetPlane(1, 2));
+    Transfer both(sourceFromTop, targetFromTop);
+    both.models.setTexCoordsFromTop(true, true);
+    Transfer sourceOnly(sourceFromTop, targetPlane(1, 2));
+    sourceOnly.models.setTexCoordsFromTop(true, false);
+    EXPECT_EQ(both.models.occupiedTiles(), QVector<QPoint>{QPoint(1, 2)});
+    EXPECT_TRUE(both.models.hasTrianglesInTile(1, 2));
+
+    const Welk::WImg texture = rampImage(96);
+    const Welk::WImg reference = usual.run(texture, 96, FloatMax, 1, 2);
+    ASSERT_GT(cv::countNonZero(reference.mat().reshape(1)), 1000);
+    // 1 - v rounds differently: a texel exactly on an island's border may
+    // fall on the other side, nothing more.
+    for (Transfer* transfer : {&both, &sourceOnly}) {
+        const Welk::WImg image = transfer->run(texture, 96, FloatMax, 1, 2);
+        ASSERT_FALSE(image.isNull());
+        cv::Mat difference;
+        cv::absdiff(reference.mat(), image.mat(), difference);
+        EXPECT_LE(cv::countNonZero(difference.reshape(1) > 2), 8) << (transfer == &both ? "both" : "source only");
+    }
+    // Read the usual way, the same files give the ramp upside down.
+    Transfer unaware(sourceFromTop, targetPlane(1, 2));
+    cv::Mat difference;
+    cv::absdiff(reference.mat(), unaware.run(texture, 96, FloatMax, 1, 2).mat(), difference);
+    double largest = 0.0;
+    cv::minMaxLoc(difference.reshape(1), nullptr, &largest);
+    EXPECT_GT(largest, 50.0);
+}
+
 TEST(TextureProjection, DepthAndChannelsOfTheSourceAreKept)
 {
     Transfer transfer(sourcePlane(), targetPlane());

@@ -2,6 +2,7 @@
 // test, compared with the library's own projection.
 #include "document/WImg.h"
 #include "geometry/GeomStack.h"
+#include "geometry/GoZFile.h"
 #include "steps/texture/TextureTransferModels.h"
 
 #include <gtest/gtest.h>
@@ -24,13 +25,27 @@ struct BatchOutput
     QString err;
 };
 
-BatchOutput texture(const QStringList& arguments)
+BatchOutput batch(const QStringList& arguments)
 {
     QProcess process;
-    process.start(QStringLiteral(ZWELK_BATCH_PROGRAM), QStringList{QStringLiteral("texture")} + arguments);
+    process.start(QStringLiteral(ZWELK_BATCH_PROGRAM), arguments);
     EXPECT_TRUE(process.waitForFinished(120000));
     return {process.exitCode(), QString::fromLocal8Bit(process.readAllStandardOutput()),
             QString::fromLocal8Bit(process.readAllStandardError())};
+}
+
+BatchOutput texture(const QStringList& arguments)
+{
+    return batch(QStringList{QStringLiteral("texture")} + arguments);
+}
+
+double largestDifference(const cv::Mat& a, const cv::Mat& b)
+{
+    cv::Mat difference;
+    cv::absdiff(a, b, difference);
+    double largest = 0.0;
+    cv::minMaxLoc(difference.reshape(1), nullptr, &largest);
+    return largest;
 }
 
 /// An n by n quad grid over the unit square at height z; `uv` maps (x, y)
@@ -217,6 +232,100 @@ TEST_F(TextureCommand, BadInputGetsAMessageAndWritesNothing)
         EXPECT_TRUE(run.err.contains(c.message)) << c.what << ": " << run.err.toStdString();
         EXPECT_TRUE(writtenFiles().isEmpty()) << c.what;
     }
+}
+
+TEST_F(TextureCommand, ExchangeWritesSubtoolsInZBrushsFrameOrRawOnRequest)
+{
+    for (const bool raw : {false, true}) {
+        const QString folder = path(raw ? "raw" : "zbrush");
+        QStringList arguments{QStringLiteral("exchange"), path("target.obj"), path("source.obj"),
+                              QStringLiteral("--folder"), folder};
+        if (raw)
+            arguments << QStringLiteral("--raw");
+        const BatchOutput run = batch(arguments);
+        ASSERT_EQ(run.code, 0) << run.err.toStdString();
+        GeometryStack2::GoZFile goz;
+        ASSERT_TRUE(goz.read(folder + QStringLiteral("/Files/1_target.GoZ")));
+        // The name chunk is padded with zeros.
+        EXPECT_EQ(goz.name.left(goz.name.indexOf('\0')), raw ? QByteArray("target") : QByteArray("GoZMesh_target"));
+        ASSERT_EQ(goz.vertexCount, m_target.vertexCount());
+        const float sign = raw ? 1.0f : -1.0f;
+        for (int i = 0; i < goz.vertexCount; ++i) {
+            const QVector3D v = m_target.vertices()[i];
+            ASSERT_FLOAT_EQ(goz.vertices[size_t(3 * i)], v.x());
+            ASSERT_FLOAT_EQ(goz.vertices[size_t(3 * i + 1)], sign * v.y());
+            ASSERT_FLOAT_EQ(goz.vertices[size_t(3 * i + 2)], sign * v.z());
+        }
+        // Corner 0 of polygon 0 is the grid's corner at x = y = 0.
+        const QVector2D uv = m_target.texCoords()[m_target.texCoordIndices()[0]];
+        ASSERT_FALSE(goz.uvs.empty());
+        EXPECT_FLOAT_EQ(goz.uvs[0], uv.x());
+        EXPECT_FLOAT_EQ(goz.uvs[1], raw ? uv.y() : 1.0f - uv.y());
+    }
+}
+
+TEST_F(TextureCommand, TextureThroughAZBrushExchangeLandsAsFromTheObjFiles)
+{
+    // ZBrush's GoZ files turn the mesh half about x and count v from the top
+    // of the image, while the _TXTR image keeps the usual orientation. A
+    // transfer through such a folder must give the image a transfer between
+    // the OBJ files gives, which the projection tests check texel by texel.
+    const QString folder = path("exchange");
+    const BatchOutput written =
+        batch({QStringLiteral("exchange"), path("target.obj"), path("source.obj"), QStringLiteral("--folder"), folder,
+               QStringLiteral("--mode"), QStringLiteral("texture"), QStringLiteral("--texture-second"),
+               path("texture.png")});
+    ASSERT_EQ(written.code, 0) << written.err.toStdString();
+    const QStringList size{QStringLiteral("--size"), QStringLiteral("128x128"), QStringLiteral("--no-fill")};
+    const BatchOutput throughExchange = texture(QStringList{QStringLiteral("--exchange"), folder} + size);
+    ASSERT_EQ(throughExchange.code, 0) << throughExchange.err.toStdString();
+    const BatchOutput direct = texture(common(path("out.png")) + size);
+    ASSERT_EQ(direct.code, 0) << direct.err.toStdString();
+
+    Welk::WImg fromExchange, fromObj;
+    ASSERT_TRUE(fromExchange.load(folder + QStringLiteral("/Files/1_target_TXTR.tif")));
+    ASSERT_TRUE(fromObj.load(path("out.png")));
+    ASSERT_EQ(fromExchange.width(), 128);
+    ASSERT_EQ(fromExchange.channels(), fromObj.channels());
+    // 1 - v rounds differently from v, so a texel right on an island's
+    // border may fall on the other side; nothing else may differ.
+    const auto differingTexels = [](const cv::Mat& a, const cv::Mat& b) {
+        cv::Mat difference;
+        cv::absdiff(a, b, difference);
+        std::vector<cv::Mat> channels;
+        cv::split(difference, channels);
+        cv::Mat largest = channels[0];
+        for (const cv::Mat& c : channels)
+            largest = cv::max(largest, c);
+        return cv::countNonZero(largest > 2);
+    };
+    const int reached = cv::countNonZero(fromObj.mat().reshape(1, fromObj.height() * fromObj.width()).col(3));
+    ASSERT_GT(reached, 3000);
+    EXPECT_LT(differingTexels(fromExchange.mat(), fromObj.mat()), reached / 40);
+    // Upside down it would differ wherever the ramp's green changes.
+    cv::Mat flipped;
+    cv::flip(fromObj.mat(), flipped, 0);
+    EXPECT_GT(differingTexels(fromExchange.mat(), flipped), reached / 3);
+    // The run ends as Done does.
+    EXPECT_TRUE(QFile::exists(folder + QStringLiteral("/import.txt")));
+    EXPECT_FALSE(QFile::exists(folder + QStringLiteral("/status.txt")));
+}
+
+TEST_F(TextureCommand, ExchangeWithoutSourceTextureWritesNothing)
+{
+    const QString folder = path("exchange");
+    ASSERT_EQ(batch({QStringLiteral("exchange"), path("target.obj"), path("source.obj"), QStringLiteral("--folder"),
+                     folder, QStringLiteral("--mode"), QStringLiteral("texture")})
+                  .code,
+              0);
+    const BatchOutput run = texture({QStringLiteral("--exchange"), folder});
+    EXPECT_EQ(run.code, 1);
+    EXPECT_TRUE(run.err.contains(QStringLiteral("The texture for the source mesh is not specified."))) << run.err.toStdString();
+    EXPECT_FALSE(QFile::exists(folder + QStringLiteral("/Files/1_target_TXTR.tif")));
+    EXPECT_FALSE(QFile::exists(folder + QStringLiteral("/import.txt")));
+    const BatchOutput mixed = texture({QStringLiteral("--exchange"), folder, QStringLiteral("-o"), path("out.png")});
+    EXPECT_EQ(mixed.code, 2);
+    EXPECT_TRUE(mixed.err.contains(QStringLiteral("--exchange replaces"))) << mixed.err.toStdString();
 }
 
 } // namespace

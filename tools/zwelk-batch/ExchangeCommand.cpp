@@ -24,8 +24,8 @@ QString subtoolName(const QString& path)
     return name.isEmpty() ? QStringLiteral("Subtool") : name;
 }
 
-bool prepareSubtool(const QString& path, int index, const QString& texture, SubtoolExport& subtool,
-                    QString& error)
+bool prepareSubtool(const QString& path, int index, const QString& texture, GeometryStack2::GoZFrame frame,
+                    SubtoolExport& subtool, QString& error)
 {
     MeshInput input;
     if (!MeshInput::load(path, input, error))
@@ -48,7 +48,7 @@ bool prepareSubtool(const QString& path, int index, const QString& texture, Subt
         subtool.goz = goz;
         return true;
     }
-    subtool.goz = GeometryStack2::gozFromMesh(input.mesh, name.toUtf8());
+    subtool.goz = GeometryStack2::gozFromMesh(input.mesh, name.toUtf8(), frame);
     return true;
 }
 
@@ -59,7 +59,7 @@ int runExchange(const QStringList& words)
     const Arguments args(words,
                          {QStringLiteral("--folder"), QStringLiteral("--mode"), QStringLiteral("--texture-first"),
                           QStringLiteral("--texture-second"), QStringLiteral("--app-dir")},
-                         {});
+                         {QStringLiteral("--raw")});
     if (!args.ok() || args.positional().size() != 2 || args.value(QStringLiteral("--folder")).isEmpty()) {
         printError(args.ok() ? QStringLiteral("usage: zwelk-batch exchange FIRST SECOND --folder DIR [options]")
                              : QStringLiteral("zwelk-batch exchange: ") + args.error());
@@ -77,9 +77,13 @@ int runExchange(const QStringList& words)
     exchange.applicationDir = args.value(QStringLiteral("--app-dir"));
     const QString textures[2] = {args.value(QStringLiteral("--texture-first")),
                                  args.value(QStringLiteral("--texture-second"))};
+    // OBJ meshes go into ZBrush's frame, as the plug-in's files come;
+    // --raw keeps their numbers.
+    const GeometryStack2::GoZFrame frame =
+        args.flag(QStringLiteral("--raw")) ? GeometryStack2::GoZFrame::AsGiven : GeometryStack2::GoZFrame::ZBrush;
     QString error;
     for (int i = 0; i < 2; ++i) {
-        if (!prepareSubtool(args.positional()[i], i, textures[i], exchange.subtools[i], error)) {
+        if (!prepareSubtool(args.positional()[i], i, textures[i], frame, exchange.subtools[i], error)) {
             printError(error);
             return ExitFailed;
         }

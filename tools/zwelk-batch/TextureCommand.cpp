@@ -1,9 +1,13 @@
 #include "Arguments.h"
 #include "BatchCommands.h"
+#include "ExchangeInput.h"
 #include "MeshInput.h"
 #include "OutputPath.h"
 #include "TerminalProgress.h"
 
+#include "exchange/ResultWriter.h"
+#include "exchange/TextureModeValidation.h"
+#include "steps/texture/TextureTexels.h"
 #include "steps/texture/TextureTransferModels.h"
 #include "steps/texture/WExtrapolateImage.h"
 
@@ -120,6 +124,7 @@ QString textureUsage()
 {
     return QStringLiteral(R"(Usage: zwelk-batch texture --source MESH --source-texture IMAGE --target MESH
                           -o OUT.png|OUT.tif [options]
+       zwelk-batch texture --exchange DIR [options]
 
 Carries the texture of the source mesh onto the target mesh's UV layout:
 each texel of the target's UVs looks along the target's normal, both ways,
@@ -129,11 +134,18 @@ target receive nothing. 8- and 16-bit, grey, RGB and RGBA textures keep
 their depth; RGB gains an alpha channel. Texels no ray reached are filled
 from their neighbours unless --no-fill is given.
 
+With --exchange the plug-in's folder DIR is read as ZWelk reads it in the
+texture mode (the first subtool receives, the second gives its _TXTR
+image), and the result is written back as Done does: the first subtool's
+_TXTR.tif, 8-bit unless --keep-depth, then import.txt; status.txt goes.
+
 Options:
   --source MESH           the mesh the texture is painted on (needs UVs)
   --source-texture IMAGE  its texture (any format OpenImageIO reads)
   --target MESH           the mesh that receives the texture (needs UVs)
   -o FILE                 the result, .png or .tif
+  --exchange DIR          read and write an exchange folder instead
+  --keep-depth            with --exchange, keep a 16-bit or float result's depth
   --size WxH              the result's size (default 1024x1024, at most 16384)
   --max-distance D        ignore source surfaces farther than D along the
                           normal (default: no limit)
@@ -145,13 +157,74 @@ Options:
 Nothing is written when an input is wrong or the run is interrupted.)");
 }
 
+namespace {
+
+/// What a transfer reads: the two meshes, the target's mask and the
+/// source's texture, from files or from an exchange folder.
+struct TextureInputs
+{
+    GeometryStack2::GeomStack source;
+    GeometryStack2::GeomStack target;
+    QVector<quint8> targetPolygonMask;
+    Welk::WImg texture;
+    bool sourceFromTop = false;
+    bool targetFromTop = false;
+    std::shared_ptr<WelkPlugin::ModelsData> exchangeModels;
+    WelkPlugin::ExchangeFolder exchange;
+};
+
+bool loadFiles(const QString& sourcePath, const QString& texturePath, const QString& targetPath,
+               TextureInputs& inputs, QString& error)
+{
+    MeshInput source, target;
+    if (!MeshInput::load(sourcePath, source, error) || !MeshInput::load(targetPath, target, error))
+        return false;
+    if (!inputs.texture.load(texturePath, &error)) {
+        error = QStringLiteral("--source-texture %1: the image can't be read: %2").arg(texturePath, oneLine(error));
+        return false;
+    }
+    inputs.source = std::move(source.mesh);
+    inputs.target = std::move(target.mesh);
+    inputs.targetPolygonMask = target.polygonMaskFlags;
+    // GoZ files count v from the top of the image.
+    inputs.sourceFromTop = source.goz.has_value();
+    inputs.targetFromTop = target.goz.has_value();
+    return true;
+}
+
+bool loadExchange(const QString& dir, TextureInputs& inputs, QString& error)
+{
+    inputs.exchangeModels = loadExchangeModels(dir, inputs.exchange, error);
+    if (!inputs.exchangeModels)
+        return false;
+    const WelkPlugin::ModelsData& models = *inputs.exchangeModels;
+    QString title, text;
+    if (!WelkPlugin::validateTextureMode(WelkPlugin::TextureMode, models, title, text)) {
+        error = title + QLatin1Char('\n') + text;
+        return false;
+    }
+    if (models.texture(1).isNull()) {
+        error = QStringLiteral("The texture for the source mesh is not specified.\n"
+                               "Please specify texture before starting texture transfer.");
+        return false;
+    }
+    inputs.source = *models.geometry(1);
+    inputs.target = *models.geometry(0);
+    inputs.targetPolygonMask = models.polygonMaskFlags(0);
+    inputs.texture = models.texture(1);
+    inputs.sourceFromTop = inputs.targetFromTop = models.texCoordsFromTop();
+    return true;
+}
+
+} // namespace
+
 int runTexture(const QStringList& words)
 {
     const Arguments args(words,
                          {QStringLiteral("--source"), QStringLiteral("--source-texture"), QStringLiteral("--target"),
                           QStringLiteral("-o"), QStringLiteral("--size"), QStringLiteral("--max-distance"),
-                          QStringLiteral("--tiles")},
-                         {QStringLiteral("--all-tiles"), QStringLiteral("--no-fill")});
+                          QStringLiteral("--tiles"), QStringLiteral("--exchange")},
+                         {QStringLiteral("--all-tiles"), QStringLiteral("--no-fill"), QStringLiteral("--keep-depth")});
     const auto usageError = [](const QString& message) {
         printError(QStringLiteral("zwelk-batch texture: ") + message + QStringLiteral("; see zwelk-batch help texture"));
         return ExitUsage;
@@ -163,11 +236,24 @@ int runTexture(const QStringList& words)
     const QString sourcePath = args.value(QStringLiteral("--source"));
     const QString texturePath = args.value(QStringLiteral("--source-texture"));
     const QString targetPath = args.value(QStringLiteral("--target"));
-    const QString output = args.value(QStringLiteral("-o"));
-    for (const auto& [option, value] : {std::make_pair("--source", sourcePath), std::make_pair("--source-texture", texturePath),
-                                        std::make_pair("--target", targetPath), std::make_pair("-o", output)})
-        if (value.isEmpty())
-            return usageError(QStringLiteral("%1 is required").arg(QLatin1String(option)));
+    const QString exchangeDir = args.value(QStringLiteral("--exchange"));
+    const bool fromExchange = !exchangeDir.isEmpty();
+    QString output = args.value(QStringLiteral("-o"));
+    if (fromExchange) {
+        if (!sourcePath.isEmpty() || !texturePath.isEmpty() || !targetPath.isEmpty() || !output.isEmpty())
+            return usageError(QStringLiteral("--exchange replaces --source, --source-texture, --target and -o"));
+        if (args.flag(QStringLiteral("--all-tiles")))
+            return usageError(QStringLiteral("--all-tiles writes several images; ZBrush takes one through the "
+                                             "exchange folder"));
+    } else {
+        for (const auto& [option, value] :
+             {std::make_pair("--source", sourcePath), std::make_pair("--source-texture", texturePath),
+              std::make_pair("--target", targetPath), std::make_pair("-o", output)})
+            if (value.isEmpty())
+                return usageError(QStringLiteral("%1 is required, or --exchange").arg(QLatin1String(option)));
+        if (args.flag(QStringLiteral("--keep-depth")))
+            return usageError(QStringLiteral("--keep-depth goes with --exchange; -o keeps the depth anyway"));
+    }
 
     QString error;
     QSize size(1024, 1024);
@@ -190,9 +276,9 @@ int runTexture(const QStringList& words)
         if (!parseTile(args.value(QStringLiteral("--tiles")), tile, error))
             return usageError(error);
     }
-    const QStringList inputs{sourcePath, texturePath, targetPath};
-    if (!checkOutputPath(QStringLiteral("-o"), output, {QStringLiteral("png"), QStringLiteral("tif"), QStringLiteral("tiff")},
-                         inputs, error)) {
+    const QStringList inputFiles{sourcePath, texturePath, targetPath};
+    const QStringList formats{QStringLiteral("png"), QStringLiteral("tif"), QStringLiteral("tiff")};
+    if (!fromExchange && !checkOutputPath(QStringLiteral("-o"), output, formats, inputFiles, error)) {
         printError(error);
         return ExitUsage;
     }
@@ -200,29 +286,29 @@ int runTexture(const QStringList& words)
     InterruptScope interrupt;
     QElapsedTimer clock;
     clock.start();
-    MeshInput source, target;
-    if (!MeshInput::load(sourcePath, source, error) || !MeshInput::load(targetPath, target, error)) {
+    TextureInputs inputs;
+    if (!(fromExchange ? loadExchange(exchangeDir, inputs, error)
+                       : loadFiles(sourcePath, texturePath, targetPath, inputs, error))) {
         printError(error);
+        if (fromExchange)
+            inputs.exchange.removeStatusFile();
         return ExitFailed;
     }
-    Welk::WImg texture;
-    if (!texture.load(texturePath, &error)) {
-        printError(QStringLiteral("--source-texture %1: the image can't be read: %2").arg(texturePath, oneLine(error)));
-        return ExitFailed;
-    }
-    const int channels = texture.channels();
+    if (fromExchange)
+        output = inputs.exchange.resultTexturePath();
+    const int channels = inputs.texture.channels();
     if (channels != 1 && channels != 3 && channels != 4) {
-        printError(QStringLiteral("--source-texture %1: %2 channels; grey, RGB or RGBA textures are supported")
-                       .arg(texturePath)
+        printError(QStringLiteral("The source texture has %1 channels; grey, RGB or RGBA textures are supported")
                        .arg(channels));
         return ExitFailed;
     }
     WelkPlugin::TextureTransferModels models;
-    if (!models.setModels(source.mesh, target.mesh, error)) {
+    if (!models.setModels(inputs.source, inputs.target, error)) {
         printError(error);
         return ExitFailed;
     }
-    const QVector<quint8> triangleMask = models.triangleMask(target.polygonMaskFlags);
+    models.setTexCoordsFromTop(inputs.sourceFromTop, inputs.targetFromTop);
+    const QVector<quint8> triangleMask = models.triangleMask(inputs.targetPolygonMask);
     const double loadSeconds = clock.nsecsElapsed() * 1e-9;
 
     QVector<Job> jobs;
@@ -251,12 +337,12 @@ int runTexture(const QStringList& words)
         }
         jobs.append({tile, output});
     }
-    for (const Job& job : jobs)
-        if (!checkOutputPath(QStringLiteral("-o"), job.path, {QStringLiteral("png"), QStringLiteral("tif"), QStringLiteral("tiff")},
-                             inputs, error)) {
-            printError(error);
-            return ExitUsage;
-        }
+    if (!fromExchange)
+        for (const Job& job : jobs)
+            if (!checkOutputPath(QStringLiteral("-o"), job.path, formats, inputFiles, error)) {
+                printError(error);
+                return ExitUsage;
+            }
 
     TerminalProgress progress;
     g_progress = &progress;
@@ -264,8 +350,8 @@ int runTexture(const QStringList& words)
     double projectSeconds = 0.0, fillSeconds = 0.0;
     for (const Job& job : jobs) {
         clock.restart();
-        Welk::WImg image =
-            models.project(texture, size, maxDistance, job.tile.x(), job.tile.y(), triangleMask, error, &progress);
+        Welk::WImg image = models.project(inputs.texture, size, maxDistance, job.tile.x(), job.tile.y(), triangleMask,
+                                          error, &progress);
         projectSeconds += clock.nsecsElapsed() * 1e-9;
         if (progress.isCancelled()) {
             printError(QStringLiteral("interrupted; nothing was written"));
@@ -275,21 +361,14 @@ int runTexture(const QStringList& words)
             printError(QStringLiteral("Projection failed: ") + error);
             return ExitFailed;
         }
-        int filledTexels = image.width() * image.height();
-        if (image.channels() == 4) {
-            std::vector<cv::Mat> planes;
-            cv::split(image.mat(), planes);
-            filledTexels = cv::countNonZero(planes[3]);
-        }
-        if (image.channels() == 4 && filledTexels == 0)
+        if (image.channels() == 4 && WelkPlugin::reachedTexelCount(image) == 0)
             printOut(QStringLiteral("warning: no texel of tile %1,%2 reached the source%3")
                          .arg(job.tile.x())
                          .arg(job.tile.y())
                          .arg(maxDistance < std::numeric_limits<float>::max()
                                   ? QStringLiteral(" (is --max-distance too small?)")
                                   : QString()));
-        if (!args.flag(QStringLiteral("--no-fill")) && image.channels() == 4 && filledTexels > 0 &&
-            filledTexels < image.width() * image.height()) {
+        if (!args.flag(QStringLiteral("--no-fill")) && WelkPlugin::canFillEmptyTexels(image)) {
             clock.restart();
             Welk::WExtrapolateImage extrapolation;
             cv::Mat filled = image.mat().clone();
@@ -313,10 +392,19 @@ int runTexture(const QStringList& words)
     g_progress = nullptr;
     clock.restart();
     for (int i = 0; i < jobs.size(); ++i) {
-        const Welk::WImg image = forFormat(results[i], jobs[i].path);
-        if (!image.save(jobs[i].path, &error)) {
-            printError(QStringLiteral("-o %1: can't write the image: %2").arg(jobs[i].path, oneLine(error)));
-            return ExitFailed;
+        Welk::WImg image;
+        if (fromExchange) {
+            image = args.flag(QStringLiteral("--keep-depth")) ? results[i] : WelkPlugin::toEightBit(results[i]);
+            if (WelkPlugin::writeTextureResult(*inputs.exchangeModels, image, error) != WelkPlugin::ResultWritten) {
+                printError(error);
+                return ExitFailed;
+            }
+        } else {
+            image = forFormat(results[i], jobs[i].path);
+            if (!image.save(jobs[i].path, &error)) {
+                printError(QStringLiteral("-o %1: can't write the image: %2").arg(jobs[i].path, oneLine(error)));
+                return ExitFailed;
+            }
         }
         printOut(QStringLiteral("wrote %1 (%2x%3, %4 channels, %5)")
                      .arg(jobs[i].path)
@@ -326,6 +414,10 @@ int runTexture(const QStringList& words)
                      .arg(image.pixelType() == Welk::WImg::UInt8    ? QStringLiteral("8-bit")
                           : image.pixelType() == Welk::WImg::UInt16 ? QStringLiteral("16-bit")
                                                                    : QStringLiteral("float")));
+    }
+    if (fromExchange) {
+        WelkPlugin::announceResult(*inputs.exchangeModels);
+        inputs.exchange.removeStatusFile();
     }
     printOut(QStringLiteral("load: %1 s\nprojection: %2 s\nfill: %3 s\nwrite: %4 s")
                  .arg(loadSeconds, 0, 'f', 3)

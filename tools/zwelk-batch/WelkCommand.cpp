@@ -1,5 +1,6 @@
 #include "Arguments.h"
 #include "BatchCommands.h"
+#include "ExchangeInput.h"
 #include "MeshInput.h"
 #include "OutputPath.h"
 #include "TerminalProgress.h"
@@ -195,23 +196,9 @@ bool loadModels(const Arguments& args, Models& models, QString& error)
 {
     const QString exchangeDir = args.value(QStringLiteral("--exchange"));
     if (!exchangeDir.isEmpty()) {
-        models.exchange.setTemporaryDir(exchangeDir);
-        if (!models.exchange.checkFolders(error)) {
-            error = QStringLiteral("Folder for temporary files does not exist:\n") + error;
+        models.exchangeModels = loadExchangeModels(exchangeDir, models.exchange, error);
+        if (!models.exchangeModels)
             return false;
-        }
-        QVector<bool> flags;
-        QString listError;
-        if (!models.exchange.setModelFiles(models.exchange.getModelFilenames(flags, listError))) {
-            error = QStringLiteral("Can't find mesh files required to start ZWelk in a directory:\n") +
-                    models.exchange.filesDirPath() + QLatin1Char('\n') + models.exchange.modelFilesProblem();
-            return false;
-        }
-        models.exchangeModels = loadModelsData(models.exchange, flags, error);
-        if (!error.isEmpty()) {
-            error = QStringLiteral("Cannot open file\n") + error;
-            return false;
-        }
         models.base = *models.exchangeModels->geometry(0);
         models.target = *models.exchangeModels->geometry(1);
         models.basePolygonMask = models.exchangeModels->polygonMaskFlags(0);

@@ -15,10 +15,13 @@ const char* const Usage = R"(Usage: zwelk-batch COMMAND [ARGUMENTS]
 
 Commands:
   exchange FIRST SECOND --folder DIR [--mode welk|texture]
-           [--texture-first IMAGE] [--texture-second IMAGE] [--app-dir DIR]
+           [--texture-first IMAGE] [--texture-second IMAGE] [--app-dir DIR] [--raw]
       Writes an exchange folder as the ZBrush plug-in does: DIR/Files with
       1_<name>.GoZ and 2_<name>.GoZ (from OBJ or GoZ meshes), their textures
       as <name>_TXTR.tif, and subtools.txt, params.txt and status.txt.
+      OBJ meshes are stored as ZBrush stores subtools: name "GoZMesh_<name>",
+      positions (x, -y, -z), texture coordinates (u, 1 - v); --raw keeps the
+      OBJ's numbers and the bare name. GoZ meshes are copied as they are.
       --app-dir also writes TempDirPath.txt there, beside a ZWelk program,
       so that ZWelk started from that folder opens this exchange.
 
@@ -44,10 +47,12 @@ Commands:
 
   texture --source MESH --source-texture IMAGE --target MESH -o OUT.png|tif
           [--size WxH] [--max-distance D] [--tiles U,V | --all-tiles] [--no-fill]
+  texture --exchange DIR [--size WxH] [--max-distance D] [--tiles U,V] [--no-fill]
       Carries the source's texture onto the target's UV layout along the
       target's normals and fills the texels no ray reached; --all-tiles
-      writes one image per UDIM tile (OUT.1001.png, ...). See
-      zwelk-batch help texture.
+      writes one image per UDIM tile (OUT.1001.png, ...); --exchange
+      works on the plug-in's folder in the texture mode and writes the
+      result back as Done does. See zwelk-batch help texture.
 
 Exit codes: 0 success, 1 the job failed, 2 wrong command line,
 130 interrupted by Ctrl+C (the shape reached is written).
