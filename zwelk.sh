@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # One entry point for a fresh Debian 12 machine:
-#   ./zwelk.sh demo    install what is missing, build, and open ZWelk on a demo exchange
+#   ./zwelk.sh demo [texture]  install what is missing, build, and open ZWelk on a demo exchange
 #   ./zwelk.sh test    install what is missing, build, and run every test
 #   ./zwelk.sh build   install what is missing and build
 set -euo pipefail
@@ -34,16 +34,21 @@ run_tests() {
 }
 
 demo() {
+    local mode="${1:-welk}"
     local batch="$BUILD_DIR/tools/zwelk-batch/zwelk-batch"
     local demo_dir="${ZWELK_DEMO_DIR:-$BUILD_DIR/demo}"
     "$batch" demo-models "$demo_dir/meshes"
     # TempDirPath.txt beside the program points it at the demo exchange.
     "$batch" exchange "$demo_dir/meshes/base.obj" "$demo_dir/meshes/scan.obj" \
         --folder "$demo_dir/exchange" --texture-second "$demo_dir/meshes/scan_texture.tif" \
-        --app-dir "$BUILD_DIR/app"
+        --mode "$mode" --app-dir "$BUILD_DIR/app"
     if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
         echo "Starting ZWelk on $demo_dir/exchange"
-        "$BUILD_DIR/app/ZWelk" welk
+        "$BUILD_DIR/app/ZWelk" "$mode"
+    elif [ "$mode" = texture ]; then
+        echo "No display: carrying the demo texture headlessly through zwelk-batch."
+        "$batch" texture --exchange "$demo_dir/exchange" --size 1024x1024
+        echo "The transferred texture is $(cd "$demo_dir/exchange/Files" && pwd)/1_base_TXTR.tif"
     else
         echo "No display: fitting the demo exchange headlessly through zwelk-batch."
         "$batch" check "$demo_dir/exchange"
@@ -54,7 +59,12 @@ demo() {
 }
 
 case "${1:-}" in
-    demo) install_deps; build; demo ;;
+    demo)
+        case "${2:-welk}" in
+            welk|texture) ;;
+            *) usage; exit 2 ;;
+        esac
+        install_deps; build; demo "${2:-welk}" ;;
     test) install_deps; build; run_tests ;;
     build) install_deps; build ;;
     *) usage; exit 2 ;;

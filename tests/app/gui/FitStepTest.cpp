@@ -28,16 +28,9 @@ using TestSupport::GoZBytes;
 using WelkPlugin::PluginWelkingController;
 using WelkPlugin::ZMainWindow;
 
-namespace {
+using GuiEvents::button;
 
-/// A visible push button of `window` reading `label`, as a person finds it.
-QPushButton* button(QWidget* window, const QString& label)
-{
-    for (QPushButton* b : window->findChildren<QPushButton*>())
-        if (b->text() == label && b->isVisible())
-            return b;
-    return nullptr;
-}
+namespace {
 
 std::vector<float> goZVertices(const QString& path)
 {

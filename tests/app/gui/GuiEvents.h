@@ -24,6 +24,15 @@ inline void mouse(QWidget* w, QEvent::Type type, QPoint at, Qt::MouseButton butt
 
 /// A message box blocks the step that opens it: this answers the next one
 /// from a timer instead.
+/// A visible push button of `window` reading `label`, as a person finds it.
+inline QPushButton* button(QWidget* window, const QString& label)
+{
+    for (QPushButton* b : window->findChildren<QPushButton*>())
+        if (b->text() == label && b->isVisible())
+            return b;
+    return nullptr;
+}
+
 inline void answerNextBox(QMessageBox::StandardButton answer, int delayMs = 200)
 {
     QTimer::singleShot(delayMs, [answer] {

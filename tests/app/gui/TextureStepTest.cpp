@@ -20,15 +20,9 @@
 
 using WelkPlugin::ZMainWindow;
 
-namespace {
+using GuiEvents::button;
 
-QPushButton* button(QWidget* window, const QString& label)
-{
-    for (QPushButton* b : window->findChildren<QPushButton*>())
-        if (b->text() == label && b->isVisible())
-            return b;
-    return nullptr;
-}
+namespace {
 
 /// Sets the output size in the panel's two boxes, as typed by a user.
 void setOutputSize(QWidget* window, int side)
