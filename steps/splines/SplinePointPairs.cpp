@@ -1,5 +1,7 @@
 #include "SplinePointPairs.h"
 
+#include "SplineSelectionModel.h"
+
 namespace WelkPlugin {
 namespace SplinePointPairs {
 
@@ -59,6 +61,13 @@ Result byIndex(const QVector<QVector<Welk::WPointOnTriangle>>& base,
     for (int i = pairs; i < target.size(); ++i)
         result.unpairedTarget.append(targetNames.value(i, QString::number(i)));
     return result;
+}
+
+Result fromModels(const SplineSelectionModel& base, const SplineSelectionModel& target)
+{
+    const Side baseSide{&base.mesh(), base.closestPointLookup()};
+    const Side targetSide{&target.mesh(), target.closestPointLookup()};
+    return byName(base.splines(), target.splines(), baseSide, targetSide, base.pointsPerSpline(), base.curve());
 }
 
 } // namespace SplinePointPairs

@@ -10,6 +10,8 @@
 
 namespace WelkPlugin {
 
+class SplineSelectionModel;
+
 /// Splines of the two models turned into point pairs for the fit: each
 /// paired spline is sampled to the same number of points, evenly by arc
 /// length along its curve, and sample k of one pairs with sample k of the
@@ -47,6 +49,11 @@ Result byIndex(const QVector<QVector<Welk::WPointOnTriangle>>& base,
                const QVector<QVector<Welk::WPointOnTriangle>>& target, const QStringList& baseNames,
                const QStringList& targetNames, const Side& baseSide, const Side& targetSide, int count,
                const WSpline::Curve& curve);
+
+/// The window's pairs: same-named splines of the two models' spline sets,
+/// sampled to the base set's points per spline along its curve. Hand
+/// `base` and `target` to `ModelsData::setSplinePoints` for sides 0 and 1.
+Result fromModels(const SplineSelectionModel& base, const SplineSelectionModel& target);
 
 } // namespace SplinePointPairs
 } // namespace WelkPlugin

@@ -1,5 +1,6 @@
 // The spline set's tools, their commands and undo, mirror and resample.
 #include "SplineTestMeshes.h"
+#include "support/TestFiles.h"
 
 #include "steps/splines/SplineMirror.h"
 #include "steps/splines/SplineSelectionModel.h"
@@ -268,6 +269,47 @@ TEST(SplineSelectionModel, ResampleCommutesWithMirror)
     for (int k = 0; k < 25; ++k)
         EXPECT_LT((SplineTestMeshes::at(model.mesh(), b[k]) - reflected(SplineTestMeshes::at(model.mesh(), a[k]))).length(),
                   1e-3f);
+}
+
+} // namespace
+
+namespace {
+
+TEST(SplineMirrorData, AFaceTemplateMirrorsIsometricallyAndBack)
+{
+    const QString path = TestSupport::sharedDataFile(QStringLiteral("meshmonk-face/Template.obj"));
+    ZWELK_REQUIRE_DATA(path);
+    QString error;
+    const GeometryStack2::GeomStackTriangulated mesh(path, error);
+    ASSERT_TRUE(error.isEmpty()) << error.toStdString();
+    SplineSelectionModel model;
+    model.setMesh(mesh);
+    QVector3D lo = mesh.vertices()[0], hi = lo;
+    for (const QVector3D& v : mesh.vertices())
+        for (int k = 0; k < 3; ++k) {
+            lo[k] = std::min(lo[k], v[k]);
+            hi[k] = std::max(hi[k], v[k]);
+        }
+    const float diagonal = (hi - lo).length();
+    QVector<WPointOnTriangle> points;
+    for (int i = 0; i < 6; ++i)
+        points.append(WPointOnTriangle{(i * 2311 + 17) % mesh.triangleCount(), 0.2f + 0.1f * float(i % 3), 0.3f});
+    const QString name = model.addSpline(points, QStringLiteral("left"));
+    const SplineSelectionModel::MirrorOutcome once = model.mirror(name);
+    ASSERT_EQ(once.kind, SplineSelectionModel::MirrorOutcome::Added) << once.text.toStdString();
+    EXPECT_EQ(once.name, QStringLiteral("right"));
+    const SplineSelectionModel::MirrorOutcome twice = model.mirror(once.name);
+    // Back where it started: the same spline, so the question is asked.
+    EXPECT_EQ(twice.kind, SplineSelectionModel::MirrorOutcome::Question) << twice.text.toStdString();
+    const QVector<WPointOnTriangle>& mirrored = model.splines()[once.name];
+    // The template's rest shape is symmetric: mirroring keeps distances.
+    for (int i = 0; i < points.size(); ++i)
+        for (int j = i + 1; j < points.size(); ++j) {
+            const float before = (SplineTestMeshes::at(mesh, points[i]) - SplineTestMeshes::at(mesh, points[j])).length();
+            const float after =
+                (SplineTestMeshes::at(mesh, mirrored[i]) - SplineTestMeshes::at(mesh, mirrored[j])).length();
+            EXPECT_NEAR(after, before, 0.01f * diagonal);
+        }
 }
 
 } // namespace
