@@ -14,6 +14,8 @@
 #include "steps/fitting/WelkingSettingsFile.h"
 #include "steps/points/LandmarkFile.h"
 #include "steps/points/PointFile.h"
+#include "steps/splines/SplineFile.h"
+#include "steps/splines/SplinePointPairs.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -70,6 +72,13 @@ Correspondences (pair i of one side goes with pair i of the other):
   --points-target FILE    [triangle, u, v] arrays, as the window saves them
   --landmarks-base FILE   landmark positions, one "x y z" or "x,y,z" row
   --landmarks-target FILE each, projected onto the nearest surface point
+  --splines-base FILE     splines on the basemesh and on the target, as the
+  --splines-target FILE   window exports them (any of the four forms): named
+                          splines pair by name, unnamed ones by their place
+                          in the file; each pair adds --spline-points point
+                          pairs after the correspondences
+  --spline-points N       samples along each spline pair (2 to 1000, default
+                          20)
   --rigid                 first align the basemesh by the pairs (3 or more)
   --scale                 also match the scale; without --rigid only scales
 
@@ -247,6 +256,88 @@ bool loadSide(const Arguments& args, const QString& pointsOption, const QString&
     return true;
 }
 
+/// One side's spline file, in whatever form it was written.
+bool loadSplineFile(const QString& option, const QString& path, const GeomStackTriangulated& mesh,
+                    SplineFile::Contents& contents, bool& named, QString& error)
+{
+    QFile file(path);
+    if (!file.exists()) {
+        error = QStringLiteral("%1 %2: File doesn't exist").arg(option, path);
+        return false;
+    }
+    if (!file.open(QIODevice::ReadOnly)) {
+        error = QStringLiteral("%1 %2: Can't read file").arg(option, path);
+        return false;
+    }
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
+    SplineFile::Form form = SplineFile::NamedPointsOnTriangles;
+    if (parseError.error != QJsonParseError::NoError)
+        error = parseError.errorString();
+    else if (SplineFile::detectForm(document, form, error))
+        SplineFile::readDocument(document, form, mesh,
+                                 SplineFile::isOnTriangles(form) ? ClosestPointLookup() : makeClosestPointLookup(mesh),
+                                 contents, error);
+    if (!error.isEmpty()) {
+        error = QStringLiteral("%1 %2: %3").arg(option, path, error);
+        return false;
+    }
+    named = SplineFile::isNamed(form);
+    return true;
+}
+
+/// Spline pairs from `--splines-base` and `--splines-target`, appended to
+/// the point pairs. Prints what was left unpaired.
+bool loadSplinePairs(const Arguments& args, const GeomStackTriangulated& base, const GeomStackTriangulated& target,
+                     int count, FitInput& input, QJsonObject& report, QString& error)
+{
+    const QString basePath = args.value(QStringLiteral("--splines-base"));
+    const QString targetPath = args.value(QStringLiteral("--splines-target"));
+    if (basePath.isEmpty() && targetPath.isEmpty())
+        return true;
+    SplineFile::Contents baseSplines, targetSplines;
+    bool baseNamed = false, targetNamed = false;
+    if (!loadSplineFile(QStringLiteral("--splines-base"), basePath, base, baseSplines, baseNamed, error) ||
+        !loadSplineFile(QStringLiteral("--splines-target"), targetPath, target, targetSplines, targetNamed, error))
+        return false;
+    const WSpline::CatmullRomSpline curve;
+    const SplinePointPairs::Side baseSide{&base, makeClosestPointLookup(base)};
+    const SplinePointPairs::Side targetSide{&target, makeClosestPointLookup(target)};
+    SplinePointPairs::Result pairs;
+    if (baseNamed && targetNamed) {
+        pairs = SplinePointPairs::byName(baseSplines.splines, targetSplines.splines, baseSide, targetSide, count, curve);
+    } else {
+        if (baseNamed != targetNamed)
+            printError(QStringLiteral("Only one spline file names its splines: splines pair by their place in the "
+                                      "files"));
+        QVector<QVector<Welk::WPointOnTriangle>> a, b;
+        for (const QString& name : baseSplines.order)
+            a.append(baseSplines.splines.value(name));
+        for (const QString& name : targetSplines.order)
+            b.append(targetSplines.splines.value(name));
+        pairs = SplinePointPairs::byIndex(a, b, baseSplines.order, targetSplines.order, baseSide, targetSide, count,
+                                          curve);
+    }
+    if (!pairs.unpairedBase.isEmpty())
+        printError(QStringLiteral("Warning: splines on the basemesh without a partner on the target, left out: %1")
+                       .arg(pairs.unpairedBase.join(QStringLiteral(", "))));
+    if (!pairs.unpairedTarget.isEmpty())
+        printError(QStringLiteral("Warning: splines on the target without a partner on the basemesh, left out: %1")
+                       .arg(pairs.unpairedTarget.join(QStringLiteral(", "))));
+    if (!pairs.empty.isEmpty())
+        printError(QStringLiteral("Warning: splines without control points on one side, left out: %1")
+                       .arg(pairs.empty.join(QStringLiteral(", "))));
+    if (pairs.paired.isEmpty()) {
+        error = QStringLiteral("No spline of %1 pairs with one of %2").arg(basePath, targetPath);
+        return false;
+    }
+    input.basePoints += pairs.base;
+    input.targetPoints += pairs.target;
+    report = QJsonObject{{QStringLiteral("paired"), QJsonArray::fromStringList(pairs.paired)},
+                         {QStringLiteral("points"), pairs.base.size()}};
+    return true;
+}
+
 QString warningAdvice(const ModelWarning& warning)
 {
     switch (warning.kind) {
@@ -279,7 +370,9 @@ int runWelk(const QStringList& words)
                           QStringLiteral("--points-base"), QStringLiteral("--points-target"),
                           QStringLiteral("--landmarks-base"), QStringLiteral("--landmarks-target"),
                           QStringLiteral("--engine"), QStringLiteral("--settings"), QStringLiteral("-o"),
-                          QStringLiteral("--report"), QStringLiteral("--classic-params")},
+                          QStringLiteral("--report"), QStringLiteral("--classic-params"),
+                          QStringLiteral("--splines-base"), QStringLiteral("--splines-target"),
+                          QStringLiteral("--spline-points")},
                          {QStringLiteral("--exclude-masked"), QStringLiteral("--rigid"), QStringLiteral("--scale"),
                           QStringLiteral("--cartoon"), QStringLiteral("--json"), QStringLiteral("--force")});
     const auto usageError = [](const QString& text) {
@@ -312,11 +405,23 @@ int runWelk(const QStringList& words)
             !args.value(QStringLiteral("--landmarks-") + side).isEmpty())
             return usageError(QStringLiteral("--points-%1 and --landmarks-%1 both given").arg(side));
 
+    if (args.value(QStringLiteral("--splines-base")).isEmpty() != args.value(QStringLiteral("--splines-target")).isEmpty())
+        return usageError(QStringLiteral("--splines-base and --splines-target go together"));
+    int splinePoints = 20;
+    const QString splinePointsText = args.value(QStringLiteral("--spline-points"));
+    if (!splinePointsText.isEmpty()) {
+        bool isNumber = false;
+        splinePoints = splinePointsText.toInt(&isNumber);
+        if (!isNumber || splinePoints < 2 || splinePoints > 1000)
+            return usageError(QStringLiteral("--spline-points takes a whole number from 2 to 1000, not '%1'")
+                                  .arg(splinePointsText));
+    }
+
     // Every path to be written is checked before any work, so that a long
     // fit never ends in a write that was bound to fail.
     QStringList inputs{basePath, targetPath};
     for (const char* option : {"--points-base", "--points-target", "--landmarks-base", "--landmarks-target",
-                               "--settings"})
+                               "--settings", "--splines-base", "--splines-target"})
         inputs.append(args.value(QLatin1String(option)));
     inputs.removeAll(QString());
     QString error;
@@ -391,6 +496,11 @@ int runWelk(const QStringList& words)
         printError(QStringLiteral("The basemesh has %1 points and the target %2: they must pair up one to one")
                        .arg(input.basePoints.size())
                        .arg(input.targetPoints.size()));
+        return ExitFailed;
+    }
+    QJsonObject splineReport;
+    if (!loadSplinePairs(args, models.base, models.target, splinePoints, input, splineReport, error)) {
+        printError(error);
         return ExitFailed;
     }
     if ((options.rigid || options.scale) && input.basePoints.size() < 3) {
@@ -473,6 +583,8 @@ int runWelk(const QStringList& words)
     }
     if (!landmarkMoves.isEmpty())
         report[QStringLiteral("landmarkProjection")] = landmarkMoves;
+    if (!splineReport.isEmpty())
+        report[QStringLiteral("splines")] = splineReport;
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     report[QStringLiteral("peakResidentMB")] = double(usage.ru_maxrss) / 1024.0;

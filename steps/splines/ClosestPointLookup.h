@@ -1,0 +1,26 @@
+#pragma once
+
+#include "geometry/GeomStackTriangulated.h"
+#include "geometry/WPointOnTriangle.h"
+
+#include <QVector3D>
+
+#include <functional>
+
+namespace WelkPlugin {
+
+/// The nearest surface point of one mesh to a position; an invalid point
+/// when the mesh has no triangles. Spline files of positions, resampling and
+/// the fit's spline pairs put positions back on the surface through this.
+///
+/// The one place that decides the search behind it is
+/// `makeClosestPointLookup`; a faster closest-triangle search replaces the
+/// body of that function and nothing else.
+using ClosestPointLookup = std::function<Welk::WPointOnTriangle(const QVector3D&)>;
+
+/// An exact lookup over `mesh` (a copy is kept inside): a k-d tree over the
+/// vertices narrows the triangles to test. Building it costs a tree build,
+/// so build once per mesh and reuse.
+ClosestPointLookup makeClosestPointLookup(const GeometryStack2::GeomStackTriangulated& mesh);
+
+} // namespace WelkPlugin
