@@ -18,7 +18,7 @@ ControllerWelk::ControllerWelk(ZMainWindow* window, std::shared_ptr<ModelsData> 
     : ControllerBase(parent), m_window(window), m_models(std::move(models)), m_exchange(exchange)
 {
     m_points = new ZPluginPointSelection(m_models, window);
-    m_splines = new ZPluginSelectPointPairsWithSplines(m_models, window);
+    m_splines = new ZPluginSelectPointPairsWithSplines(m_models, window, m_points->model());
     m_welking = new ZPluginWelking(m_models, window, m_exchange.applicationDirPath());
 
     for (ModuleContainerBase* page :
@@ -32,6 +32,7 @@ ControllerWelk::ControllerWelk(ZMainWindow* window, std::shared_ptr<ModelsData> 
         if (index >= 0 && index < 3)
             m_window->setHint(hintToRichText(pages[index]->hint()));
         m_points->setActive(index == 0);
+        m_splines->setActive(index == 1);
         if (index == 2)
             m_welking->enter();
     };

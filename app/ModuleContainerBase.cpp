@@ -33,6 +33,8 @@ QString hintToRichText(const QString& hint)
     static const QRegularExpression key(QStringLiteral("\\*([^*]+)\\*"));
     QString html = hint.toHtmlEscaped();
     html.replace(key, QStringLiteral("<b style=\"color:#e8912d\">\\1</b>"));
+    // Hints of several lines read as one line of items.
+    html.replace(QLatin1Char('\n'), QStringLiteral(" &nbsp;\u00b7&nbsp; "));
     return html;
 }
 

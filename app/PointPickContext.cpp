@@ -17,16 +17,7 @@ PointPickContext::PointPickContext(ZModelView* view, int side, PointSelectionMod
 
 void PointPickContext::rayAt(const QPointF& p, QVector3D& origin, QVector3D& direction) const
 {
-    const QSize size = viewport()->size();
-    const Welk::WCamera3D& camera = m_view->camera();
-    const QMatrix4x4 inverse =
-        (camera.projectionMatrix(Welk::WCamera::aspectOf(size)) * camera.viewMatrix()).inverted();
-    const float x = static_cast<float>(2.0 * p.x() / std::max(1, size.width()) - 1.0);
-    const float y = static_cast<float>(1.0 - 2.0 * p.y() / std::max(1, size.height()));
-    const QVector3D nearPoint = inverse.map(QVector3D(x, y, -1.0f));
-    const QVector3D farPoint = inverse.map(QVector3D(x, y, 1.0f));
-    origin = nearPoint;
-    direction = (farPoint - nearPoint).normalized();
+    m_view->rayAt(p, origin, direction);
 }
 
 Welk::WPointOnTriangle PointPickContext::pickAt(const QPointF& p) const

@@ -21,6 +21,7 @@
 #include "steps/texture/TextureTexels.h"
 
 #include <QHBoxLayout>
+#include <QVector4D>
 #include <QLabel>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -46,6 +47,7 @@ ZModelView::ZModelView(const QString& role, QWidget* parent)
     : QWidget(parent), m_role(role), m_camera(std::make_shared<WCamera3D>()),
       m_background(std::make_unique<ZGLBackground>()), m_shadow(std::make_unique<WGLObjectShadow>()),
       m_markers(std::make_unique<WGLMarkers>()), m_nodeMarkers(std::make_unique<WGLMarkers>()),
+      m_splineMarkers(std::make_unique<WGLMarkers>()),
       m_polylines(std::make_unique<WGLPolylines>())
 {
     // Running jobs hand positions over through queued calls of setVertices.
@@ -109,6 +111,7 @@ ZModelView::~ZModelView()
     m_textureImage.reset();
     m_markers.reset();
     m_nodeMarkers.reset();
+    m_splineMarkers.reset();
     m_polylines.reset();
     m_background.reset();
     m_shadow.reset();
@@ -143,8 +146,10 @@ void ZModelView::setModel(const GeometryStack2::GeomStackTriangulated* mesh, con
         m_viewport->addModel(m_geom.get());
         m_viewport->addObject(m_polylines.get(), 1);
         m_viewport->addObject(m_nodeMarkers.get(), 1);
+        m_viewport->addObject(m_splineMarkers.get(), 1);
         m_viewport->addObject(m_markers.get(), 1);
         m_nodeMarkers->setRadius(3.0f);
+        m_splineMarkers->setRadius(5.0f);
         auto data = m_data;
         m_navigation = new WContextNavigation2WithGeom(
             m_viewport, m_camera, [data] { return std::make_pair(data->boundsMin(), data->boundsMax()); });
@@ -175,6 +180,32 @@ void ZModelView::setTexture(const WImg& texture)
     }
     if (m_viewport)
         m_viewport->update();
+}
+
+void ZModelView::rayAt(const QPointF& p, QVector3D& origin, QVector3D& direction) const
+{
+    const QSize size = m_viewport ? m_viewport->size() : this->size();
+    const QMatrix4x4 inverse =
+        (m_camera->projectionMatrix(WCamera::aspectOf(size)) * m_camera->viewMatrix()).inverted();
+    const float x = static_cast<float>(2.0 * p.x() / std::max(1, size.width()) - 1.0);
+    const float y = static_cast<float>(1.0 - 2.0 * p.y() / std::max(1, size.height()));
+    const QVector3D nearPoint = inverse.map(QVector3D(x, y, -1.0f));
+    const QVector3D farPoint = inverse.map(QVector3D(x, y, 1.0f));
+    origin = nearPoint;
+    direction = (farPoint - nearPoint).normalized();
+}
+
+bool ZModelView::projectToScreen(const QVector3D& position, QPointF& pixel) const
+{
+    if (!m_viewport)
+        return false;
+    const QSize size = m_viewport->size();
+    const QVector4D clip = m_camera->projectionMatrix(WCamera::aspectOf(size)) * m_camera->viewMatrix() *
+                           QVector4D(position, 1.0f);
+    if (clip.w() <= 0.0f)
+        return false;
+    pixel = QPointF((clip.x() / clip.w() + 1.0) * 0.5 * size.width(), (1.0 - clip.y() / clip.w()) * 0.5 * size.height());
+    return true;
 }
 
 void ZModelView::updateMaterials()

@@ -75,10 +75,18 @@ public:
     /// Small markers for the fit's graph nodes.
     Welk::WGLMarkers* nodeMarkers() const { return m_nodeMarkers.get(); }
     Welk::WGLPolylines* polylines() const { return m_polylines.get(); }
+    /// The control points of the spline step.
+    Welk::WGLMarkers* splineMarkers() const { return m_splineMarkers.get(); }
     Welk::WGLDataGeomStackTriangulated* glData() const { return m_data.get(); }
 
     /// The drawn image, as on screen.
     QImage grabImage();
+
+    /// The camera ray under view pixel `p` (y down), in model space.
+    void rayAt(const QPointF& p, QVector3D& origin, QVector3D& direction) const;
+    /// The view pixel of a model position; false when it lies behind the
+    /// camera or there is no view yet.
+    bool projectToScreen(const QVector3D& position, QPointF& pixel) const;
 
 public slots:
     /// Draws the model with new positions (same count); a list of another
@@ -128,6 +136,7 @@ private:
     std::unique_ptr<Welk::ZGLGeom> m_geom;
     std::unique_ptr<Welk::WGLMarkers> m_markers;
     std::unique_ptr<Welk::WGLMarkers> m_nodeMarkers;
+    std::unique_ptr<Welk::WGLMarkers> m_splineMarkers;
     std::unique_ptr<Welk::WGLPolylines> m_polylines;
     Welk::ZGLViewport* m_viewport = nullptr;
     Welk::WContextNavigation2WithGeom* m_navigation = nullptr;
