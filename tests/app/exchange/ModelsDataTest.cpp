@@ -11,6 +11,11 @@
 
 #include "geometry/GoZFile.h"
 
+#include <QDir>
+#include <QFileInfo>
+
+#include <opencv2/core.hpp>
+
 using namespace WelkPlugin;
 using GeometryStack2::GoZFile;
 
@@ -230,4 +235,45 @@ TEST(ModelsDataClean, FindsRepeatedVerticesAndBadEdges)
     EXPECT_FALSE(ModelsData::isClean(TestSupport::polygonSoup(v, {{0, 1, 2}, {1, 0, 3}, {1, 0, 4}})));
     // Two neighbours walking their shared edge the same way.
     EXPECT_FALSE(ModelsData::isClean(TestSupport::polygonSoup(v, {{0, 1, 2}, {0, 1, 3}})));
+}
+
+TEST_F(ModelsDataTest, TextureResultReplacesTheFirstSubtoolsTextureWholeOrNotAtAll)
+{
+    writeExport(writeImage(QStringLiteral("first.tif")), writeImage(QStringLiteral("second.tif")),
+                QStringLiteral("texture"));
+    QString error;
+    auto models = load(error);
+    ASSERT_TRUE(error.isEmpty()) << error.toStdString();
+    const QString path = m_exchange.resultTexturePath();
+    ASSERT_TRUE(path.endsWith(QStringLiteral("/1_") + QFileInfo(m_exchange.meshFilePath(0)).completeBaseName().mid(2) +
+                              QStringLiteral("_TXTR.tif")))
+        << path.toStdString();
+
+    // A 16-bit result goes as 8-bit when asked: full scale stays full scale.
+    Welk::WImg deep(4, 2, 4, Welk::WImg::UInt16);
+    deep.mat().setTo(cv::Scalar(65535, 32896, 0, 65535));
+    const Welk::WImg shallow = toEightBit(deep);
+    ASSERT_EQ(shallow.pixelType(), Welk::WImg::UInt8);
+    EXPECT_EQ(shallow.mat().at<cv::Vec4b>(1, 3), cv::Vec4b(255, 128, 0, 255));
+    EXPECT_EQ(toEightBit(shallow).mat().data, shallow.mat().data) << "8-bit passes through";
+
+    ASSERT_EQ(writeTextureResult(*models, shallow, error), ResultWritten) << error.toStdString();
+    Welk::WImg written;
+    ASSERT_TRUE(written.load(path));
+    EXPECT_EQ(written.width(), 4);
+    EXPECT_EQ(written.pixelType(), Welk::WImg::UInt8);
+
+    // Nothing to write, or a write that fails: the old file stays whole and
+    // the user reads why.
+    EXPECT_EQ(writeTextureResult(*models, Welk::WImg(), error), ResultCancelled);
+    EXPECT_TRUE(error.startsWith(QStringLiteral("Cannot save result texture file:\n"))) << error.toStdString();
+    // A folder in the result's place cannot be replaced: the write fails
+    // with a message and leaves no partial file behind.
+    ASSERT_TRUE(QFile::remove(path));
+    ASSERT_TRUE(QDir().mkpath(path + QStringLiteral("/inside")));
+    error.clear();
+    EXPECT_EQ(writeTextureResult(*models, shallow, error), ResultCancelled);
+    EXPECT_TRUE(error.startsWith(QStringLiteral("Cannot save result texture file:\n"))) << error.toStdString();
+    EXPECT_TRUE(QFileInfo(path).isDir());
+    EXPECT_EQ(QDir(filesDir()).entryList({QStringLiteral(".*")}, QDir::Files | QDir::Hidden).size(), 0);
 }
