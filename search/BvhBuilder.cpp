@@ -16,42 +16,13 @@ namespace ClosestTriangleSearch {
 
 namespace {
 
-constexpr int kSpatialBins = 32;
+// Bins of the spatial sweep: up to 32, fewer in small nodes, where each bin
+// a triangle spans costs one more box.
+constexpr int kMaxSpatialBins = 32;
+constexpr int kMinSpatialBins = 8;
 constexpr float kInf = std::numeric_limits<float>::infinity();
 
 } // namespace
-
-void BvhBuilder::Box::reset()
-{
-    for (int a = 0; a < 3; ++a) {
-        lo[a] = kInf;
-        hi[a] = -kInf;
-    }
-}
-
-void BvhBuilder::Box::grow(const Box& o)
-{
-    for (int a = 0; a < 3; ++a) {
-        lo[a] = std::min(lo[a], o.lo[a]);
-        hi[a] = std::max(hi[a], o.hi[a]);
-    }
-}
-
-void BvhBuilder::Box::grow(const float p[3])
-{
-    for (int a = 0; a < 3; ++a) {
-        lo[a] = std::min(lo[a], p[a]);
-        hi[a] = std::max(hi[a], p[a]);
-    }
-}
-
-float BvhBuilder::Box::halfArea() const
-{
-    if (isEmpty())
-        return 0.0f;
-    const float dx = hi[0] - lo[0], dy = hi[1] - lo[1], dz = hi[2] - lo[2];
-    return dz * (dx + dy) + dx * dy;
-}
 
 BvhBuilder::BvhBuilder(const QVector<QVector3D>& vertices, const QVector<int>& triangleIndices,
                        const BvhParameters& parameters)
@@ -167,18 +138,19 @@ void BvhBuilder::process(Task task)
 void BvhBuilder::runTask(Task& task, std::vector<Task>& stack)
 {
     const size_t m = task.order[0].size();
-    Box bounds;
-    bounds.reset();
-    for (uint32_t id : task.order[0])
-        bounds.grow(m_refs[id].box);
+    Box bounds = task.bounds;
+    if (!task.hasBounds) {
+        bounds.reset();
+        for (uint32_t id : task.order[0])
+            bounds.grow(m_refs[id].box);
+    }
 
     if (m < 2 || task.depth >= m_parameters.maxDepth) {
         makeLeaf(task, bounds);
         return;
     }
 
-    std::vector<float> rightAreas(m);
-    const Split object = findObjectSplit(task, rightAreas);
+    const Split object = findObjectSplit(task);
     Split best = object;
     bool spatial = false;
     Box overlap;
@@ -198,8 +170,12 @@ void BvhBuilder::runTask(Task& task, std::vector<Task>& stack)
     Task left, right;
     const float halfArea = bounds.halfArea();
     if (best.axis >= 0 && best.cost < halfArea * (float(m) - m_parameters.traversalCost)) {
-        if (!spatial || !spatialSplit(task, bounds, best, left, right))
+        if (!spatial || !spatialSplit(task, bounds, best, left, right)) {
             objectSplit(task, object.axis, object.index, left, right);
+            left.bounds = object.left;
+            right.bounds = object.right;
+            left.hasBounds = right.hasBounds = true;
+        }
     } else if (m <= size_t(m_parameters.maxLeafSize)) {
         makeLeaf(task, bounds);
         return;
@@ -236,9 +212,12 @@ void BvhBuilder::runTask(Task& task, std::vector<Task>& stack)
     }
 }
 
-BvhBuilder::Split BvhBuilder::findObjectSplit(const Task& task, std::vector<float>& rightAreas) const
+BvhBuilder::Split BvhBuilder::findObjectSplit(const Task& task) const
 {
     const size_t m = task.order[0].size();
+    thread_local std::vector<float> rightAreas;
+    if (rightAreas.size() < m)
+        rightAreas.resize(m);
     Split best;
     best.cost = kInf;
     for (int axis = 0; axis < 3; ++axis) {
@@ -317,19 +296,22 @@ BvhBuilder::Split BvhBuilder::findSpatialSplit(const Task& task, const Box& boun
     const size_t room = m_capacity - std::min(m_capacity, m_refCount.load());
     Split best;
     best.cost = kInf;
+    const int binCount = int(std::min<size_t>(kMaxSpatialBins, std::max<size_t>(kMinSpatialBins, m)));
     for (int axis = 0; axis < 3; ++axis) {
         const float lo = bounds.lo[axis];
         const float extent = bounds.hi[axis] - lo;
         if (!(extent > 1e-5f))
             continue;
-        const float scale = float(kSpatialBins) / extent;
-        const auto binOf = [&](float x) { return std::min(kSpatialBins - 1, std::max(0, int((x - lo) * scale))); };
-        const auto planeOf = [&](int b) { return b == kSpatialBins ? bounds.hi[axis] : lo + extent * float(b) / float(kSpatialBins); };
+        const float scale = float(binCount) / extent;
+        const auto binOf = [&](float x) { return std::min(binCount - 1, std::max(0, int((x - lo) * scale))); };
+        const auto planeOf = [&](int b) { return b == binCount ? bounds.hi[axis] : lo + extent * float(b) / float(binCount); };
 
-        Box bins[kSpatialBins];
-        size_t entries[kSpatialBins] = {}, exits[kSpatialBins] = {};
-        for (Box& b : bins)
-            b.reset();
+        // The sweep bins each reference's box cut at the bin's planes; only
+        // the split chosen clips the triangles themselves.
+        Box bins[kMaxSpatialBins];
+        size_t entries[kMaxSpatialBins] = {}, exits[kMaxSpatialBins] = {};
+        for (int b = 0; b < binCount; ++b)
+            bins[b].reset();
         for (uint32_t id : task.order[0]) {
             const Reference& r = m_refs[id];
             const int first = binOf(r.box.lo[axis]);
@@ -340,16 +322,20 @@ BvhBuilder::Split BvhBuilder::findSpatialSplit(const Task& task, const Box& boun
                 bins[first].grow(r.box);
                 continue;
             }
-            for (int b = first; b <= last; ++b)
-                bins[b].grow(clippedBox(r, axis, planeOf(b), planeOf(b + 1)));
+            for (int b = first; b <= last; ++b) {
+                Box cut = r.box;
+                cut.lo[axis] = std::max(cut.lo[axis], planeOf(b));
+                cut.hi[axis] = std::min(cut.hi[axis], planeOf(b + 1));
+                bins[b].grow(cut);
+            }
         }
 
-        float rightAreas[kSpatialBins];
-        size_t rightCounts[kSpatialBins];
+        float rightAreas[kMaxSpatialBins];
+        size_t rightCounts[kMaxSpatialBins];
         Box box;
         box.reset();
         size_t count = 0;
-        for (int b = kSpatialBins - 1; b > 0; --b) {
+        for (int b = binCount - 1; b > 0; --b) {
             box.grow(bins[b]);
             count += exits[b];
             rightAreas[b] = box.halfArea();
@@ -357,7 +343,7 @@ BvhBuilder::Split BvhBuilder::findSpatialSplit(const Task& task, const Box& boun
         }
         box.reset();
         count = 0;
-        for (int b = 1; b < kSpatialBins; ++b) {
+        for (int b = 1; b < binCount; ++b) {
             box.grow(bins[b - 1]);
             count += entries[b - 1];
             if (count == 0 || rightCounts[b] == 0)
@@ -370,6 +356,7 @@ BvhBuilder::Split BvhBuilder::findSpatialSplit(const Task& task, const Box& boun
                 best.axis = axis;
                 best.cost = cost;
                 best.bin = b;
+                best.bins = binCount;
                 best.duplicates = duplicates;
             }
         }
@@ -382,9 +369,9 @@ bool BvhBuilder::spatialSplit(Task& task, const Box& bounds, const Split& split,
     const int axis = split.axis;
     const float lo = bounds.lo[axis];
     const float extent = bounds.hi[axis] - lo;
-    const float scale = float(kSpatialBins) / extent;
-    const auto binOf = [&](float x) { return std::min(kSpatialBins - 1, std::max(0, int((x - lo) * scale))); };
-    const float plane = lo + extent * float(split.bin) / float(kSpatialBins);
+    const float scale = float(split.bins) / extent;
+    const auto binOf = [&](float x) { return std::min(split.bins - 1, std::max(0, int((x - lo) * scale))); };
+    const float plane = lo + extent * float(split.bin) / float(split.bins);
 
     size_t start = 0;
     {

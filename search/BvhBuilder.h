@@ -4,7 +4,9 @@
 
 #include <tbb/task_group.h>
 
+#include <algorithm>
 #include <atomic>
+#include <limits>
 
 namespace ClosestTriangleSearch {
 
@@ -27,11 +29,35 @@ public:
     struct Box
     {
         float lo[3], hi[3];
-        void reset();
-        void grow(const Box& o);
-        void grow(const float p[3]);
+        void reset()
+        {
+            for (int a = 0; a < 3; ++a) {
+                lo[a] = std::numeric_limits<float>::infinity();
+                hi[a] = -std::numeric_limits<float>::infinity();
+            }
+        }
+        void grow(const Box& o)
+        {
+            for (int a = 0; a < 3; ++a) {
+                lo[a] = std::min(lo[a], o.lo[a]);
+                hi[a] = std::max(hi[a], o.hi[a]);
+            }
+        }
+        void grow(const float p[3])
+        {
+            for (int a = 0; a < 3; ++a) {
+                lo[a] = std::min(lo[a], p[a]);
+                hi[a] = std::max(hi[a], p[a]);
+            }
+        }
         bool isEmpty() const { return lo[0] > hi[0] || lo[1] > hi[1] || lo[2] > hi[2]; }
-        float halfArea() const;
+        float halfArea() const
+        {
+            if (isEmpty())
+                return 0.0f;
+            const float dx = hi[0] - lo[0], dy = hi[1] - lo[1], dz = hi[2] - lo[2];
+            return dz * (dx + dy) + dx * dy;
+        }
     };
     struct Reference
     {
@@ -44,6 +70,8 @@ private:
     struct Task
     {
         std::vector<uint32_t> order[3];
+        Box bounds; ///< of the references; valid when `hasBounds`
+        bool hasBounds = false;
         uint32_t node = 0;
         long long depth = 0;
     };
@@ -53,13 +81,14 @@ private:
         float cost = 0.0f;
         size_t index = 0; ///< object split: size of the left side in the axis order
         int bin = 0;      ///< spatial split: first bin of the right side
+        int bins = 0;     ///< spatial split: bins across the node
         size_t duplicates = 0;
         Box left, right;
     };
 
     void process(Task task);
     void runTask(Task& task, std::vector<Task>& stack);
-    Split findObjectSplit(const Task& task, std::vector<float>& rightAreas) const;
+    Split findObjectSplit(const Task& task) const;
     Split findSpatialSplit(const Task& task, const Box& bounds) const;
     Box clippedBox(const Reference& r, int axis, float lo, float hi) const;
     void objectSplit(Task& task, int axis, size_t leftCount, Task& left, Task& right);

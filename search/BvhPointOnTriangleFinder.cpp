@@ -28,7 +28,7 @@ Welk::WPointOnTriangle BvhPointOnTriangleFinder::find(int triangle, const QVecto
     const TriangleRecord& r = m_triangles[size_t(triangle)];
     float u = 0.0f, v = 0.0f;
     const QVector3D nearest = closestPointOnTriangle(r.a, r.a - r.aMinusB, r.a + r.cMinusA, point, u, v);
-    const float distance = std::sqrt((nearest - point).lengthSquared());
+    const float distance = std::sqrt(dot(nearest - point, nearest - point));
     // A NaN from a collapsed edge fails this test and is never a hit.
     if (!(distance <= bestDistance))
         return {};

@@ -4,6 +4,18 @@
 
 namespace ClosestTriangleSearch {
 
+// Qt's QVector3D::dotProduct and crossProduct are not inline; these run in
+// the innermost loop of every search.
+inline float dot(const QVector3D& a, const QVector3D& b)
+{
+    return a.x() * b.x() + a.y() * b.y() + a.z() * b.z();
+}
+
+inline QVector3D cross(const QVector3D& a, const QVector3D& b)
+{
+    return QVector3D(a.y() * b.z() - a.z() * b.y(), a.z() * b.x() - a.x() * b.z(), a.x() * b.y() - a.y() * b.x());
+}
+
 /// The nearest point of triangle (a, b, c) to `p`, in single precision, and
 /// its barycentric weights: `u` for `a`, `v` for `b`, 1 - u - v for `c`.
 ///
@@ -22,17 +34,17 @@ inline QVector3D closestPointOnTriangle(const QVector3D& a, const QVector3D& b, 
     const QVector3D pb = p - b;
     const QVector3D pc = p - c;
 
-    const float sN = QVector3D::dotProduct(pa, ab);
-    const float sD = QVector3D::dotProduct(pb, a - b);
-    const float tN = QVector3D::dotProduct(pa, ac);
-    const float tD = QVector3D::dotProduct(pc, a - c);
+    const float sN = dot(pa, ab);
+    const float sD = dot(pb, a - b);
+    const float tN = dot(pa, ac);
+    const float tD = dot(pc, a - c);
     if (sN <= 0.0f && tN <= 0.0f) {
         u = 1.0f;
         v = 0.0f;
         return a;
     }
-    const float uN = QVector3D::dotProduct(pb, bc);
-    const float uD = QVector3D::dotProduct(pc, b - c);
+    const float uN = dot(pb, bc);
+    const float uD = dot(pc, b - c);
     if (sD <= 0.0f && uN <= 0.0f) {
         u = 0.0f;
         v = 1.0f;
@@ -44,25 +56,25 @@ inline QVector3D closestPointOnTriangle(const QVector3D& a, const QVector3D& b, 
         return c;
     }
 
-    const QVector3D n = QVector3D::crossProduct(ab, ac);
+    const QVector3D n = cross(ab, ac);
     const QVector3D ap = a - p;
     const QVector3D bp = b - p;
     const QVector3D cp = c - p;
-    const float vc = QVector3D::dotProduct(n, QVector3D::crossProduct(ap, bp));
+    const float vc = dot(n, cross(ap, bp));
     if (vc <= 0.0f && sN >= 0.0f && sD >= 0.0f) {
         const float s = sN / (sN + sD);
         u = 1.0f - s;
         v = s;
         return a + ab * s;
     }
-    const float va = QVector3D::dotProduct(n, QVector3D::crossProduct(bp, cp));
+    const float va = dot(n, cross(bp, cp));
     if (va <= 0.0f && uN >= 0.0f && uD >= 0.0f) {
         const float s = uN / (uN + uD);
         u = 0.0f;
         v = 1.0f - s;
         return b + bc * s;
     }
-    const float vb = QVector3D::dotProduct(n, QVector3D::crossProduct(cp, ap));
+    const float vb = dot(n, cross(cp, ap));
     if (vb <= 0.0f && tN >= 0.0f && tD >= 0.0f) {
         const float s = tN / (tN + tD);
         u = 1.0f - s;

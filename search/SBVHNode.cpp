@@ -23,7 +23,7 @@ int SBVHLeaf::findClosest(const QVector3D& p, const QVector<QVector3D>& vertices
         }
         float u, v;
         const QVector3D q = ClosestTriangleSearch::closestPointOnTriangle(a, b, c, p, u, v);
-        const float distance = std::sqrt((q - p).lengthSquared());
+        const float distance = std::sqrt(ClosestTriangleSearch::dot(q - p, q - p));
         if (distance < bestDistance) {
             bestDistance = distance;
             closestPoint = q;
