@@ -6,6 +6,7 @@
 #include <tbb/task_group.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <memory>
 #include <limits>
@@ -64,7 +65,8 @@ void BvhBuilder::build(BvhClosestTriangleFinder& target)
                     float sum = 0.0f;
                     for (int c = 0; c < 3; ++c)
                         sum += m_vertices[m_indices[int(3 * t) + c]][a];
-                    r.centroid[a] = sum * 0.33333334f;
+                    // A NaN corner would break the sort's ordering: such a triangle sorts last.
+                    r.centroid[a] = std::isnan(sum) ? kInf : sum * 0.33333334f;
                 }
                 r.triangle = uint32_t(t);
                 partial.grow(r.box);

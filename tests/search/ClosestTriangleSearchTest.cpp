@@ -180,6 +180,23 @@ TEST(ClosestTriangleSearch, DegenerateTrianglesNeverWinWithANonNumber)
     EXPECT_FLOAT_EQ(distance, std::sqrt(1.25f));
 }
 
+TEST(ClosestTriangleSearch, CornersThatAreNotNumbersAreSkipped)
+{
+    Mesh m = SearchTestMeshes::flatGrid(16, 16, 1.0f);
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    for (int k = 0; k < 40; ++k) {
+        m.indices << m.vertices.size() << 0 << 1;
+        m.vertices.append(QVector3D(k % 2 ? nan : 0.5f, nan, 0.25f));
+    }
+    const QVector<QVector3D> queries = SearchTestMeshes::queries(300, 1.2f, 4);
+    const BvhClosestTriangleFinder tree(m.vertices, m.indices);
+    for (const QVector3D& q : queries) {
+        float distance = Largest;
+        ASSERT_TRUE(tree.find(q, &distance).isValid());
+        EXPECT_EQ(distance, bruteForce(m, q));
+    }
+}
+
 TEST(ClosestTriangleSearch, SearchLimitAndSmallMeshes)
 {
     const Mesh m = SearchTestMeshes::sphere(8, 12, 1.0f, 0.0f, 1);
