@@ -8,8 +8,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <memory>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <numeric>
 
@@ -182,7 +182,8 @@ void BvhBuilder::runTask(Task& task, std::vector<Task>& stack)
         makeLeaf(task, bounds);
         return;
     } else {
-        const float ex = bounds.hi[0] - bounds.lo[0], ey = bounds.hi[1] - bounds.lo[1], ez = bounds.hi[2] - bounds.lo[2];
+        const float ex = bounds.hi[0] - bounds.lo[0], ey = bounds.hi[1] - bounds.lo[1],
+                    ez = bounds.hi[2] - bounds.lo[2];
         int axis = ey > ex ? 1 : 0;
         if (ez > (axis == 1 ? ey : ex))
             axis = 2;
@@ -204,12 +205,11 @@ void BvhBuilder::runTask(Task& task, std::vector<Task>& stack)
     left.depth = right.depth = task.depth + 1;
 
     for (Task* child : {&right, &left}) {
-        if (m_parameters.useParallelThreshold && (long long)child->order[0].size() > m_parameters.parallelThreshold)
-        {
+        if (m_parameters.useParallelThreshold &&
+            (long long)child->order[0].size() > m_parameters.parallelThreshold) {
             auto moved = std::make_shared<Task>(std::move(*child));
             m_group->run([this, moved] { process(std::move(*moved)); });
-        }
-        else
+        } else
             stack.push_back(std::move(*child));
     }
 }
@@ -282,7 +282,8 @@ BvhBuilder::Box BvhBuilder::clippedBox(const Reference& r, int axis, float lo, f
     out.lo[axis] = std::max(out.lo[axis], lo);
     out.hi[axis] = std::min(out.hi[axis], hi);
     if (out.isEmpty()) {
-        // Rounding lost the clipped polygon: the reference's box cut at the slab still holds the triangle's part.
+        // Rounding lost the clipped polygon: the reference's box cut at the slab still holds the triangle's
+        // part.
         out = r.box;
         out.lo[axis] = std::max(out.lo[axis], lo);
         out.hi[axis] = std::min(out.hi[axis], hi);
@@ -305,8 +306,12 @@ BvhBuilder::Split BvhBuilder::findSpatialSplit(const Task& task, const Box& boun
         if (!(extent > 1e-5f))
             continue;
         const float scale = float(binCount) / extent;
-        const auto binOf = [&](float x) { return std::min(binCount - 1, std::max(0, int((x - lo) * scale))); };
-        const auto planeOf = [&](int b) { return b == binCount ? bounds.hi[axis] : lo + extent * float(b) / float(binCount); };
+        const auto binOf = [&](float x) {
+            return std::min(binCount - 1, std::max(0, int((x - lo) * scale)));
+        };
+        const auto planeOf = [&](int b) {
+            return b == binCount ? bounds.hi[axis] : lo + extent * float(b) / float(binCount);
+        };
 
         // The sweep bins each reference's box cut at the bin's planes; only
         // the split chosen clips the triangles themselves.

@@ -40,14 +40,15 @@ QVector<Welk::WPointOnTriangle> ClosestTriangleFinder::findAll(const QVector<QVe
         distances->fill(kNoLimit, points.size());
     Welk::WPointOnTriangle* out = result.data();
     float* outDistances = distances ? distances->data() : nullptr;
-    tbb::parallel_for(tbb::blocked_range<int>(0, points.size(), 256), [&](const tbb::blocked_range<int>& range) {
-        for (int i = range.begin(); i != range.end(); ++i) {
-            float distance = kNoLimit;
-            out[i] = find(points[i], &distance);
-            if (outDistances)
-                outDistances[i] = distance;
-        }
-    });
+    tbb::parallel_for(tbb::blocked_range<int>(0, points.size(), 256),
+                      [&](const tbb::blocked_range<int>& range) {
+                          for (int i = range.begin(); i != range.end(); ++i) {
+                              float distance = kNoLimit;
+                              out[i] = find(points[i], &distance);
+                              if (outDistances)
+                                  outDistances[i] = distance;
+                          }
+                      });
     return result;
 }
 

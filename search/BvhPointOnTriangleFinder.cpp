@@ -23,7 +23,8 @@ BvhPointOnTriangleFinder::BvhPointOnTriangleFinder(const QVector<QVector3D>& ver
     }
 }
 
-Welk::WPointOnTriangle BvhPointOnTriangleFinder::find(int triangle, const QVector3D& point, float& bestDistance) const
+Welk::WPointOnTriangle BvhPointOnTriangleFinder::find(int triangle, const QVector3D& point,
+                                                      float& bestDistance) const
 {
     const TriangleRecord& r = m_triangles[size_t(triangle)];
     float u = 0.0f, v = 0.0f;

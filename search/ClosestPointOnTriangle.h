@@ -13,7 +13,8 @@ inline float dot(const QVector3D& a, const QVector3D& b)
 
 inline QVector3D cross(const QVector3D& a, const QVector3D& b)
 {
-    return QVector3D(a.y() * b.z() - a.z() * b.y(), a.z() * b.x() - a.x() * b.z(), a.x() * b.y() - a.y() * b.x());
+    return QVector3D(a.y() * b.z() - a.z() * b.y(), a.z() * b.x() - a.x() * b.z(),
+                     a.x() * b.y() - a.y() * b.x());
 }
 
 /// The nearest point of triangle (a, b, c) to `p`, in single precision, and

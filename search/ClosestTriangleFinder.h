@@ -24,7 +24,8 @@ public:
     /// `find` for every point, without limit, spread over the TBB workers.
     /// `distances`, when given, receives one distance per point (the
     /// largest finite float where nothing was found).
-    QVector<Welk::WPointOnTriangle> findAll(const QVector<QVector3D>& points, QVector<float>* distances = nullptr) const;
+    QVector<Welk::WPointOnTriangle> findAll(const QVector<QVector3D>& points,
+                                            QVector<float>* distances = nullptr) const;
 };
 
 } // namespace ClosestTriangleSearch

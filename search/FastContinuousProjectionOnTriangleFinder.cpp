@@ -21,7 +21,8 @@ FastContinuousProjectionOnTriangleFinder::FastContinuousProjectionOnTriangleFind
     const QVector<QVector3D>& vertices, const QVector<int>& triangleIndices,
     std::shared_ptr<const ClosestTriangleSearch::ClosestTriangleFinder> nearestFinder,
     const QVector<QVector3D>& vertexNormals)
-    : m_vertices(vertices), m_indices(triangleIndices), m_normals(vertexNormals), m_nearest(std::move(nearestFinder))
+    : m_vertices(vertices), m_indices(triangleIndices), m_normals(vertexNormals),
+      m_nearest(std::move(nearestFinder))
 {
     const int triangleCount = m_indices.size() / 3;
     if (m_normals.size() != m_vertices.size()) {
@@ -72,7 +73,8 @@ void FastContinuousProjectionOnTriangleFinder::buildNeighbours()
 
 bool FastContinuousProjectionOnTriangleFinder::solve(int triangle, const QVector3D& x, Solution& out) const
 {
-    const int i0 = m_indices[3 * triangle], i1 = m_indices[3 * triangle + 1], i2 = m_indices[3 * triangle + 2];
+    const int i0 = m_indices[3 * triangle], i1 = m_indices[3 * triangle + 1],
+              i2 = m_indices[3 * triangle + 2];
     const QVector3D& p0 = m_vertices[i0];
     const QVector3D e1 = m_vertices[i1] - p0;
     const QVector3D e2 = m_vertices[i2] - p0;
@@ -123,8 +125,8 @@ bool FastContinuousProjectionOnTriangleFinder::solve(int triangle, const QVector
     return true;
 }
 
-Welk::WPointOnTriangle FastContinuousProjectionOnTriangleFinder::clampToTriangle(int triangle,
-                                                                                 const QVector3D& position) const
+Welk::WPointOnTriangle
+FastContinuousProjectionOnTriangleFinder::clampToTriangle(int triangle, const QVector3D& position) const
 {
     float u = 0.0f, v = 0.0f;
     ClosestTriangleSearch::closestPointOnTriangle(m_vertices[m_indices[3 * triangle]],
@@ -146,9 +148,8 @@ Welk::WPointOnTriangle FastContinuousProjectionOnTriangleFinder::find(int triang
     return {triangle, s.w[0], s.w[1]};
 }
 
-Welk::WPointOnTriangle FastContinuousProjectionOnTriangleFinder::project(const QVector3D& position,
-                                                                         const Welk::WPointOnTriangle& previous,
-                                                                         QString* error) const
+Welk::WPointOnTriangle FastContinuousProjectionOnTriangleFinder::project(
+    const QVector3D& position, const Welk::WPointOnTriangle& previous, QString* error) const
 {
     const int triangleCount = m_indices.size() / 3;
     int triangle = previous.isValid() && previous.triangle < triangleCount ? previous.triangle : -1;

@@ -54,7 +54,10 @@ public:
     Welk::WPointOnTriangle project(const QVector3D& position, const Welk::WPointOnTriangle& previous,
                                    QString* error = nullptr) const;
 
-    static QString singularTriangleMessage() { return QStringLiteral("Singular triangle or inconsistently oriented normals"); }
+    static QString singularTriangleMessage()
+    {
+        return QStringLiteral("Singular triangle or inconsistently oriented normals");
+    }
 
     const QVector<QVector3D>& vertexNormals() const { return m_normals; }
     /// The triangle across the edge opposite `corner` (0..2), or -1 on a border.
@@ -65,8 +68,8 @@ public:
 private:
     struct Solution
     {
-        float w[3];    ///< weights of the three corners
-        float offset;  ///< t along the interpolated normal
+        float w[3];   ///< weights of the three corners
+        float offset; ///< t along the interpolated normal
         QVector3D surface;
     };
     /// Newton's method on the three unknowns; false for a singular triangle.

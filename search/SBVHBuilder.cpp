@@ -52,8 +52,8 @@ SBVHNode* SBVHRecursiveBuilder::build()
     return buildNode(root, all, 0, maxDepth);
 }
 
-SBVHRecursiveBuilder::Split SBVHRecursiveBuilder::findSplit(const TriangleBox& box, const QVector<int>& triangles,
-                                                            float budget) const
+SBVHRecursiveBuilder::Split SBVHRecursiveBuilder::findSplit(const TriangleBox& box,
+                                                            const QVector<int>& triangles, float budget) const
 {
     const float e[3] = {box.max[0] - box.min[0], box.max[1] - box.min[1], box.max[2] - box.min[2]};
     const float halfArea = e[1] * e[2] + e[0] * e[2] + e[0] * e[1];

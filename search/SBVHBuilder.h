@@ -34,11 +34,12 @@ public:
     int binCount = 16;   ///< candidate planes per axis
     int maxLeafSize = 8; ///< a node with no more triangles becomes a leaf
     int threadCount = QThread::idealThreadCount();
-    QVector<float> binPositions;      ///< i / binCount, filled by `build`
+    QVector<float> binPositions;        ///< i / binCount, filled by `build`
     QVector<TriangleBox> triangleBoxes; ///< per triangle, filled by `build` if empty
 
 protected:
-    virtual SBVHNode* buildNode(const TriangleBox& box, const QVector<int>& triangles, int depth, int maxDepth) = 0;
+    virtual SBVHNode* buildNode(const TriangleBox& box, const QVector<int>& triangles, int depth,
+                                int maxDepth) = 0;
     virtual SBVHNonLeaf* makeInnerNode(const TriangleBox& box) = 0;
     virtual SBVHLeaf* makeLeaf(const TriangleBox& box, const QVector<int>& triangles) = 0;
     virtual void deleteLeaf(SBVHNode* node) = 0;
@@ -67,7 +68,8 @@ protected:
     /// Fills the triangle boxes and bin positions, gives the list of all
     /// triangles and the root box.
     void prepare(QVector<int>& all, TriangleBox& root);
-    SBVHNode* buildNode(const TriangleBox& box, const QVector<int>& triangles, int depth, int maxDepth) override;
+    SBVHNode* buildNode(const TriangleBox& box, const QVector<int>& triangles, int depth,
+                        int maxDepth) override;
     SBVHNonLeaf* makeInnerNode(const TriangleBox& box) override;
     SBVHLeaf* makeLeaf(const TriangleBox& box, const QVector<int>& triangles) override;
     void deleteLeaf(SBVHNode* node) override;

@@ -8,7 +8,8 @@
 namespace SBVH {
 
 int SBVHLeaf::findClosest(const QVector3D& p, const QVector<QVector3D>& vertices,
-                          const QVector<int>& triangleIndices, float& bestDistance, QVector3D& closestPoint) const
+                          const QVector<int>& triangleIndices, float& bestDistance,
+                          QVector3D& closestPoint) const
 {
     int found = -1;
     for (int t : triangleList) {
@@ -48,15 +49,17 @@ QVector<int> SBVHNonLeaf::trianglesNear(const QVector3D& point) const
     if (!left || !right)
         return left ? left->trianglesNear(point) : right ? right->trianglesNear(point) : QVector<int>();
     const auto centreDistanceSq = [&](const TriangleBox& b) {
-        const QVector3D centre(0.5f * (b.min[0] + b.max[0]), 0.5f * (b.min[1] + b.max[1]), 0.5f * (b.min[2] + b.max[2]));
+        const QVector3D centre(0.5f * (b.min[0] + b.max[0]), 0.5f * (b.min[1] + b.max[1]),
+                               0.5f * (b.min[2] + b.max[2]));
         return (centre - point).lengthSquared();
     };
     return centreDistanceSq(left->box) < centreDistanceSq(right->box) ? left->trianglesNear(point)
-                                                                       : right->trianglesNear(point);
+                                                                      : right->trianglesNear(point);
 }
 
 int SBVHNonLeaf::findClosest(const QVector3D& p, const QVector<QVector3D>& vertices,
-                             const QVector<int>& triangleIndices, float& bestDistance, QVector3D& closestPoint) const
+                             const QVector<int>& triangleIndices, float& bestDistance,
+                             QVector3D& closestPoint) const
 {
     if (!left || !right) {
         const SBVHNode* only = left ? left : right;

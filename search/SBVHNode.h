@@ -46,12 +46,15 @@ public:
 class SBVHLeaf : public SBVHNode
 {
 public:
-    SBVHLeaf(const TriangleBox& box, const QVector<int>& triangles) : SBVHNode(box), triangleList(triangles) {}
+    SBVHLeaf(const TriangleBox& box, const QVector<int>& triangles) : SBVHNode(box), triangleList(triangles)
+    {
+    }
 
     QVector<int> triangles() const override { return triangleList; }
     QVector<int> trianglesNear(const QVector3D&) const override { return triangleList; }
-    int findClosest(const QVector3D& p, const QVector<QVector3D>& vertices, const QVector<int>& triangleIndices,
-                    float& bestDistance, QVector3D& closestPoint) const override;
+    int findClosest(const QVector3D& p, const QVector<QVector3D>& vertices,
+                    const QVector<int>& triangleIndices, float& bestDistance,
+                    QVector3D& closestPoint) const override;
     void collectLeaves(QVector<QPair<SBVHNode*, SBVHNonLeaf*>>& list, SBVHNonLeaf* parent) override
     {
         list.append({this, parent});
@@ -73,8 +76,9 @@ public:
 
     QVector<int> triangles() const override;
     QVector<int> trianglesNear(const QVector3D& point) const override;
-    int findClosest(const QVector3D& p, const QVector<QVector3D>& vertices, const QVector<int>& triangleIndices,
-                    float& bestDistance, QVector3D& closestPoint) const override;
+    int findClosest(const QVector3D& p, const QVector<QVector3D>& vertices,
+                    const QVector<int>& triangleIndices, float& bestDistance,
+                    QVector3D& closestPoint) const override;
     void collectLeaves(QVector<QPair<SBVHNode*, SBVHNonLeaf*>>& list, SBVHNonLeaf* parent) override;
 
     /// Owned; either may be null when that side of the split was empty.

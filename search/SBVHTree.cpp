@@ -84,7 +84,8 @@ QVector<Welk::WPointOnTriangle> projectPoints(const QVector<QVector3D>& points, 
     return result;
 }
 
-QVector<Welk::WPointOnTriangle> projectPoints(const QVector<QVector3D>& vertices, const QVector<int>& triangleIndices,
+QVector<Welk::WPointOnTriangle> projectPoints(const QVector<QVector3D>& vertices,
+                                              const QVector<int>& triangleIndices,
                                               const QVector<QVector3D>& points)
 {
     SBVHMultithreadRecursiveBuilder builder(vertices, triangleIndices);

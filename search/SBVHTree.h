@@ -47,7 +47,8 @@ QVector<Welk::WPointOnTriangle> projectPoints(const QVector<QVector3D>& points, 
 
 /// Builds a tree over the mesh with the default settings (multi-threaded
 /// build) and projects `points` onto it.
-QVector<Welk::WPointOnTriangle> projectPoints(const QVector<QVector3D>& vertices, const QVector<int>& triangleIndices,
+QVector<Welk::WPointOnTriangle> projectPoints(const QVector<QVector3D>& vertices,
+                                              const QVector<int>& triangleIndices,
                                               const QVector<QVector3D>& points);
 
 } // namespace SBVH

@@ -76,7 +76,8 @@ Mesh bumpySphere(long long triangles)
         for (int s = 0; s < segments; ++s) {
             const double theta = pi * r / rings, phi = 2 * pi * s / segments, rr = radius(theta, phi);
             m.vertices.append(QVector3D(float(rr * std::sin(theta) * std::cos(phi)),
-                                        float(rr * std::sin(theta) * std::sin(phi)), float(rr * std::cos(theta))));
+                                        float(rr * std::sin(theta) * std::sin(phi)),
+                                        float(rr * std::cos(theta))));
         }
     m.vertices.append(QVector3D(0, 0, -float(radius(pi, 0))));
     const int south = m.vertices.size() - 1;
@@ -126,7 +127,8 @@ QVector<QVector3D> makeQueries(const Mesh& m, int count, int farPercent)
             queries.append(lo + QVector3D(unit(random), unit(random), unit(random)) * (hi - lo));
             continue;
         }
-        const int tri = int(std::lower_bound(cumulative.begin(), cumulative.end(), area(random)) - cumulative.begin());
+        const int tri =
+            int(std::lower_bound(cumulative.begin(), cumulative.end(), area(random)) - cumulative.begin());
         float a = unit(random), b = unit(random);
         if (a + b > 1) {
             a = 1 - a;
@@ -267,10 +269,11 @@ int main(int argc, char** argv)
     });
     const int triangles = mesh.indices.size() / 3;
     const QVector<QVector3D> queries = makeQueries(mesh, queryCount, farPercent);
-    fmt::print("mesh: {} ({} triangles, {} vertices), made/loaded in {:.2f} s; {} queries, {}% anywhere in the box; "
-               "host threads {}\n",
-               meshName, triangles, mesh.vertices.size(), loadSeconds, queryCount, farPercent,
-               tbb::this_task_arena::max_concurrency());
+    fmt::print(
+        "mesh: {} ({} triangles, {} vertices), made/loaded in {:.2f} s; {} queries, {}% anywhere in the box; "
+        "host threads {}\n",
+        meshName, triangles, mesh.vertices.size(), loadSeconds, queryCount, farPercent,
+        tbb::this_task_arena::max_concurrency());
 
     // Builds, one after the other, each measured by its time and the growth of resident memory.
     double rss = residentMiB();
@@ -278,7 +281,8 @@ int main(int argc, char** argv)
     ClosestTriangleSearch::BvhParameters parameters;
     parameters.useParallelThreshold = true;
     const double bvhBuild = seconds([&] {
-        bvh = std::make_unique<ClosestTriangleSearch::BvhClosestTriangleFinder>(mesh.vertices, mesh.indices, parameters);
+        bvh = std::make_unique<ClosestTriangleSearch::BvhClosestTriangleFinder>(mesh.vertices, mesh.indices,
+                                                                                parameters);
     });
     const double bvhMiB = residentMiB() - rss;
 
@@ -304,10 +308,10 @@ int main(int argc, char** argv)
         for (int i = 0; i < mesh.vertices.size(); ++i)
             for (int a = 0; a < 3; ++a)
                 embreeVertices[size_t(3 * i + a)] = mesh.vertices[i][a];
-        rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, embreeVertices.data(), 0,
-                                   3 * sizeof(float), size_t(mesh.vertices.size()));
-        rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, mesh.indices.constData(), 0,
-                                   3 * sizeof(int), size_t(triangles));
+        rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
+                                   embreeVertices.data(), 0, 3 * sizeof(float), size_t(mesh.vertices.size()));
+        rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
+                                   mesh.indices.constData(), 0, 3 * sizeof(int), size_t(triangles));
         rtcCommitGeometry(geometry);
         rtcAttachGeometry(scene, geometry);
         rtcReleaseGeometry(geometry);
@@ -333,14 +337,15 @@ int main(int argc, char** argv)
     const double cgalMiB = residentMiB() - rss;
 
     fmt::print("\n| structure | build s | resident MiB | own bytes MiB |\n|---|---|---|---|\n");
-    fmt::print("| closest-triangle tree (spatial splits: {}) | {:.2f} | {:.0f} | {:.0f} |\n", bvh->spatialSplitCount(),
-               bvhBuild, bvhMiB, double(bvh->memoryBytes()) / 1048576.0);
+    fmt::print("| closest-triangle tree (spatial splits: {}) | {:.2f} | {:.0f} | {:.0f} |\n",
+               bvh->spatialSplitCount(), bvhBuild, bvhMiB, double(bvh->memoryBytes()) / 1048576.0);
     if (sbvh)
-        fmt::print("| SBVH ({} leaves, {} inner) | {:.2f} | {:.0f} | {:.0f} |\n", sbvh->leafCount(), sbvh->innerCount(),
-                   sbvhBuild, sbvhMiB, double(sbvh->memoryBytes()) / 1048576.0);
+        fmt::print("| SBVH ({} leaves, {} inner) | {:.2f} | {:.0f} | {:.0f} |\n", sbvh->leafCount(),
+                   sbvh->innerCount(), sbvhBuild, sbvhMiB, double(sbvh->memoryBytes()) / 1048576.0);
     fmt::print("| Embree 3 scene | {:.2f} | {:.0f} | |\n", embreeBuild, embreeMiB);
     fmt::print("| CGAL AABB tree + distance acceleration | {:.2f} | {:.0f} | |\n", cgalBuild, cgalMiB);
-    fmt::print("build ratios: CGAL / ours {:.2f}x, Embree / ours {:.2f}x\n", cgalBuild / bvhBuild, embreeBuild / bvhBuild);
+    fmt::print("build ratios: CGAL / ours {:.2f}x, Embree / ours {:.2f}x\n", cgalBuild / bvhBuild,
+               embreeBuild / bvhBuild);
 
     const size_t n = static_cast<size_t>(queryCount);
     std::vector<float> oursD(n), sbvhD(n), embreeD(n), cgalD(n);
@@ -388,13 +393,18 @@ int main(int argc, char** argv)
         fmt::print("| {} | closest-triangle tree | {:.3f} M/s | 1.00x |\n", threads, ours / 1e6);
         if (sbvh) {
             const double s = rate(sbvhQueryCount, threads, sbvhRange);
-            fmt::print("| {} | SBVH (first {} queries) | {:.4f} M/s | {:.2f}x |\n", threads, sbvhQueryCount, s / 1e6, ours / s);
+            fmt::print("| {} | SBVH (first {} queries) | {:.4f} M/s | {:.2f}x |\n", threads, sbvhQueryCount,
+                       s / 1e6, ours / s);
         }
-        fmt::print("| {} | Embree 3 rtcPointQuery | {:.3f} M/s | {:.2f}x |\n", threads, embree / 1e6, ours / embree);
-        fmt::print("| {} | CGAL AABB tree | {:.3f} M/s | {:.2f}x |\n", threads, cgalRate / 1e6, ours / cgalRate);
+        fmt::print("| {} | Embree 3 rtcPointQuery | {:.3f} M/s | {:.2f}x |\n", threads, embree / 1e6,
+                   ours / embree);
+        fmt::print("| {} | CGAL AABB tree | {:.3f} M/s | {:.2f}x |\n", threads, cgalRate / 1e6,
+                   ours / cgalRate);
     }
-    fmt::print("\ndistance mismatches against CGAL (double precision) beyond 1e-5 relative: ours {}, SBVH {}, Embree {}\n",
-               mismatches(oursD, cgalD), sbvh ? mismatches(sbvhD, cgalD, size_t(sbvhQueryCount)) : -1, mismatches(embreeD, cgalD));
+    fmt::print("\ndistance mismatches against CGAL (double precision) beyond 1e-5 relative: ours {}, SBVH "
+               "{}, Embree {}\n",
+               mismatches(oursD, cgalD), sbvh ? mismatches(sbvhD, cgalD, size_t(sbvhQueryCount)) : -1,
+               mismatches(embreeD, cgalD));
 
     rtcReleaseScene(scene);
     rtcReleaseDevice(device);

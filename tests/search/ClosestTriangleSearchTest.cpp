@@ -36,7 +36,8 @@ float bruteForce(const Mesh& m, const QVector3D& p, int* triangle = nullptr)
 
 /// Searches every query and checks the answer against brute force and the
 /// double-precision distance, and that the returned weights give the point.
-void expectMatchesBruteForce(const Mesh& m, const QVector<QVector3D>& queries, const BvhParameters& parameters = {})
+void expectMatchesBruteForce(const Mesh& m, const QVector<QVector3D>& queries,
+                             const BvhParameters& parameters = {})
 {
     const BvhClosestTriangleFinder tree(m.vertices, m.indices, parameters);
     const BvhPointOnTriangleFinder finder(m.vertices, m.indices);
@@ -88,7 +89,8 @@ TEST(ClosestTriangleSearch, OverlappingSliversAreSplitInSpaceWithinTheBudget)
 
 TEST(ClosestTriangleSearch, PointsOnVerticesAndEdgesAreAtDistanceZero)
 {
-    const Mesh m = SearchTestMeshes::grid(12, 9, 2.0f, [](float x, float y) { return 0.3f * std::sin(2 * x) * y; });
+    const Mesh m =
+        SearchTestMeshes::grid(12, 9, 2.0f, [](float x, float y) { return 0.3f * std::sin(2 * x) * y; });
     const BvhClosestTriangleFinder tree(m.vertices, m.indices);
     for (const QVector3D& v : m.vertices) {
         float distance = Largest;
@@ -100,7 +102,8 @@ TEST(ClosestTriangleSearch, PointsOnVerticesAndEdgesAreAtDistanceZero)
     }
     for (int t = 0; t < m.triangleCount(); ++t)
         for (int c = 0; c < 3; ++c) {
-            const QVector3D mid = 0.5f * (m.vertices[m.indices[3 * t + c]] + m.vertices[m.indices[3 * t + (c + 1) % 3]]);
+            const QVector3D mid =
+                0.5f * (m.vertices[m.indices[3 * t + c]] + m.vertices[m.indices[3 * t + (c + 1) % 3]]);
             float distance = Largest;
             ASSERT_TRUE(tree.find(mid, &distance).isValid());
             EXPECT_LT(distance, 1e-5f);
@@ -157,12 +160,12 @@ TEST(ClosestTriangleSearch, DegenerateTrianglesNeverWinWithANonNumber)
     const int n = m.triangleCount();
     for (int t = 0; t < n; t += 7) {
         const int a = m.indices[3 * t], b = m.indices[3 * t + 1], c = m.indices[3 * t + 2];
-        m.indices << a << a << b;                  // two coincident corners
-        m.indices << a << b << a;                  // again, other order
-        m.indices << c << c << c;                  // a point
+        m.indices << a << a << b; // two coincident corners
+        m.indices << a << b << a; // again, other order
+        m.indices << c << c << c; // a point
         const int mid = m.vertices.size();
         m.vertices.append(0.5f * (m.vertices[a] + m.vertices[b]));
-        m.indices << a << mid << b;                // collinear
+        m.indices << a << mid << b; // collinear
     }
     const QVector<QVector3D> queries = SearchTestMeshes::queries(500, 1.2f, 13);
     expectMatchesBruteForce(m, queries);

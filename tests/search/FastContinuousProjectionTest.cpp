@@ -64,7 +64,8 @@ TEST(FastContinuousProjection, StopsOnTheBorderAndStartsFromTheNearestPoint)
     const Mesh m = SearchTestMeshes::flatGrid(4, 4, 1.0f);
     const FastContinuousProjectionOnTriangleFinder finder(m.vertices, m.indices);
     // No previous point: the walk starts at the nearest triangle.
-    const Welk::WPointOnTriangle start = finder.project(QVector3D(0.6f, 0.4f, -0.3f), Welk::WPointOnTriangle());
+    const Welk::WPointOnTriangle start =
+        finder.project(QVector3D(0.6f, 0.4f, -0.3f), Welk::WPointOnTriangle());
     ASSERT_TRUE(start.isValid());
     EXPECT_LT((start.position(m.vertices, m.indices) - QVector3D(0.6f, 0.4f, 0)).length(), 1e-5f);
     // Dragged beyond the border the point slides along it.
@@ -72,7 +73,8 @@ TEST(FastContinuousProjection, StopsOnTheBorderAndStartsFromTheNearestPoint)
     ASSERT_TRUE(outside.isValid());
     EXPECT_LT((outside.position(m.vertices, m.indices) - QVector3D(1.0f, 0.45f, 0)).length(), 1e-5f);
     // A previous point from a far triangle still ends where the position is.
-    const Welk::WPointOnTriangle jump = finder.project(QVector3D(0.9f, 0.9f, 0.05f), Welk::WPointOnTriangle{0, 0.3f, 0.3f});
+    const Welk::WPointOnTriangle jump =
+        finder.project(QVector3D(0.9f, 0.9f, 0.05f), Welk::WPointOnTriangle{0, 0.3f, 0.3f});
     EXPECT_LT((jump.position(m.vertices, m.indices) - QVector3D(0.9f, 0.9f, 0)).length(), 1e-5f);
 }
 
@@ -95,7 +97,8 @@ TEST(FastContinuousProjection, ReportsASingularTriangleOnTheWay)
     QString error;
     bool failed = false;
     for (int step = 1; step <= 60 && !failed; ++step) {
-        const Welk::WPointOnTriangle next = finder.project(QVector3D(0.5f + 0.1f * float(step), 0.9f, 0.1f), current, &error);
+        const Welk::WPointOnTriangle next =
+            finder.project(QVector3D(0.5f + 0.1f * float(step), 0.9f, 0.1f), current, &error);
         if (!next.isValid())
             failed = true;
         else
@@ -116,7 +119,8 @@ TEST(FastContinuousProjection, ReportsNormalsAgainstTheTriangle)
     normals[5] = QVector3D(0, 0, -1);
     const FastContinuousProjectionOnTriangleFinder finder(m.vertices, m.indices, nullptr, normals);
     QString error;
-    const Welk::WPointOnTriangle hit = finder.project(m.vertices[5] + QVector3D(0.01f, 0.01f, 0.1f), Welk::WPointOnTriangle(), &error);
+    const Welk::WPointOnTriangle hit =
+        finder.project(m.vertices[5] + QVector3D(0.01f, 0.01f, 0.1f), Welk::WPointOnTriangle(), &error);
     EXPECT_FALSE(hit.isValid());
     EXPECT_EQ(error, FastContinuousProjectionOnTriangleFinder::singularTriangleMessage());
     // Far from that vertex all is well.

@@ -15,7 +15,8 @@ namespace {
 using SearchTestMeshes::Mesh;
 constexpr float Largest = std::numeric_limits<float>::max();
 
-void expectAgreesWithClosestTriangleSearch(const Mesh& m, SBVH::SBVHBuilder& builder, const QVector<QVector3D>& queries)
+void expectAgreesWithClosestTriangleSearch(const Mesh& m, SBVH::SBVHBuilder& builder,
+                                           const QVector<QVector3D>& queries)
 {
     const SBVH::SBVHTree tree(builder);
     const ClosestTriangleSearch::BvhClosestTriangleFinder plain(m.vertices, m.indices);
@@ -39,7 +40,8 @@ void expectAgreesWithClosestTriangleSearch(const Mesh& m, SBVH::SBVHBuilder& bui
 TEST(SBVH, SerialAndThreadedBuildsAgreeWithTheClosestTriangleSearch)
 {
     const QVector<QVector3D> queries = SearchTestMeshes::queries(500, 1.5f, 21);
-    for (const Mesh& m : {SearchTestMeshes::sphere(20, 32, 1.0f, 0.05f, 4), SearchTestMeshes::soup(1200, 8)}) {
+    for (const Mesh& m :
+         {SearchTestMeshes::sphere(20, 32, 1.0f, 0.05f, 4), SearchTestMeshes::soup(1200, 8)}) {
         SBVH::SBVHRecursiveBuilder serial(m.vertices, m.indices);
         expectAgreesWithClosestTriangleSearch(m, serial, queries);
         for (int threads : {0, 1, 2, 5}) {
@@ -72,7 +74,8 @@ TEST(SBVH, SplitsReferenceCrossingTrianglesOnBothSides)
 
 TEST(SBVH, ProjectedPointsLieAtTheNearestPoint)
 {
-    const Mesh m = SearchTestMeshes::grid(20, 20, 1.0f, [](float x, float y) { return 0.2f * std::cos(3 * x + y); });
+    const Mesh m =
+        SearchTestMeshes::grid(20, 20, 1.0f, [](float x, float y) { return 0.2f * std::cos(3 * x + y); });
     const QVector<QVector3D> queries = SearchTestMeshes::queries(400, 1.0f, 17);
     SBVH::SBVHMultithreadRecursiveBuilder builder(m.vertices, m.indices);
     const SBVH::SBVHTree tree(builder);

@@ -55,7 +55,8 @@ inline Mesh sphere(int rings, int segments, float radius, float noise, unsigned 
         for (int s = 0; s < segments; ++s) {
             const float theta = pi * float(r) / float(rings), phi = 2 * pi * float(s) / float(segments);
             const float rr = radius * (1 + jitter(random));
-            m.vertices.append(rr * QVector3D(std::sin(theta) * std::cos(phi), std::sin(theta) * std::sin(phi), std::cos(theta)));
+            m.vertices.append(rr * QVector3D(std::sin(theta) * std::cos(phi), std::sin(theta) * std::sin(phi),
+                                             std::cos(theta)));
         }
     m.vertices.append(QVector3D(0, 0, -radius * (1 + jitter(random))));
     const int south = m.vertices.size() - 1;
@@ -110,10 +111,13 @@ inline double triangleDistance(const QVector3D& p, const QVector3D& a, const QVe
     const double e0[3] = {double(b.x()) - a.x(), double(b.y()) - a.y(), double(b.z()) - a.z()};
     const double e1[3] = {double(c.x()) - a.x(), double(c.y()) - a.y(), double(c.z()) - a.z()};
     const double d[3] = {double(p.x()) - a.x(), double(p.y()) - a.y(), double(p.z()) - a.z()};
-    const double n[3] = {e0[1] * e1[2] - e0[2] * e1[1], e0[2] * e1[0] - e0[0] * e1[2], e0[0] * e1[1] - e0[1] * e1[0]};
+    const double n[3] = {e0[1] * e1[2] - e0[2] * e1[1], e0[2] * e1[0] - e0[0] * e1[2],
+                         e0[0] * e1[1] - e0[1] * e1[0]};
     const double nn = n[0] * n[0] + n[1] * n[1] + n[2] * n[2];
-    const double edges = std::min({segmentDistance(p, a, b), segmentDistance(p, b, c), segmentDistance(p, c, a)});
-    const double scale = e0[0] * e0[0] + e0[1] * e0[1] + e0[2] * e0[2] + e1[0] * e1[0] + e1[1] * e1[1] + e1[2] * e1[2];
+    const double edges =
+        std::min({segmentDistance(p, a, b), segmentDistance(p, b, c), segmentDistance(p, c, a)});
+    const double scale =
+        e0[0] * e0[0] + e0[1] * e0[1] + e0[2] * e0[2] + e1[0] * e1[0] + e1[1] * e1[1] + e1[2] * e1[2];
     if (nn <= 1e-20 * scale * scale)
         return edges;
     const auto dot = [](const double* x, const double* y) { return x[0] * y[0] + x[1] * y[1] + x[2] * y[2]; };
@@ -129,8 +133,9 @@ inline double meshDistance(const Mesh& m, const QVector3D& p)
 {
     double best = std::numeric_limits<double>::infinity();
     for (int t = 0; t < m.triangleCount(); ++t)
-        best = std::min(best, triangleDistance(p, m.vertices[m.indices[3 * t]], m.vertices[m.indices[3 * t + 1]],
-                                               m.vertices[m.indices[3 * t + 2]]));
+        best =
+            std::min(best, triangleDistance(p, m.vertices[m.indices[3 * t]], m.vertices[m.indices[3 * t + 1]],
+                                            m.vertices[m.indices[3 * t + 2]]));
     return best;
 }
 
