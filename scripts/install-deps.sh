@@ -12,7 +12,7 @@ packages=(
   liblapacke-dev libopenblas-dev
   libfmt-dev robin-map-dev libsuitesparse-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  libtinyobjloader-dev libassimp-dev libnanoflann-dev
+  libtinyobjloader-dev libassimp-dev libnanoflann-dev libcgal-dev
   xvfb xauth fonts-dejavu-core libgl1-mesa-dri
 )
 
