@@ -1,6 +1,6 @@
 #include "ClosestPointLookup.h"
 
-#include "steps/points/SurfaceDistance.h"
+#include "search/BvhClosestTriangleFinder.h"
 
 #include <memory>
 
@@ -10,8 +10,9 @@ ClosestPointLookup makeClosestPointLookup(const GeometryStack2::GeomStackTriangu
 {
     if (mesh.triangleCount() == 0)
         return [](const QVector3D&) { return Welk::WPointOnTriangle(); };
-    auto search = std::make_shared<SurfaceDistance>(mesh.vertices(), mesh.triangleVertexIndices());
-    return [search](const QVector3D& p) { return search->closestPoint(p); };
+    auto search = std::make_shared<ClosestTriangleSearch::BvhClosestTriangleFinder>(mesh.vertices(),
+                                                                                    mesh.triangleVertexIndices());
+    return [search](const QVector3D& p) { return search->find(p); };
 }
 
 } // namespace WelkPlugin

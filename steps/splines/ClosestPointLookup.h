@@ -14,13 +14,12 @@ namespace WelkPlugin {
 /// the fit's spline pairs put positions back on the surface through this.
 ///
 /// The one place that decides the search behind it is
-/// `makeClosestPointLookup`; a faster closest-triangle search replaces the
-/// body of that function and nothing else.
+/// `makeClosestPointLookup`.
 using ClosestPointLookup = std::function<Welk::WPointOnTriangle(const QVector3D&)>;
 
-/// An exact lookup over `mesh` (a copy is kept inside): a k-d tree over the
-/// vertices narrows the triangles to test. Building it costs a tree build,
-/// so build once per mesh and reuse.
+/// An exact lookup over `mesh`: the closest-triangle tree of the search
+/// library (boxes over triangles, split in space where triangles are long).
+/// Building it costs a tree build, so build once per mesh and reuse.
 ClosestPointLookup makeClosestPointLookup(const GeometryStack2::GeomStackTriangulated& mesh);
 
 } // namespace WelkPlugin
