@@ -295,6 +295,8 @@ void WelkingFit::run()
         worker->callback().interrupt();
     worker->start();
     const bool interrupted = worker->callback().isInterrupted() || m_progress->isCancelled();
+    m_result.course = worker->course();
+    m_result.hasCourse = true;
     m_worker = nullptr;
     worker.reset();
     m_result.seconds.append({QStringLiteral("fit"), double(clock.nsecsElapsed()) / 1e9});

@@ -4,6 +4,8 @@
 #include "FitReport.h"
 #include "ModelWarnings.h"
 
+#include "fitting/accelerated/FitCourse.h"
+
 #include "geometry/GeomStackTriangulated.h"
 #include "geometry/WPointOnTriangle.h"
 
@@ -64,6 +66,10 @@ struct FitResult
     QVector<QPair<QString, double>> seconds;
     bool measured = false;
     FitReport report; ///< when `measured`
+    /// How the fast or cartoon fit went (distances in the target's units):
+    /// whether it diverged, which rounds it undid, which folds it repaired.
+    bool hasCourse = false;
+    WelkingAcceleratedVersion::FitCourse course;
 };
 
 /// One fit from models to result, composed in one place for the window and

@@ -82,7 +82,7 @@ Report:
   --report FILE.json      write the full report there
   --json                  print the full report on standard output
   The terminal shows a short summary: time, RMS distances both ways,
-  folded triangles and the output path. See docs/zwelk-batch.md for the
+  fold-overs added and the output path. See docs/zwelk-batch.md for the
   report's keys.
 
 Ctrl+C stops the fit at its next step (within about a second), writes the
@@ -484,6 +484,8 @@ int runWelk(const QStringList& words)
         for (auto it = measured.begin(); it != measured.end(); ++it)
             report[it.key()] = it.value();
     }
+    if (result.hasCourse)
+        report[QStringLiteral("course")] = fitCourseJson(result.course);
     if (!landmarkMoves.isEmpty())
         report[QStringLiteral("landmarkProjection")] = landmarkMoves;
     rusage usage{};
@@ -509,10 +511,12 @@ int runWelk(const QStringList& words)
                        .arg(written));
         return ExitInterrupted;
     }
+    if (result.hasCourse && result.course.diverged())
+        printError(QStringLiteral("Warning: ") + divergenceMessage(result.course));
     const int triangles = models.base.triangleCount();
-    if (result.report.flippedTriangles > std::max(1, triangles / 100))
+    if (result.report.addedFolds() > std::max(1, triangles / 100))
         printError(QStringLiteral("Warning: %1 of %2 triangles folded over in the fit; %3")
-                       .arg(result.report.flippedTriangles)
+                       .arg(result.report.addedFolds())
                        .arg(triangles)
                        .arg(options.rigid && options.scale
                                 ? QStringLiteral("check that the point pairs match, or fit more stiffly (a higher "
@@ -521,12 +525,12 @@ int runWelk(const QStringList& words)
                                                  "--rigid --scale.")));
     if (!args.flag(QStringLiteral("--json")))
         printOut(QStringLiteral("%1 fit in %2 s: RMS distance result->target %3, target->result %4; "
-                                "%5 folded triangles\nwritten: %6")
+                                "%5 fold-overs added\nwritten: %6")
                      .arg(fitEngineName(options.engine))
                      .arg(total, 0, 'f', 1)
                      .arg(result.report.resultToTarget.rms, 0, 'g', 4)
                      .arg(result.report.targetToResult.rms, 0, 'g', 4)
-                     .arg(result.report.flippedTriangles)
+                     .arg(result.report.addedFolds())
                      .arg(written));
     return ExitOk;
 }
