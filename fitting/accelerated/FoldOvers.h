@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <cstddef>
 #include <vector>
 
@@ -13,9 +14,12 @@ namespace WelkingAcceleratedVersion {
 /// `Points` is any random-access list of points with `x()`, `y()`, `z()`
 /// (QVector<QVector3D>, std::vector<Eigen::Vector3f>); `Indices` holds
 /// three vertex indices per triangle. Sums are taken in double, so tiny
-/// triangles of large models keep their sign.
+/// triangles of large models keep their sign. With `minCosine` above 0 a
+/// triangle also counts when the angle between the two directions is
+/// within that margin of a right angle: nearly folded, and so liable to
+/// fold by rounding alone.
 template <class Points, class Indices>
-std::vector<char> foldedTriangles(const Points& vertices, const Indices& triangles)
+std::vector<char> foldedTriangles(const Points& vertices, const Indices& triangles, double minCosine = 0)
 {
     struct D3
     {
@@ -50,7 +54,12 @@ std::vector<char> foldedTriangles(const Points& vertices, const Indices& triangl
             sum.z += m.z;
         }
         const D3& n = faceNormals[t];
-        folded[t] = n.x * sum.x + n.y * sum.y + n.z * sum.z < 0;
+        const double dot = n.x * sum.x + n.y * sum.y + n.z * sum.z;
+        if (minCosine <= 0)
+            folded[t] = dot < 0;
+        else
+            folded[t] = dot < minCosine * std::sqrt((n.x * n.x + n.y * n.y + n.z * n.z) *
+                                                    (sum.x * sum.x + sum.y * sum.y + sum.z * sum.z));
     }
     return folded;
 }

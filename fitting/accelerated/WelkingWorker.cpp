@@ -382,18 +382,30 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
 
 void WelkingWorker::repairFolds()
 {
+    // A triangle needs repair when it folded where it was not folded at
+    // rest. Projecting onto the target (below) must also keep clear of
+    // nearly folded triangles, which it would otherwise make by flattening
+    // neighbours onto one plane, and which rounding then folds when the
+    // result is mapped back to the model's units.
+    const double margin = 0.05;
     const std::vector<char> restFolds = foldedTriangles(m_source, m_sourceTriangles);
+    const std::vector<char> restNearFolds = foldedTriangles(m_source, m_sourceTriangles, margin);
     const size_t triangleCount = restFolds.size();
-    const auto countAdded = [&](const std::vector<char>& folds) {
-        int added = 0;
-        for (size_t t = 0; t < triangleCount; ++t)
-            added += folds[t] && !restFolds[t];
+    int addedCount = 0;
+    const auto addedFolds = [&](const std::vector<Vec3>& shape, bool nearToo) {
+        std::vector<char> added = foldedTriangles(shape, m_sourceTriangles);
+        const std::vector<char> near = nearToo ? foldedTriangles(shape, m_sourceTriangles, margin) : added;
+        addedCount = 0;
+        for (size_t t = 0; t < triangleCount; ++t) {
+            added[t] = (added[t] && !restFolds[t]) || (near[t] && !restNearFolds[t]);
+            addedCount += added[t];
+        }
         return added;
     };
-    std::vector<char> folds = foldedTriangles(m_current, m_sourceTriangles);
-    m_course.foldsBeforeRepair = countAdded(folds);
-    m_course.foldsAfterRepair = m_course.foldsBeforeRepair;
-    if (m_course.foldsBeforeRepair == 0)
+    std::vector<char> folds = addedFolds(m_current, false);
+    m_course.foldsBeforeRepair = addedCount;
+    m_course.foldsAfterRepair = addedCount;
+    if (addedCount == 0)
         return;
 
     // Vertex neighbours as compressed rows, duplicates kept: a shared edge
@@ -416,13 +428,14 @@ void WelkingWorker::repairFolds()
     // Relax the corners of the added folds (and, while folds persist, a
     // growing ring around them) towards the mean of their neighbours. The
     // rest of the mesh keeps its fitted position.
+    const std::vector<Vec3> fitted = m_current;
     std::vector<char> region(n, 0), next(n, 0);
     std::vector<Vec3> relaxed;
     const int rounds = 200;
     for (int round = 0; round < rounds && m_course.foldsAfterRepair > 0; ++round) {
         std::fill(region.begin(), region.end(), 0);
         for (size_t t = 0; t < triangleCount; ++t)
-            if (folds[t] && !restFolds[t])
+            if (folds[t])
                 for (int k = 0; k < 3; ++k)
                     region[size_t(m_sourceTriangles[3 * t + size_t(k)])] = 1;
         for (int ring = 0; ring < 1 + round / 20; ++ring) {
@@ -446,9 +459,66 @@ void WelkingWorker::repairFolds()
             }
         });
         m_current.swap(relaxed);
-        folds = foldedTriangles(m_current, m_sourceTriangles);
-        m_course.foldsAfterRepair = countAdded(folds);
+        folds = addedFolds(m_current, false);
+        m_course.foldsAfterRepair = addedCount;
     }
+
+    // Relaxing pulls the vertices off the target a little. Put each moved
+    // vertex back onto the tangent plane of its nearest target vertex, as
+    // the fit's point-to-plane term would, except where that folds again.
+    if (m_course.foldsAfterRepair == 0) {
+        std::vector<char> moved(n, 0);
+        for (size_t v = 0; v < n; ++v)
+            moved[v] = !m_excluded[v] && m_current[v] != fitted[v];
+        const std::vector<Vec3> normals = vertexNormals(m_current, m_sourceTriangles);
+        std::vector<Vec3> projected = m_current;
+        tbb::parallel_for(tbb::blocked_range<size_t>(0, n, 512), [&](const tbb::blocked_range<size_t>& r) {
+            for (size_t v = r.begin(); v < r.end(); ++v) {
+                if (!moved[v])
+                    continue;
+                const long long nearest = m_tree->findNearestPointInd(m_current[v], m_target);
+                if (nearest < 0)
+                    continue;
+                const Vec3& normal = m_targetNormals[size_t(nearest)];
+                if (normals[v].dot(normal) < m_parameters.normalsThreshold)
+                    continue;
+                projected[v] = m_current[v] + normal * normal.dot(m_target[size_t(nearest)] - m_current[v]);
+            }
+        });
+        // A triangle squeezed to a sliver has a direction that rounding alone
+        // can turn over.
+        const auto area = [this](size_t t, const std::vector<Vec3>& shape) {
+            const Vec3& a = shape[size_t(m_sourceTriangles[3 * t])];
+            return (shape[size_t(m_sourceTriangles[3 * t + 1])] - a).cross(shape[size_t(m_sourceTriangles[3 * t + 2])] - a).norm();
+        };
+        const auto collapsed = [&](size_t t, const std::vector<Vec3>& shape) {
+            return area(t, shape) < 0.25f * area(t, m_current);
+        };
+        // Back to the relaxed position wherever a projected triangle folds or
+        // collapses, until none does; the relaxed shape has no added fold.
+        for (;;) {
+            const std::vector<char> projectedFolds = addedFolds(projected, true);
+            bool clean = true;
+            for (size_t t = 0; t < triangleCount; ++t)
+                if (projectedFolds[t] || collapsed(t, projected))
+                    for (int k = 0; k < 3; ++k) {
+                        // A triangle's test reads its corners' neighbours too.
+                        const size_t corner = size_t(m_sourceTriangles[3 * t + size_t(k)]);
+                        for (long long e = offsets[corner] - 1; e < offsets[corner + 1]; ++e) {
+                            const size_t v = e < offsets[corner] ? corner : size_t(neighbours[size_t(e)]);
+                            if (projected[v] != m_current[v]) {
+                                projected[v] = m_current[v];
+                                clean = false;
+                            }
+                        }
+                    }
+            if (clean)
+                break;
+        }
+        m_current.swap(projected);
+    }
+    addedFolds(m_current, false);
+    m_course.foldsAfterRepair = addedCount;
     qDebug().noquote() << QStringLiteral("Fold repair: %1 added fold-overs before, %2 after")
                               .arg(m_course.foldsBeforeRepair)
                               .arg(m_course.foldsAfterRepair);
