@@ -65,7 +65,9 @@ struct FitResult
     /// (stage, seconds): "graph levels", "fit" and, when measured, "measure".
     QVector<QPair<QString, double>> seconds;
     bool measured = false;
-    FitReport report; ///< when `measured`
+    /// The distances when `measured`; the fold-over counts of the fast and
+    /// cartoon fits always.
+    FitReport report;
     /// How the fast or cartoon fit went (distances in the target's units):
     /// whether it diverged, which rounds it undid, which folds it repaired.
     bool hasCourse = false;
