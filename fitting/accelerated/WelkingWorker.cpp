@@ -322,7 +322,7 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             }
         };
 
-        int solved = 0;
+        int solved = 0, stiffened = 0;
         for (int j = 0; j < m_parameters.icpIterations; ++j) {
             m_callback.setIteration(j);
             if (m_callback.isInterrupted())
@@ -334,8 +334,16 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             pairSeconds += double(stage.nsecsElapsed()) / 1e9;
             if (solved > 0) {
                 judge(measured);
-                if (rejected)
-                    break;
+                if (rejected) {
+                    // Go on from the best shape, stiffer, so that the round
+                    // does not repeat itself; give up after a few tries.
+                    if (++stiffened > 3)
+                        break;
+                    rejected = false;
+                    weights.smoothness *= 4.0f;
+                    deformer->setProblem(level, m_source, m_levelNodes[size_t(i - 1)], m_controls, weights, true);
+                    findPairs(sources, targets, normals);
+                }
             }
             // Setting up a solve over a large mesh takes a while; a stop
             // request that came meanwhile is not held up by it.
@@ -354,7 +362,7 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             m_callback.update(toQt(m_current), toQt(nodes));
         }
         // The level's last round is judged too, before the next level starts from it.
-        if (!rejected && solved > 0)
+        if (!rejected && stiffened <= 3 && solved > 0)
             judge(measureCurrent());
         QString work;
         if (auto* fast = dynamic_cast<EmbeddedGraphDeformer::IterativeSolverDeformer::Deformer*>(deformer)) {
