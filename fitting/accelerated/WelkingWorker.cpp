@@ -437,6 +437,13 @@ void WelkingWorker::repairFolds()
     // growing ring around them) towards the mean of their neighbours. The
     // rest of the mesh keeps its fitted position.
     const std::vector<Vec3> fitted = m_current;
+    // The corners of the point pairs stay where the fit put them: the user
+    // placed those points, and the fit honoured them.
+    std::vector<char> pinned(n, 0);
+    for (const EmbeddedGraphDeformer::ControlPoint& control : m_controls)
+        for (long long corner : control.corners)
+            if (corner >= 0 && size_t(corner) < n)
+                pinned[size_t(corner)] = 1;
     std::vector<char> region(n, 0), next(n, 0);
     std::vector<Vec3> relaxed;
     const int rounds = 200;
@@ -457,7 +464,7 @@ void WelkingWorker::repairFolds()
         relaxed = m_current;
         tbb::parallel_for(tbb::blocked_range<size_t>(0, n, 1024), [&](const tbb::blocked_range<size_t>& r) {
             for (size_t v = r.begin(); v < r.end(); ++v) {
-                if (!region[v] || offsets[v + 1] == offsets[v])
+                if (!region[v] || pinned[v] || offsets[v + 1] == offsets[v])
                     continue;
                 Vec3 mean = Vec3::Zero();
                 for (long long k = offsets[v]; k < offsets[v + 1]; ++k)
