@@ -2,21 +2,31 @@
 
 #include "GeomStack.h"
 
-#include <QHash>
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/parallel_reduce.h>
 
+#include <algorithm>
 #include <limits>
+#include <vector>
 
 namespace GeometryStack2 {
 
 bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error)
 {
+    // Every list is sized first and then filled in parallel through raw
+    // pointers: a dense subtool has millions of corners, and appending them
+    // one by one cost more than reading the file.
     mesh = GoZMesh();
     MeshLists& lists = mesh.lists;
     const int vertexCount = goz.vertexCount;
     lists.vertices.resize(vertexCount);
-    for (int i = 0; i < vertexCount; ++i)
-        lists.vertices[i] = QVector3D(goz.vertices[3 * size_t(i)], goz.vertices[3 * size_t(i) + 1],
-                                      goz.vertices[3 * size_t(i) + 2]);
+    QVector3D* vertices = lists.vertices.data();
+    const float* positions = goz.vertices.data();
+    tbb::parallel_for(tbb::blocked_range<int>(0, vertexCount, 65536), [&](const tbb::blocked_range<int>& r) {
+        for (int i = r.begin(); i < r.end(); ++i)
+            vertices[i] = QVector3D(positions[3 * size_t(i)], positions[3 * size_t(i) + 1], positions[3 * size_t(i) + 2]);
+    });
     const int unusable = GeomStack::firstUnusableVertex(lists.vertices);
     if (unusable >= 0) {
         const QVector3D& v = lists.vertices[unusable];
@@ -29,58 +39,101 @@ bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error)
         return false;
     }
     mesh.vertexMask.resize(vertexCount);
-    for (int i = 0; i < vertexCount; ++i)
-        mesh.vertexMask[i] = size_t(i) < goz.vertexMask.size() ? float(goz.vertexMask[size_t(i)]) : 65535.0f;
+    float* vertexMask = mesh.vertexMask.data();
+    tbb::parallel_for(tbb::blocked_range<int>(0, vertexCount, 65536), [&](const tbb::blocked_range<int>& r) {
+        for (int i = r.begin(); i < r.end(); ++i)
+            vertexMask[i] = size_t(i) < goz.vertexMask.size() ? float(goz.vertexMask[size_t(i)]) : 65535.0f;
+    });
 
+    // Four slots per polygon whatever the tag: a triangle is a quad with an
+    // empty slot.
     const int polygonCount = goz.polygonCount;
     const bool withUVs = !goz.uvs.empty();
-    lists.polygonSizes.reserve(polygonCount);
-    lists.polygonOffsets.reserve(polygonCount + 1);
-    lists.vertexIndices.reserve(polygonCount * 4);
+    const auto slot = [&](int p, int k) {
+        const size_t at = size_t(p) * 4 + size_t(k);
+        return at < goz.polygons.size() ? goz.polygons[at] : -1;
+    };
+    lists.polygonSizes.resize(polygonCount);
+    lists.polygonOffsets.resize(polygonCount + 1);
+    int* sizes = lists.polygonSizes.data();
+    // The first polygon that names a vertex the file does not have.
+    const int badPolygon = tbb::parallel_reduce(
+        tbb::blocked_range<int>(0, polygonCount, 65536), polygonCount,
+        [&](const tbb::blocked_range<int>& r, int bad) {
+            for (int p = r.begin(); p < r.end(); ++p) {
+                int size = 0;
+                for (int k = 0; k < 4; ++k) {
+                    const int index = slot(p, k);
+                    size += index >= 0;
+                    if (index >= vertexCount && p < bad)
+                        bad = p;
+                }
+                sizes[p] = size;
+            }
+            return bad;
+        },
+        [](int a, int b) { return std::min(a, b); });
+    if (badPolygon < polygonCount) {
+        for (int k = 0; k < 4; ++k)
+            if (slot(badPolygon, k) >= vertexCount) {
+                error = QStringLiteral("Polygon %1 refers to vertex %2 of %3")
+                            .arg(badPolygon)
+                            .arg(slot(badPolygon, k))
+                            .arg(vertexCount);
+                break;
+            }
+        return false;
+    }
+    int* offsets = lists.polygonOffsets.data();
+    offsets[0] = 0;
+    for (int p = 0; p < polygonCount; ++p)
+        offsets[p + 1] = offsets[p] + sizes[p];
+    const int cornerCount = offsets[polygonCount];
+    lists.vertexIndices.resize(cornerCount);
+    if (withUVs)
+        lists.texCoords.resize(cornerCount);
     lists.polygroupIds.resize(polygonCount);
     lists.materialIds.fill(0, polygonCount);
     mesh.polygonMaskFlags.resize(polygonCount);
-    QHash<int, bool> groupsSeen;
-
-    for (int p = 0; p < polygonCount; ++p) {
-        lists.polygonOffsets.append(lists.vertexIndices.size());
-        bool masked = false;
-        int size = 0;
-        // Four slots per polygon whatever the tag: a triangle is a quad with
-        // an empty slot.
-        for (int slot = 0; slot < 4; ++slot) {
-            const size_t at = size_t(p) * 4 + size_t(slot);
-            const int index = at < goz.polygons.size() ? goz.polygons[at] : -1;
-            if (index < 0)
-                continue;
-            if (index >= vertexCount) {
-                error = QStringLiteral("Polygon %1 refers to vertex %2 of %3").arg(p).arg(index).arg(vertexCount);
-                return false;
+    int* corners = lists.vertexIndices.data();
+    QVector2D* texCoords = lists.texCoords.data();
+    int* groups = lists.polygroupIds.data();
+    quint8* masked = mesh.polygonMaskFlags.data();
+    tbb::parallel_for(tbb::blocked_range<int>(0, polygonCount, 65536), [&](const tbb::blocked_range<int>& r) {
+        for (int p = r.begin(); p < r.end(); ++p) {
+            int c = offsets[p];
+            bool isMasked = false;
+            for (int k = 0; k < 4; ++k) {
+                const int index = slot(p, k);
+                if (index < 0)
+                    continue;
+                corners[c] = index;
+                isMasked = isMasked || vertexMask[index] < float(GoZFile::MaskThreshold);
+                if (withUVs) {
+                    const size_t uv = (size_t(p) * 4 + size_t(k)) * 2;
+                    texCoords[c] = uv + 1 < goz.uvs.size() ? QVector2D(goz.uvs[uv], goz.uvs[uv + 1]) : QVector2D();
+                }
+                ++c;
             }
-            lists.vertexIndices.append(index);
-            ++size;
-            if (mesh.vertexMask[index] < float(GoZFile::MaskThreshold))
-                masked = true;
-            if (withUVs) {
-                const size_t uv = at * 2;
-                lists.texCoords.append(uv + 1 < goz.uvs.size() ? QVector2D(goz.uvs[uv], goz.uvs[uv + 1])
-                                                               : QVector2D());
-            }
+            masked[p] = isMasked ? 1 : 0;
+            groups[p] = size_t(p) < goz.polygonGroups.size() ? int(goz.polygonGroups[size_t(p)]) - 1 : -1;
         }
-        lists.polygonSizes.append(size);
-        mesh.polygonMaskFlags[p] = masked ? 1 : 0;
-        const int group = size_t(p) < goz.polygonGroups.size() ? int(goz.polygonGroups[size_t(p)]) - 1 : -1;
-        lists.polygroupIds[p] = group;
-        if (size_t(p) < goz.polygonGroups.size() && !groupsSeen.contains(group)) {
-            groupsSeen.insert(group, true);
-            lists.polygroupNames.append(QString::number(group));
+    });
+    // Group names in order of first use; the file's groups are 16-bit.
+    std::vector<char> groupSeen(size_t(std::numeric_limits<uint16_t>::max()) + 1, 0);
+    const size_t groupCount = std::min(goz.polygonGroups.size(), size_t(polygonCount));
+    for (size_t p = 0; p < groupCount; ++p)
+        if (!groupSeen[goz.polygonGroups[p]]) {
+            groupSeen[goz.polygonGroups[p]] = 1;
+            lists.polygroupNames.append(QString::number(int(goz.polygonGroups[p]) - 1));
         }
-    }
-    lists.polygonOffsets.append(lists.vertexIndices.size());
     if (withUVs) {
-        lists.texCoordIndices.resize(lists.vertexIndices.size());
-        for (int i = 0; i < lists.texCoordIndices.size(); ++i)
-            lists.texCoordIndices[i] = i;
+        lists.texCoordIndices.resize(cornerCount);
+        int* uvIndices = lists.texCoordIndices.data();
+        tbb::parallel_for(tbb::blocked_range<int>(0, cornerCount, 65536), [&](const tbb::blocked_range<int>& r) {
+            for (int i = r.begin(); i < r.end(); ++i)
+                uvIndices[i] = i;
+        });
     }
     return true;
 }

@@ -1,6 +1,8 @@
 #include "ObjNumberParser.h"
 
+#include <charconv>
 #include <limits>
+#include <system_error>
 
 namespace GeometryStack2 {
 
@@ -24,41 +26,35 @@ bool skipBlanksAndSign(const char*& p, const char* end)
 
 float parseObjFloat(const char* p, const char* end)
 {
-    const bool negative = skipBlanksAndSign(p, end);
-    float whole = 0.0f;
-    while (p < end && isDigit(*p))
-        whole = whole * 10.0f + float(*p++ - '0');
-    float fraction = 0.0f;
-    if (p < end && *p == '.') {
+    while (p < end && isBlank(*p))
         ++p;
-        float scale = 0.1f;
-        while (p < end && isDigit(*p)) {
-            fraction += float(*p++ - '0') * scale;
-            scale *= 0.1f;
-        }
-    }
-    float value = whole + fraction;
-    if (negative)
-        value = -value;
-    if (p < end && (*p == 'e' || *p == 'E')) {
+    // std::from_chars rounds correctly; it takes a minus but no plus.
+    if (p < end && *p == '+')
         ++p;
-        bool negativeExponent = false;
-        if (p < end && (*p == '+' || *p == '-')) {
-            negativeExponent = *p == '-';
-            ++p;
+    float value = 0.0f;
+    auto [next, error] = std::from_chars(p, end, value, std::chars_format::general);
+    if (error == std::errc::invalid_argument) {
+        // No digits at all ("", "-", "."): zero, as a sign alone gives.
+        next = p;
+        if (next < end && *next == '-') {
+            value = -0.0f;
+            ++next;
         }
-        int exponent = 0;
-        while (p < end && isDigit(*p)) {
-            // Past 100 the float has long become 0 or infinity.
-            if (exponent < 100)
-                exponent = exponent * 10 + (*p - '0');
-            ++p;
-        }
-        for (int i = 0; i < exponent && i < 100; ++i)
-            value = negativeExponent ? value / 10.0f : value * 10.0f;
+    } else if (error == std::errc::result_out_of_range) {
+        // Too large becomes infinity, too small zero, both with their sign.
+        const bool negative = *p == '-';
+        bool tiny = false;
+        for (const char* c = p; c < next; ++c)
+            if (*c == 'e' || *c == 'E') {
+                tiny = c + 1 < next && c[1] == '-';
+                break;
+            }
+        value = tiny ? 0.0f : std::numeric_limits<float>::infinity();
+        if (negative)
+            value = -value;
     }
-    for (; p < end; ++p) {
-        if (!isNumberTail(*p))
+    for (; next < end; ++next) {
+        if (!isNumberTail(*next))
             return std::numeric_limits<float>::quiet_NaN();
     }
     return value;

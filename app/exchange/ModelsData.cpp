@@ -4,7 +4,14 @@
 #include "ModelsDataObj.h"
 
 #include <QFile>
-#include <QHash>
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <vector>
 
 namespace WelkPlugin {
 
@@ -56,32 +63,59 @@ void ModelsData::setResultVertices(const std::optional<QMatrix4x4>& transform, c
 bool ModelsData::isClean(const GeometryStack2::GeomStack& mesh)
 {
     const QVector<int>& offsets = mesh.polygonOffsets();
-    const QVector<int>& corners = mesh.vertexIndices();
-    // Per undirected edge (smaller index first): how often each direction is used.
-    QHash<quint64, QPair<int, int>> edges;
-    edges.reserve(corners.size());
-    QVector<int> repeatedVertexPolygons;
-    QVector<quint64> faultyEdges;
-    for (int p = 0; p < mesh.polygonCount(); ++p) {
-        const int first = offsets[p];
-        const int size = offsets[p + 1] - first;
-        for (int i = 0; i < size; ++i) {
-            for (int j = i + 1; j < size; ++j)
-                if (corners[first + i] == corners[first + j])
-                    repeatedVertexPolygons.append(p);
-            const quint32 a = quint32(corners[first + i]);
-            const quint32 b = quint32(corners[first + (i + 1) % size]);
-            const quint64 key = a < b ? (quint64(a) << 32 | b) : (quint64(b) << 32 | a);
-            auto& uses = edges[key];
-            (a < b ? uses.first : uses.second) += 1;
+    const int* corners = mesh.vertexIndices().constData();
+    const int polygons = mesh.polygonCount();
+    const int cornerCount = mesh.vertexIndices().size();
+    // A polygon that names a vertex twice.
+    std::atomic<bool> faulty{false};
+    tbb::parallel_for(tbb::blocked_range<int>(0, polygons, 8192), [&](const tbb::blocked_range<int>& r) {
+        for (int p = r.begin(); p < r.end() && !faulty.load(std::memory_order_relaxed); ++p)
+            for (int i = offsets[p]; i < offsets[p + 1]; ++i)
+                for (int j = i + 1; j < offsets[p + 1]; ++j)
+                    if (corners[i] == corners[j])
+                        faulty = true;
+    });
+    if (faulty)
+        return false;
+
+    // Every directed edge at most once: the edges are grouped by their first
+    // vertex (a counting sort, in parallel with atomic counters) and each
+    // vertex's few outgoing edges compared among themselves.
+    int vertices = mesh.vertexCount();
+    for (int c = 0; c < cornerCount; ++c)
+        if (corners[c] < 0)
+            return false;
+        else if (corners[c] >= vertices)
+            vertices = corners[c] + 1;
+    std::unique_ptr<std::atomic<int>[]> counts(new std::atomic<int>[size_t(vertices) + 1]());
+    tbb::parallel_for(tbb::blocked_range<int>(0, cornerCount, 65536), [&](const tbb::blocked_range<int>& r) {
+        for (int c = r.begin(); c < r.end(); ++c)
+            counts[size_t(corners[c]) + 1].fetch_add(1, std::memory_order_relaxed);
+    });
+    std::vector<int> starts(size_t(vertices) + 1, 0);
+    for (int v = 0; v < vertices; ++v)
+        starts[size_t(v) + 1] = starts[size_t(v)] + counts[size_t(v) + 1].load(std::memory_order_relaxed);
+    for (int v = 0; v <= vertices; ++v)
+        counts[size_t(v)].store(starts[size_t(v)], std::memory_order_relaxed);
+    std::vector<int> ends(static_cast<size_t>(cornerCount));
+    tbb::parallel_for(tbb::blocked_range<int>(0, polygons, 8192), [&](const tbb::blocked_range<int>& r) {
+        for (int p = r.begin(); p < r.end(); ++p) {
+            const int first = offsets[p], size = offsets[p + 1] - first;
+            for (int i = 0; i < size; ++i)
+                ends[size_t(counts[size_t(corners[first + i])].fetch_add(1, std::memory_order_relaxed))] =
+                    corners[first + (i + 1) % size];
         }
-    }
-    for (auto it = edges.constBegin(); it != edges.constEnd(); ++it) {
-        const auto uses = it.value();
-        if (uses.first > 1 || uses.second > 1)
-            faultyEdges.append(it.key());
-    }
-    return repeatedVertexPolygons.isEmpty() && faultyEdges.isEmpty();
+    });
+    tbb::parallel_for(tbb::blocked_range<int>(0, vertices, 16384), [&](const tbb::blocked_range<int>& r) {
+        for (int v = r.begin(); v < r.end() && !faulty.load(std::memory_order_relaxed); ++v) {
+            int* begin = ends.data() + starts[size_t(v)];
+            int* end = ends.data() + starts[size_t(v) + 1];
+            std::sort(begin, end);
+            if (std::adjacent_find(begin, end) != end)
+                faulty = true;
+        }
+    });
+    return !faulty;
 }
 
 std::shared_ptr<ModelsData> loadModelsData(const ExchangeFolder& exchange, const QVector<bool>& textureFlags,

@@ -19,6 +19,15 @@ struct AcceleratedParameters
     float dpFinal = 0.002f;
     int conjugateGradientIterations = 30;
     float normalsThreshold = 0.65f;
+    /// A closest-point round that leaves the shape clearly farther from the
+    /// target than the level's best shape is undone, and the level goes on
+    /// from its best shape with four times the smoothness (after three such
+    /// rounds, or at the level's end, the level ends on its best shape)
+    /// ("Reject_worse_rounds"); off runs every round as it comes.
+    bool rejectWorseRounds = true;
+    /// After the last level, relax the vertices around fold-overs that the
+    /// fit added until none is left ("Repair_folds").
+    bool repairFolds = true;
 };
 
 } // namespace WelkingAcceleratedVersion

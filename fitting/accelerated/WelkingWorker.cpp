@@ -1,12 +1,16 @@
 #include "WelkingWorker.h"
 
 #include "Deformer.h"
+#include "FoldOvers.h"
 #include "IterativeSolverProblem.h"
 
 #include <QDebug>
 #include <QElapsedTimer>
 
+#include <tbb/enumerable_thread_specific.h>
 #include <tbb/parallel_for.h>
+
+#include <cmath>
 
 #include <limits>
 
@@ -81,7 +85,9 @@ WelkingWorker::WelkingWorker(const QVector<QVector3D>& sourceVertices, const QVe
     }
     const float extent = std::max({hi.x() - lo.x(), hi.y() - lo.y(), hi.z() - lo.z(), 1e-12f});
     QMatrix4x4 scale;
-    scale.scale(normalisedSize / extent);
+    m_normalisedSize = normalisedSize;
+    m_scale = normalisedSize / extent;
+    scale.scale(m_scale);
     m_normalisation = scale * sourceTransform;
     m_normalisationInverse = m_normalisation.inverted();
     m_targetNormalisation = scale * targetTransform;
@@ -128,6 +134,17 @@ WelkingWorker::WelkingWorker(const QVector<QVector3D>& sourceVertices, const QVe
     for (int i = 0; i < excluded.size() && size_t(i) < m_excluded.size(); ++i)
         m_excluded[size_t(i)] = excluded[i] != 0;
     m_current = m_source;
+    // A vertex more than a box diagonal outside the box around both models
+    // has left any shape a fit could mean.
+    Vec3 boxLo = Vec3::Constant(std::numeric_limits<float>::max()), boxHi = -boxLo;
+    for (const std::vector<Vec3>* points : {&m_source, &m_target})
+        for (const Vec3& p : *points) {
+            boxLo = boxLo.cwiseMin(p);
+            boxHi = boxHi.cwiseMax(p);
+        }
+    const float diagonal = m_source.empty() ? 0.0f : (boxHi - boxLo).norm();
+    m_farLo = boxLo - Vec3::Constant(diagonal);
+    m_farHi = boxHi + Vec3::Constant(diagonal);
     connect(&m_callback, &WelkingCallback::updated, this, &WelkingWorker::onUpdate, Qt::DirectConnection);
 }
 
@@ -151,18 +168,62 @@ void WelkingWorker::onUpdate(QVector<QVector3D> vertices, QVector<QVector3D> nod
 void WelkingWorker::findPairs(std::vector<long long>& sources, std::vector<Vec3>& targets,
                               std::vector<Vec3>& normals) const
 {
+    findPairs(sources, targets, normals, nullptr);
+}
+
+WelkingWorker::ShapeDistance WelkingWorker::measureCurrent() const
+{
+    ShapeDistance measured;
+    std::vector<long long> sources;
+    std::vector<Vec3> targets, normals;
+    findPairs(sources, targets, normals, &measured);
+    return measured;
+}
+
+void WelkingWorker::findPairs(std::vector<long long>& sources, std::vector<Vec3>& targets, std::vector<Vec3>& normals,
+                              ShapeDistance* measured) const
+{
     std::vector<long long> match(m_current.size(), -1);
     const std::vector<Vec3> currentNormals = vertexNormals(m_current, m_sourceTriangles);
+    struct Sum
+    {
+        double squares = 0;
+        long long count = 0;
+        int flownOff = 0;
+    };
+    tbb::enumerable_thread_specific<Sum> sums;
     tbb::parallel_for(tbb::blocked_range<size_t>(0, m_current.size(), 512), [&](const tbb::blocked_range<size_t>& r) {
+        Sum& sum = sums.local();
         for (size_t v = r.begin(); v < r.end(); ++v) {
             if (m_excluded[v])
                 continue;
-            const long long nearest = m_tree->findNearestPointInd(m_current[v], m_target);
+            const Vec3& p = m_current[v];
+            if (!p.allFinite()) {
+                sum.squares = std::numeric_limits<double>::infinity();
+                ++sum.flownOff;
+                continue;
+            }
+            float distanceSq = 0;
+            const long long nearest = m_tree->findNearestPointInd(p, m_target, &distanceSq);
+            sum.squares += double(distanceSq);
+            ++sum.count;
+            if ((p.array() < m_farLo.array()).any() || (p.array() > m_farHi.array()).any())
+                ++sum.flownOff;
             // Back-facing and sideways matches are dropped; distance alone never is.
             if (nearest >= 0 && currentNormals[v].dot(m_targetNormals[size_t(nearest)]) >= m_parameters.normalsThreshold)
                 match[v] = nearest;
         }
     });
+    if (measured) {
+        Sum total;
+        for (const Sum& sum : sums) {
+            total.squares += sum.squares;
+            total.count += sum.count;
+            total.flownOff += sum.flownOff;
+        }
+        measured->rms = total.count > 0 ? std::sqrt(total.squares / double(total.count)) : total.squares;
+        measured->flownOff = total.flownOff;
+    }
     sources.clear();
     targets.clear();
     normals.clear();
@@ -190,10 +251,22 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
     m_callback.start();
     m_callback.setLevels(subdivisions);
     m_callback.setIterations(m_parameters.icpIterations);
+    m_course = FitCourse();
 
     std::vector<long long> sources;
     std::vector<Vec3> targets, normals, nodes;
     QElapsedTimer stage;
+    ShapeDistance distance = measureCurrent();
+    m_course.startDistance = distance.rms / double(m_scale);
+    // A round is worse when vertices flew off, or when its shape lies far
+    // farther from the target than the level's best: three times as far and
+    // a hundredth of the model's size more. Sound rounds move this measure
+    // by a half at most (closest-vertex matching lets it drift within a
+    // level); a diverging fit moves it by orders of magnitude.
+    const auto worse = [this](const ShapeDistance& measured, const ShapeDistance& best) {
+        return !std::isfinite(measured.rms) || measured.flownOff > best.flownOff ||
+               measured.rms > 3.0 * best.rms + 1e-2 * double(m_normalisedSize);
+    };
     for (int i = 1; i <= subdivisions; ++i) {
         double pairSeconds = 0, solveSeconds = 0;
         m_callback.setLevel(i - 1);
@@ -218,14 +291,60 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
         deformer->initializeVariables(m_source, m_current, nodeVertices, m_levelNodes[size_t(i - 1)], state);
         deformer->setProblem(level, m_source, m_levelNodes[size_t(i - 1)], m_controls, weights, true);
 
+        // The level's best shape so far, and the state that gives it.
+        std::vector<Vec3> bestCurrent = m_current;
+        Eigen::VectorXf bestState = state;
+        std::vector<Vec3> bestNodes; // the level's node positions are known after its first solve
+        ShapeDistance best = distance;
+        bool rejected = false;
+        const auto judge = [&](const ShapeDistance& measured) {
+            if (m_parameters.rejectWorseRounds && worse(measured, best)) {
+                m_current = bestCurrent;
+                state = bestState;
+                nodes = bestNodes;
+                ++m_course.rejectedRounds;
+                rejected = true;
+                distance = best;
+                qDebug().noquote() << QStringLiteral("Level %1: a round moved the shape away from the target "
+                                                     "(RMS %2 against %3); back to the best shape")
+                                          .arg(i)
+                                          .arg(measured.rms)
+                                          .arg(best.rms);
+                m_callback.update(toQt(m_current), toQt(nodes));
+                return;
+            }
+            distance = measured;
+            if (measured.rms < best.rms) {
+                best = measured;
+                bestCurrent = m_current;
+                bestState = state;
+                bestNodes = nodes;
+            }
+        };
+
+        int solved = 0, stiffened = 0;
         for (int j = 0; j < m_parameters.icpIterations; ++j) {
             m_callback.setIteration(j);
             if (m_callback.isInterrupted())
                 break;
             const float u = m_parameters.icpIterations == 1 ? 1.0f : 1.0f - float(j) / float(m_parameters.icpIterations - 1);
             stage.start();
-            findPairs(sources, targets, normals);
+            ShapeDistance measured;
+            findPairs(sources, targets, normals, &measured);
             pairSeconds += double(stage.nsecsElapsed()) / 1e9;
+            if (solved > 0) {
+                judge(measured);
+                if (rejected) {
+                    // Go on from the best shape, stiffer, so that the round
+                    // does not repeat itself; give up after a few tries.
+                    if (++stiffened > 3)
+                        break;
+                    rejected = false;
+                    weights.smoothness *= 4.0f;
+                    deformer->setProblem(level, m_source, m_levelNodes[size_t(i - 1)], m_controls, weights, true);
+                    findPairs(sources, targets, normals);
+                }
+            }
             // Setting up a solve over a large mesh takes a while; a stop
             // request that came meanwhile is not held up by it.
             if (m_callback.isInterrupted())
@@ -238,24 +357,186 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             budget.conjugateGradientIterations = m_parameters.conjugateGradientIterations;
             budget.interrupted = &m_callback.interruptedFlag();
             deformer->solve(sources, targets, normals, m_current, nodes, state, budget);
+            ++solved;
             solveSeconds += double(stage.nsecsElapsed()) / 1e9;
             m_callback.update(toQt(m_current), toQt(nodes));
         }
+        // The level's last round is judged too, before the next level starts from it.
+        if (!rejected && stiffened <= 3 && solved > 0)
+            judge(measureCurrent());
         QString work;
         if (auto* fast = dynamic_cast<EmbeddedGraphDeformer::IterativeSolverDeformer::Deformer*>(deformer)) {
             const auto& c = fast->problem()->counters();
             work = QStringLiteral(", %1 values, %2 Jacobians, %3 products").arg(c.values).arg(c.jacobians).arg(c.products);
         }
-        qDebug().noquote() << QStringLiteral("Level %1: %2 nodes, pairs %3 s, solves %4 s%5")
+        qDebug().noquote() << QStringLiteral("Level %1: %2 nodes, pairs %3 s, solves %4 s%5, RMS to the nearest target "
+                                             "vertex %6")
                                   .arg(i)
                                   .arg(level.nodes.size())
                                   .arg(pairSeconds)
                                   .arg(solveSeconds)
-                                  .arg(work);
+                                  .arg(work)
+                                  .arg(distance.rms / double(m_scale));
     }
+    if (m_parameters.repairFolds && !m_callback.isInterrupted())
+        repairFolds();
+    distance = measureCurrent();
+    m_course.endDistance = distance.rms / double(m_scale);
+    m_course.flownOffVertices = distance.flownOff;
     m_callback.end();
     qDebug() << "Welking time:" << double(timer.elapsed()) / 1000.0;
     Q_EMIT finished(toQt(m_current, &m_normalisationInverse));
+}
+
+void WelkingWorker::repairFolds()
+{
+    // A triangle needs repair when it folded where it was not folded at
+    // rest. Projecting onto the target (below) must also keep clear of
+    // nearly folded triangles, which it would otherwise make by flattening
+    // neighbours onto one plane, and which rounding then folds when the
+    // result is mapped back to the model's units.
+    const double margin = 0.05;
+    const std::vector<char> restFolds = foldedTriangles(m_source, m_sourceTriangles);
+    const std::vector<char> restNearFolds = foldedTriangles(m_source, m_sourceTriangles, margin);
+    const size_t triangleCount = restFolds.size();
+    int addedCount = 0;
+    const auto addedFolds = [&](const std::vector<Vec3>& shape, bool nearToo) {
+        std::vector<char> added = foldedTriangles(shape, m_sourceTriangles);
+        const std::vector<char> near = nearToo ? foldedTriangles(shape, m_sourceTriangles, margin) : added;
+        addedCount = 0;
+        for (size_t t = 0; t < triangleCount; ++t) {
+            added[t] = (added[t] && !restFolds[t]) || (near[t] && !restNearFolds[t]);
+            addedCount += added[t];
+        }
+        return added;
+    };
+    std::vector<char> folds = addedFolds(m_current, false);
+    m_course.foldsBeforeRepair = addedCount;
+    m_course.foldsAfterRepair = addedCount;
+    if (addedCount == 0)
+        return;
+
+    // Vertex neighbours as compressed rows, duplicates kept: a shared edge
+    // counts twice, which weighs the relaxation a little towards it.
+    const size_t n = m_current.size();
+    std::vector<long long> offsets(n + 1, 0), neighbours;
+    for (size_t c = 0; c < m_sourceTriangles.size(); ++c)
+        offsets[size_t(m_sourceTriangles[c]) + 1] += 2;
+    for (size_t v = 0; v < n; ++v)
+        offsets[v + 1] += offsets[v];
+    neighbours.resize(size_t(offsets[n]));
+    std::vector<long long> fill(offsets.begin(), offsets.end() - 1);
+    for (size_t t = 0; t < triangleCount; ++t)
+        for (int k = 0; k < 3; ++k) {
+            const long long v = m_sourceTriangles[3 * t + size_t(k)];
+            neighbours[size_t(fill[size_t(v)]++)] = m_sourceTriangles[3 * t + size_t((k + 1) % 3)];
+            neighbours[size_t(fill[size_t(v)]++)] = m_sourceTriangles[3 * t + size_t((k + 2) % 3)];
+        }
+
+    // Relax the corners of the added folds (and, while folds persist, a
+    // growing ring around them) towards the mean of their neighbours. The
+    // rest of the mesh keeps its fitted position.
+    const std::vector<Vec3> fitted = m_current;
+    // The corners of the point pairs stay where the fit put them: the user
+    // placed those points, and the fit honoured them.
+    std::vector<char> pinned(n, 0);
+    for (const EmbeddedGraphDeformer::ControlPoint& control : m_controls)
+        for (long long corner : control.corners)
+            if (corner >= 0 && size_t(corner) < n)
+                pinned[size_t(corner)] = 1;
+    std::vector<char> region(n, 0), next(n, 0);
+    std::vector<Vec3> relaxed;
+    const int rounds = 200;
+    for (int round = 0; round < rounds && m_course.foldsAfterRepair > 0; ++round) {
+        std::fill(region.begin(), region.end(), 0);
+        for (size_t t = 0; t < triangleCount; ++t)
+            if (folds[t])
+                for (int k = 0; k < 3; ++k)
+                    region[size_t(m_sourceTriangles[3 * t + size_t(k)])] = 1;
+        for (int ring = 0; ring < 1 + round / 20; ++ring) {
+            next = region;
+            for (size_t v = 0; v < n; ++v)
+                if (region[v])
+                    for (long long k = offsets[v]; k < offsets[v + 1]; ++k)
+                        next[size_t(neighbours[size_t(k)])] = 1;
+            region.swap(next);
+        }
+        relaxed = m_current;
+        tbb::parallel_for(tbb::blocked_range<size_t>(0, n, 1024), [&](const tbb::blocked_range<size_t>& r) {
+            for (size_t v = r.begin(); v < r.end(); ++v) {
+                if (!region[v] || pinned[v] || offsets[v + 1] == offsets[v])
+                    continue;
+                Vec3 mean = Vec3::Zero();
+                for (long long k = offsets[v]; k < offsets[v + 1]; ++k)
+                    mean += m_current[size_t(neighbours[size_t(k)])];
+                mean /= float(offsets[v + 1] - offsets[v]);
+                relaxed[v] = 0.5f * (m_current[v] + mean);
+            }
+        });
+        m_current.swap(relaxed);
+        folds = addedFolds(m_current, false);
+        m_course.foldsAfterRepair = addedCount;
+    }
+
+    // Relaxing pulls the vertices off the target a little. Put each moved
+    // vertex back onto the tangent plane of its nearest target vertex, as
+    // the fit's point-to-plane term would, except where that folds again.
+    if (m_course.foldsAfterRepair == 0) {
+        std::vector<char> moved(n, 0);
+        for (size_t v = 0; v < n; ++v)
+            moved[v] = !m_excluded[v] && m_current[v] != fitted[v];
+        const std::vector<Vec3> normals = vertexNormals(m_current, m_sourceTriangles);
+        std::vector<Vec3> projected = m_current;
+        tbb::parallel_for(tbb::blocked_range<size_t>(0, n, 512), [&](const tbb::blocked_range<size_t>& r) {
+            for (size_t v = r.begin(); v < r.end(); ++v) {
+                if (!moved[v])
+                    continue;
+                const long long nearest = m_tree->findNearestPointInd(m_current[v], m_target);
+                if (nearest < 0)
+                    continue;
+                const Vec3& normal = m_targetNormals[size_t(nearest)];
+                if (normals[v].dot(normal) < m_parameters.normalsThreshold)
+                    continue;
+                projected[v] = m_current[v] + normal * normal.dot(m_target[size_t(nearest)] - m_current[v]);
+            }
+        });
+        // A triangle squeezed to a sliver has a direction that rounding alone
+        // can turn over.
+        const auto area = [this](size_t t, const std::vector<Vec3>& shape) {
+            const Vec3& a = shape[size_t(m_sourceTriangles[3 * t])];
+            return (shape[size_t(m_sourceTriangles[3 * t + 1])] - a).cross(shape[size_t(m_sourceTriangles[3 * t + 2])] - a).norm();
+        };
+        const auto collapsed = [&](size_t t, const std::vector<Vec3>& shape) {
+            return area(t, shape) < 0.25f * area(t, m_current);
+        };
+        // Back to the relaxed position wherever a projected triangle folds or
+        // collapses, until none does; the relaxed shape has no added fold.
+        for (;;) {
+            const std::vector<char> projectedFolds = addedFolds(projected, true);
+            bool clean = true;
+            for (size_t t = 0; t < triangleCount; ++t)
+                if (projectedFolds[t] || collapsed(t, projected))
+                    for (int k = 0; k < 3; ++k) {
+                        // A triangle's test reads its corners' neighbours too.
+                        const size_t corner = size_t(m_sourceTriangles[3 * t + size_t(k)]);
+                        for (long long e = offsets[corner] - 1; e < offsets[corner + 1]; ++e) {
+                            const size_t v = e < offsets[corner] ? corner : size_t(neighbours[size_t(e)]);
+                            if (projected[v] != m_current[v]) {
+                                projected[v] = m_current[v];
+                                clean = false;
+                            }
+                        }
+                    }
+            if (clean)
+                break;
+        }
+        m_current.swap(projected);
+    }
+    addedFolds(m_current, false);
+    m_course.foldsAfterRepair = addedCount;
+    qDebug().noquote() << QStringLiteral("Fold repair: %1 added fold-overs before, %2 after")
+                              .arg(m_course.foldsBeforeRepair)
+                              .arg(m_course.foldsAfterRepair);
 }
 
 void FastWelkingWorker::start()

@@ -3,6 +3,7 @@
 #include "AcceleratedParameters.h"
 #include "DeformerTypes.h"
 #include "EmbeddedGraphLevel.h"
+#include "FitCourse.h"
 #include "WelkingCallback.h"
 
 #include "geometry/WPointOnTriangle.h"
@@ -46,6 +47,9 @@ public:
     /// normals test; exposed for tests and reports.
     void findPairs(std::vector<long long>& sources, std::vector<EmbeddedGraphDeformer::Vec3>& targets,
                    std::vector<EmbeddedGraphDeformer::Vec3>& normals) const;
+    /// How the last run went; distances in the basemesh's units after its
+    /// transform (the target's units).
+    const FitCourse& course() const { return m_course; }
 
 public slots:
     /// Runs the fit with the subclass's deformer.
@@ -71,6 +75,22 @@ protected:
     /// The coarse-to-fine loop, with a deformer per level.
     void runLevels(const DeformerForLevel& deformerFor);
 
+    /// The current shape's distance to the target, from the nearest target
+    /// vertex of every vertex that takes part in matching.
+    struct ShapeDistance
+    {
+        double rms = 0; ///< normalised units; infinite for a non-finite shape
+        int flownOff = 0;
+    };
+    /// `findPairs`, also measuring the current shape when `measured` is set.
+    void findPairs(std::vector<long long>& sources, std::vector<Vec3>& targets, std::vector<Vec3>& normals,
+                   ShapeDistance* measured) const;
+    ShapeDistance measureCurrent() const;
+    /// Relaxes the vertices around fold-overs that the fit added (triangles
+    /// folded now that were not in the source) towards their neighbours,
+    /// widening the region while folds remain.
+    void repairFolds();
+
     std::vector<EmbeddedGraphLevel> m_levels;
     AcceleratedParameters m_parameters;
     std::vector<std::vector<Vec3>> m_levelNodes;
@@ -86,6 +106,11 @@ protected:
     std::vector<Vec3> m_current;
     std::unique_ptr<KDTreeAcceleratedVersion::Node<float, long long>> m_tree;
     WelkingCallback m_callback;
+    float m_normalisedSize = 100.0f;
+    float m_scale = 1.0f; ///< normalised units per target unit
+    /// Outside this box a vertex has flown off (normalised units).
+    Vec3 m_farLo = Vec3::Zero(), m_farHi = Vec3::Zero();
+    FitCourse m_course;
 };
 
 /// The "FastWelking" fit: the worker with the iterative deformer.

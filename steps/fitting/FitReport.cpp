@@ -1,5 +1,6 @@
 #include "FitReport.h"
 
+#include "fitting/accelerated/FoldOvers.h"
 #include "geometry/GeomStackTriangulated.h"
 
 #include <algorithm>
@@ -21,12 +22,43 @@ QJsonObject FitReport::toJson() const
 {
     QJsonObject json{{QStringLiteral("resultToTarget"), summaryJson(resultToTarget)},
                      {QStringLiteral("targetToResult"), summaryJson(targetToResult)},
-                     {QStringLiteral("flippedTriangles"), flippedTriangles}};
+                     {QStringLiteral("flippedTriangles"), flippedTriangles},
+                     {QStringLiteral("foldOvers"), QJsonObject{{QStringLiteral("before"), foldsBefore},
+                                                               {QStringLiteral("after"), foldsAfter},
+                                                               {QStringLiteral("added"), addedFolds()}}}};
     if (landmarkCount > 0)
         json[QStringLiteral("landmarks")] = QJsonObject{{QStringLiteral("count"), landmarkCount},
                                                         {QStringLiteral("mean"), landmarkMean},
                                                         {QStringLiteral("max"), landmarkMax}};
     return json;
+}
+
+QJsonObject fitCourseJson(const WelkingAcceleratedVersion::FitCourse& course)
+{
+    return QJsonObject{{QStringLiteral("startDistance"), course.startDistance},
+                       {QStringLiteral("endDistance"), course.endDistance},
+                       {QStringLiteral("rejectedRounds"), course.rejectedRounds},
+                       {QStringLiteral("flownOffVertices"), course.flownOffVertices},
+                       {QStringLiteral("foldsBeforeRepair"), course.foldsBeforeRepair},
+                       {QStringLiteral("foldsAfterRepair"), course.foldsAfterRepair},
+                       {QStringLiteral("diverged"), course.diverged()}};
+}
+
+QString divergenceMessage(const WelkingAcceleratedVersion::FitCourse& course)
+{
+    if (course.flownOffVertices > 0)
+        return QStringLiteral("The fit diverged: %1 vertices flew far off both models (RMS distance to the target "
+                              "%2 at the start, %3 at the end). Fit more stiffly (a higher Smoothness_final) or "
+                              "place point pairs.")
+            .arg(course.flownOffVertices)
+            .arg(course.startDistance, 0, 'g', 4)
+            .arg(course.endDistance, 0, 'g', 4);
+    if (course.endDistance > course.startDistance)
+        return QStringLiteral("The fit ended farther from the target than it began (RMS distance to the target %1 at "
+                              "the start, %2 at the end). Check that the models overlap, or place point pairs.")
+            .arg(course.startDistance, 0, 'g', 4)
+            .arg(course.endDistance, 0, 'g', 4);
+    return QString();
 }
 
 int flippedTriangles(const QVector<int>& t, const QVector<QVector3D>& before, const QVector<QVector3D>& after)
@@ -53,6 +85,8 @@ FitReport measureFit(const GeometryStack2::GeomStackTriangulated& base, const QV
     report.resultToTarget = SurfaceDistance::summarize(report.vertexDistances);
     report.targetToResult = toResult.summarize(target.vertices());
     report.flippedTriangles = flippedTriangles(base.triangleVertexIndices(), aligned, result);
+    report.foldsBefore = WelkingAcceleratedVersion::foldedTriangleCount(aligned, base.triangleVertexIndices());
+    report.foldsAfter = WelkingAcceleratedVersion::foldedTriangleCount(result, base.triangleVertexIndices());
     const int pairs = std::min(basePoints.size(), targetPoints.size());
     double sum = 0;
     for (int i = 0; i < pairs; ++i) {

@@ -2,6 +2,7 @@
 
 #include "steps/points/SurfaceDistance.h"
 
+#include "fitting/accelerated/FitCourse.h"
 #include "geometry/WPointOnTriangle.h"
 
 #include <QJsonObject>
@@ -22,6 +23,11 @@ struct FitReport
     /// Triangles whose normal turned by more than 90 degrees between the
     /// aligned basemesh and the result: folds the fit made.
     int flippedTriangles = 0;
+    /// Fold-overs (`WelkingAcceleratedVersion::foldedTriangles`) of the
+    /// aligned basemesh and of the result; the fit added the difference.
+    int foldsBefore = 0;
+    int foldsAfter = 0;
+    int addedFolds() const { return foldsAfter - foldsBefore; }
     int landmarkCount = 0;
     double landmarkMean = 0; ///< distance of a fitted landmark from its target position
     double landmarkMax = 0;
@@ -30,10 +36,18 @@ struct FitReport
     QVector<float> vertexDistances;
 
     /// The report's JSON object: "resultToTarget" and "targetToResult" each
-    /// with "mean", "rms", "p95", "max", "points"; "flippedTriangles"; and
-    /// "landmarks" with "count", "mean", "max" when there are landmarks.
+    /// with "mean", "rms", "p95", "max", "points"; "flippedTriangles";
+    /// "foldOvers" with "before", "after", "added"; and "landmarks" with
+    /// "count", "mean", "max" when there are landmarks.
     QJsonObject toJson() const;
 };
+
+/// The course's JSON object: "startDistance", "endDistance" (RMS distance
+/// to the nearest target vertex), "rejectedRounds", "flownOffVertices",
+/// "foldsBeforeRepair", "foldsAfterRepair" and "diverged".
+QJsonObject fitCourseJson(const WelkingAcceleratedVersion::FitCourse& course);
+/// Empty for a fit that went well; otherwise what went wrong, for the user.
+QString divergenceMessage(const WelkingAcceleratedVersion::FitCourse& course);
 
 /// Triangles of `triangles` whose orientation flips from `before` to `after`.
 int flippedTriangles(const QVector<int>& triangles, const QVector<QVector3D>& before, const QVector<QVector3D>& after);

@@ -2,6 +2,7 @@
 
 #include "fitting/accelerated/CartoonWelkingWorker.h"
 #include "fitting/accelerated/EmbeddedGraphSampler.h"
+#include "fitting/accelerated/FoldOvers.h"
 #include "fitting/accelerated/WelkingWorker.h"
 #include "fitting/classic/ClassicWelking.h"
 #include "fitting/classic/ICPRoutine.h"
@@ -295,6 +296,8 @@ void WelkingFit::run()
         worker->callback().interrupt();
     worker->start();
     const bool interrupted = worker->callback().isInterrupted() || m_progress->isCancelled();
+    m_result.course = worker->course();
+    m_result.hasCourse = true;
     m_worker = nullptr;
     worker.reset();
     m_result.seconds.append({QStringLiteral("fit"), double(clock.nsecsElapsed()) / 1e9});
@@ -308,6 +311,9 @@ void WelkingFit::run()
     m_result.vertices = GeomStack::transformedVertices(m_transform, welked);
     m_result.status = interrupted ? FitResult::Interrupted : FitResult::Finished;
 
+    // Fold-overs cost one pass over the basemesh: always counted.
+    m_result.report.foldsBefore = WelkingAcceleratedVersion::foldedTriangleCount(alignedBase(), base.triangleVertexIndices());
+    m_result.report.foldsAfter = WelkingAcceleratedVersion::foldedTriangleCount(m_result.vertices, base.triangleVertexIndices());
     // A stopped fit is written as it stands; measuring would only delay that.
     if (m_options.measure && m_result.status == FitResult::Finished) {
         clock.restart();

@@ -4,6 +4,8 @@
 #include "FitReport.h"
 #include "ModelWarnings.h"
 
+#include "fitting/accelerated/FitCourse.h"
+
 #include "geometry/GeomStackTriangulated.h"
 #include "geometry/WPointOnTriangle.h"
 
@@ -63,7 +65,13 @@ struct FitResult
     /// (stage, seconds): "graph levels", "fit" and, when measured, "measure".
     QVector<QPair<QString, double>> seconds;
     bool measured = false;
-    FitReport report; ///< when `measured`
+    /// The distances when `measured`; the fold-over counts of the fast and
+    /// cartoon fits always.
+    FitReport report;
+    /// How the fast or cartoon fit went (distances in the target's units):
+    /// whether it diverged, which rounds it undid, which folds it repaired.
+    bool hasCourse = false;
+    WelkingAcceleratedVersion::FitCourse course;
 };
 
 /// One fit from models to result, composed in one place for the window and

@@ -72,6 +72,8 @@ bool load(const QString& path, WelkingSettings& settings, QString& error, Dialog
     a.dpFinal = readKey(s, "Dp_final", da.dpFinal, 0.00001f, 1.0f);
     if (current)
         settings.rigidity = readKey(s, "Rigity", defaults.rigidity, 0.0f, 10.0f);
+    a.rejectWorseRounds = s.value(QStringLiteral("Reject_worse_rounds"), da.rejectWorseRounds).toBool();
+    a.repairFolds = s.value(QStringLiteral("Repair_folds"), da.repairFolds).toBool();
     s.endGroup();
     g.levels = a.subdivisions;
     return true;
@@ -98,6 +100,8 @@ bool save(const QString& path, const WelkingSettings& settings, QString& error)
     s.setValue(QStringLiteral("Dp_initial"), a.dpInitial);
     s.setValue(QStringLiteral("Dp_final"), a.dpFinal);
     s.setValue(QStringLiteral("Rigity"), settings.rigidity);
+    s.setValue(QStringLiteral("Reject_worse_rounds"), a.rejectWorseRounds);
+    s.setValue(QStringLiteral("Repair_folds"), a.repairFolds);
     s.endGroup();
     s.sync();
     if (s.status() != QSettings::NoError) {

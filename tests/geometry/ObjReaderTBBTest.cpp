@@ -11,6 +11,9 @@
 #include <QFileInfo>
 
 #include <atomic>
+#include <cmath>
+#include <cstdio>
+#include <random>
 #include <QTemporaryDir>
 
 using namespace GeometryStack2;
@@ -296,4 +299,48 @@ TEST(ObjNonFiniteCoordinates, BothLoadersRefuseThemNamingTheLine)
               QStringLiteral("Wrong face in line 3: \n%1").arg(path));
     EXPECT_EQ(GeomStack::withFileName(QStringLiteral("Can not load file: %1").arg(path), path),
               QStringLiteral("Can not load file: %1").arg(path));
+}
+
+TEST_F(ObjReaderTBBTest, ALargeFileReadsBackTheExactMeshItWasWrittenFrom)
+{
+    // About 10 MB: every number written with nine significant digits, so
+    // the mesh that comes back must be the one written, bit for bit.
+    const int columns = 400, rows = 300;
+    std::mt19937 random(2);
+    std::uniform_real_distribution<float> jitter(-0.4f, 0.4f);
+    QVector<QVector3D> vertices;
+    QVector<QVector2D> texCoords;
+    QByteArray text;
+    char line[128];
+    for (int y = 0; y <= rows; ++y)
+        for (int x = 0; x <= columns; ++x) {
+            const QVector3D v(0.0137f * (float(x) + jitter(random)), 0.79029f * float(y) + jitter(random),
+                              std::sin(0.05f * float(x * y)) * 1e-3f);
+            vertices.append(v);
+            text.append(line, std::snprintf(line, sizeof line, "v %.9g %.9g %.9g\n", double(v.x()), double(v.y()),
+                                            double(v.z())));
+        }
+    for (const QVector3D& v : vertices) {
+        texCoords.append(QVector2D(v.x() / 6.0f, v.y() / 240.0f));
+        text.append(line, std::snprintf(line, sizeof line, "vt %.9g %.9g\n", double(texCoords.last().x()),
+                                        double(texCoords.last().y())));
+    }
+    QVector<int> corners;
+    for (int y = 0; y < rows; ++y)
+        for (int x = 0; x < columns; ++x) {
+            const int a = y * (columns + 1) + x, b = a + 1, c = a + columns + 2, d = a + columns + 1;
+            corners << a << b << c << d;
+            text.append(line, std::snprintf(line, sizeof line, "f %d/%d %d/%d %d/%d %d/%d\n", a + 1, a + 1, b + 1,
+                                            b + 1, c + 1, c + 1, d + 1, d + 1));
+        }
+    ASSERT_GT(text.size(), 8 << 20);
+    MeshLists lists;
+    QString error;
+    ASSERT_TRUE(read(text, lists, error, 0)) << error.toStdString();
+    EXPECT_TRUE(lists.vertices == vertices);
+    EXPECT_TRUE(lists.texCoords == texCoords);
+    EXPECT_TRUE(lists.vertexIndices == corners);
+    EXPECT_TRUE(lists.texCoordIndices == corners);
+    ASSERT_EQ(lists.polygonSizes.size(), columns * rows);
+    EXPECT_EQ(lists.polygonOffsets.last(), corners.size());
 }

@@ -252,3 +252,71 @@ TEST(WelkingFit, AlignedBaseAndWarningsFollowTheTransform)
     EXPECT_LT((aligned.alignedBase()[0] - input.target.vertices()[0]).length(), 0.01f);
     EXPECT_LT((aligned.alignedBase()[1] - input.target.vertices()[25]).length(), 0.01f);
 }
+
+namespace {
+
+/// A thin capsule and the same capsule bent sharply at its middle, like an
+/// arm straight in the basemesh and bent at the elbow in the scan: closest
+/// points crowd the inside of the bend.
+FitInput straightAndBentArm()
+{
+    const auto arm = [](const QVector3D& p) { return QVector3D(0.3f * p.x(), 0.3f * p.y(), 3.0f * p.z()); };
+    const auto bent = [&](const QVector3D& p) {
+        const QVector3D q = arm(p);
+        const float radius = 0.35f, length = radius * float(M_PI) / 2;
+        if (q.z() < -length / 2)
+            return q;
+        const float angle = std::min(q.z() + length / 2, length) / radius;
+        float x = radius - (radius - q.x()) * std::cos(angle);
+        float z = -length / 2 + (radius - q.x()) * std::sin(angle);
+        if (q.z() > length / 2) {
+            x += (q.z() - length / 2) * std::sin(angle);
+            z += (q.z() - length / 2) * std::cos(angle);
+        }
+        return QVector3D(x, q.y(), z);
+    };
+    FitInput input;
+    input.base = StepMeshes::sphere(16, 1.0f);
+    input.target = StepMeshes::sphere(48, 1.0f);
+    QVector<QVector3D> base = input.base.vertices(), target = input.target.vertices();
+    for (QVector3D& p : base)
+        p = arm(p);
+    for (QVector3D& p : target)
+        p = bent(p);
+    input.base.setVertices(base);
+    input.target.setVertices(target);
+    return input;
+}
+
+} // namespace
+
+TEST(WelkingFit, TheFoldsACartoonFitMakesAtABendAreRepairedAtLittleCost)
+{
+    const FitInput input = straightAndBentArm();
+    FitOptions options;
+    options.engine = FitEngine::Cartoon;
+    options.measure = true;
+    options.settings.accelerated.repairFolds = false;
+    WelkingFit folding(input, options);
+    folding.run();
+    ASSERT_EQ(folding.result().status, FitResult::Finished) << folding.result().error.toStdString();
+    const FitReport& folded = folding.result().report;
+    ASSERT_GT(folded.addedFolds(), 0) << "the pair no longer folds without the repair; it tests nothing";
+
+    options.settings.accelerated.repairFolds = true;
+    WelkingFit repairing(input, options);
+    repairing.run();
+    ASSERT_EQ(repairing.result().status, FitResult::Finished);
+    const FitReport& repaired = repairing.result().report;
+    EXPECT_LE(repaired.addedFolds(), 0);
+    EXPECT_EQ(repairing.result().course.foldsBeforeRepair, folded.addedFolds());
+    EXPECT_EQ(repairing.result().course.foldsAfterRepair, 0);
+    // Only the vertices around the folds moved, and back onto the target.
+    EXPECT_LT(repaired.resultToTarget.rms, 1.2 * folded.resultToTarget.rms);
+    EXPECT_LT(repaired.targetToResult.rms, 1.05 * folded.targetToResult.rms);
+    int moved = 0;
+    for (int v = 0; v < input.base.vertexCount(); ++v)
+        moved += repairing.result().vertices[v] != folding.result().vertices[v];
+    EXPECT_GT(moved, 0);
+    EXPECT_LT(moved, input.base.vertexCount() / 4);
+}

@@ -28,6 +28,8 @@ TEST(WelkingSettingsFile, RoundTripKeepsEveryKey)
     written.sampling.samplingFinal = 0.5f;
     written.sampling.normalizeRadius = false;
     written.rigidity = 3;
+    written.accelerated.rejectWorseRounds = false;
+    written.accelerated.repairFolds = false;
     QString error;
     ASSERT_TRUE(WelkingSettingsFile::save(path, written, error)) << error.toStdString();
     EXPECT_TRUE(TestSupport::readFile(path).contains("[welkingSettings]"));
@@ -44,6 +46,8 @@ TEST(WelkingSettingsFile, RoundTripKeepsEveryKey)
     EXPECT_FLOAT_EQ(read.sampling.samplingFinal, 0.5f);
     EXPECT_FALSE(read.sampling.normalizeRadius);
     EXPECT_FLOAT_EQ(read.rigidity, 3.0f);
+    EXPECT_FALSE(read.accelerated.rejectWorseRounds);
+    EXPECT_FALSE(read.accelerated.repairFolds);
     // Keys without a setting keep their values.
     EXPECT_FLOAT_EQ(read.accelerated.pointToPointWeight, 0.1f);
 }

@@ -91,8 +91,8 @@ Checks:
 Report:
   --report FILE.json      write the full report there
   --json                  print the full report on standard output
-  The terminal shows a short summary: time, RMS distances both ways,
-  folded triangles and the output path. See docs/zwelk-batch.md for the
+  The terminal shows a short summary: time, fold-overs added, the output
+  path, and with --report or --json the RMS distances both ways. See docs/zwelk-batch.md for the
   report's keys.
 
 Ctrl+C stops the fit at its next step (within about a second), writes the
@@ -473,7 +473,8 @@ int runWelk(const QStringList& words)
     options.rigid = args.flag(QStringLiteral("--rigid"));
     options.scale = args.flag(QStringLiteral("--scale"));
     options.excludeMasked = args.flag(QStringLiteral("--exclude-masked"));
-    options.measure = true;
+    // Distances to the target cost a second pass over the scan: only for a report.
+    options.measure = !reportPath.isEmpty() || args.flag(QStringLiteral("--json"));
 
     FitInput input;
     input.base = models.base;
@@ -581,6 +582,8 @@ int runWelk(const QStringList& words)
         for (auto it = measured.begin(); it != measured.end(); ++it)
             report[it.key()] = it.value();
     }
+    if (result.hasCourse)
+        report[QStringLiteral("course")] = fitCourseJson(result.course);
     if (!landmarkMoves.isEmpty())
         report[QStringLiteral("landmarkProjection")] = landmarkMoves;
     if (!splineReport.isEmpty())
@@ -608,24 +611,32 @@ int runWelk(const QStringList& words)
                        .arg(written));
         return ExitInterrupted;
     }
+    if (result.hasCourse && result.course.diverged())
+        printError(QStringLiteral("Warning: ") + divergenceMessage(result.course));
     const int triangles = models.base.triangleCount();
-    if (result.report.flippedTriangles > std::max(1, triangles / 100))
+    if (result.report.addedFolds() > std::max(1, triangles / 100))
         printError(QStringLiteral("Warning: %1 of %2 triangles folded over in the fit; %3")
-                       .arg(result.report.flippedTriangles)
+                       .arg(result.report.addedFolds())
                        .arg(triangles)
                        .arg(options.rigid && options.scale
                                 ? QStringLiteral("check that the point pairs match, or fit more stiffly (a higher "
                                                  "Smoothness_final in --settings).")
                                 : QStringLiteral("the models may differ in pose or scale. Place point pairs and add "
                                                  "--rigid --scale.")));
-    if (!args.flag(QStringLiteral("--json")))
+    if (!args.flag(QStringLiteral("--json")) && result.measured)
         printOut(QStringLiteral("%1 fit in %2 s: RMS distance result->target %3, target->result %4; "
-                                "%5 folded triangles\nwritten: %6")
+                                "%5 fold-overs added\nwritten: %6")
                      .arg(fitEngineName(options.engine))
                      .arg(total, 0, 'f', 1)
                      .arg(result.report.resultToTarget.rms, 0, 'g', 4)
                      .arg(result.report.targetToResult.rms, 0, 'g', 4)
-                     .arg(result.report.flippedTriangles)
+                     .arg(result.report.addedFolds())
+                     .arg(written));
+    else if (!args.flag(QStringLiteral("--json")))
+        printOut(QStringLiteral("%1 fit in %2 s: %3 fold-overs added (--report measures the distances)\nwritten: %4")
+                     .arg(fitEngineName(options.engine))
+                     .arg(total, 0, 'f', 1)
+                     .arg(result.report.addedFolds())
                      .arg(written));
     return ExitOk;
 }

@@ -1,5 +1,6 @@
 #include "support/MeshFactory.h"
 
+#include "fitting/accelerated/Deformer.h"
 #include "fitting/accelerated/EmbeddedGraphSampler.h"
 #include "fitting/accelerated/WelkingWorker.h"
 
@@ -191,4 +192,87 @@ TEST(WelkingWorker, RunsOnItsOwnThread)
     EXPECT_EQ(ranOn, &thread);
     EXPECT_EQ(result.size(), fit.source.vertexCount());
     worker->moveToThread(QThread::currentThread());
+}
+
+namespace {
+
+/// The fast deformer, except that one of its solves throws the shape far
+/// off, as a fit that diverges does.
+class DivergingDeformer : public EmbeddedGraphDeformer::IterativeSolverDeformer::Deformer
+{
+public:
+    explicit DivergingDeformer(int divergeAt) : m_divergeAt(divergeAt) {}
+    void solve(const std::vector<long long>& sources, const std::vector<EmbeddedGraphDeformer::Vec3>& targets,
+               const std::vector<EmbeddedGraphDeformer::Vec3>& normals, std::vector<EmbeddedGraphDeformer::Vec3>& vertices,
+               std::vector<EmbeddedGraphDeformer::Vec3>& nodes, Eigen::VectorXf& state,
+               const EmbeddedGraphDeformer::SolveBudget& budget) override
+    {
+        Deformer::solve(sources, targets, normals, vertices, nodes, state, budget);
+        if (++m_solves == m_divergeAt)
+            for (auto& v : vertices)
+                v = 30.0f * v + EmbeddedGraphDeformer::Vec3(0, 0, 500.0f);
+    }
+
+private:
+    int m_divergeAt;
+    int m_solves = 0;
+};
+
+QVector<QVector3D> runWith(WelkingWorker& worker, EmbeddedGraphDeformer::Abstract::Deformer& deformer)
+{
+    QVector<QVector3D> result;
+    QObject::connect(&worker, &WelkingWorker::finished, [&](QVector<QVector3D> v) { result = v; });
+    worker.run(&deformer);
+    return result;
+}
+
+double meanBumpError(const QVector<QVector3D>& shape)
+{
+    double sum = 0;
+    for (const QVector3D& p : shape)
+        sum += std::fabs(double(p.z() - bump(p.x(), p.y())));
+    return sum / std::max(1, shape.size());
+}
+
+} // namespace
+
+TEST(WelkingWorker, ARoundThatThrowsTheShapeOffIsUndoneAndAnUnguardedOneReported)
+{
+    const Fit fit;
+    AcceleratedParameters parameters;
+    parameters.subdivisions = 2;
+    parameters.icpIterations = 3;
+    parameters.repairFolds = false;
+
+    // A sound fit: nothing undone, and it ends nearer than it began.
+    auto sound = fit.worker(parameters);
+    EmbeddedGraphDeformer::IterativeSolverDeformer::Deformer plain;
+    const QVector<QVector3D> good = runWith(*sound, plain);
+    EXPECT_EQ(sound->course().rejectedRounds, 0);
+    EXPECT_FALSE(sound->course().diverged());
+    EXPECT_LT(sound->course().endDistance, 0.5 * sound->course().startDistance);
+
+    // The last solve of a level throws the shape off: the level falls back
+    // to its best shape, and the fit ends as well as the sound one.
+    for (int divergeAt : {3, 6}) {
+        auto guarded = fit.worker(parameters);
+        DivergingDeformer diverging(divergeAt);
+        const QVector<QVector3D> kept = runWith(*guarded, diverging);
+        ASSERT_EQ(kept.size(), fit.source.vertexCount());
+        EXPECT_EQ(guarded->course().rejectedRounds, 1) << "diverging at solve " << divergeAt;
+        EXPECT_FALSE(guarded->course().diverged());
+        EXPECT_EQ(guarded->course().flownOffVertices, 0);
+        EXPECT_LT(meanBumpError(kept), 2 * meanBumpError(good) + 0.01);
+    }
+
+    // Without the guard the thrown shape is the result, and the course says so.
+    parameters.rejectWorseRounds = false;
+    auto unguarded = fit.worker(parameters);
+    DivergingDeformer diverging(6);
+    const QVector<QVector3D> thrown = runWith(*unguarded, diverging);
+    EXPECT_EQ(unguarded->course().rejectedRounds, 0);
+    EXPECT_TRUE(unguarded->course().diverged());
+    EXPECT_EQ(unguarded->course().flownOffVertices, fit.source.vertexCount());
+    EXPECT_GT(unguarded->course().endDistance, unguarded->course().startDistance);
+    EXPECT_GT(meanBumpError(thrown), 100 * meanBumpError(good));
 }
