@@ -69,6 +69,10 @@ struct ReaderState
     int* texCoordIndices = nullptr;
     int32_t vertexTotal = 0;
     int32_t texCoordTotal = 0;
+
+    // Counts travel as raw pointers, and a cancelled graph drops messages
+    // where they are: the counts belong here, one per chunk.
+    std::vector<std::unique_ptr<ChunkCount>> counts;
 };
 
 /// The six totals the allocators size the final lists by.
@@ -93,6 +97,8 @@ using CountNode = multifunction_node<ChunkData*, std::tuple<ChunkData*, ChunkCou
 
 struct ParseCountBody
 {
+    ReaderState* state;
+
     void operator()(ChunkData* chunk, CountNode::output_ports_type& ports) const
     {
         size_t carried = 0;
@@ -129,6 +135,7 @@ struct ParseCountBody
         chunk->textSize = carried + whole;
 
         auto* count = new ChunkCount;
+        state->counts[size_t(chunk->index)].reset(count);
         count->isLast = chunk->isLast;
         count->index = chunk->index;
         ObjChunkParser::countLines(*chunk, chunk->vertexCount, chunk->texCoordCount, chunk->faceCount,
@@ -252,13 +259,16 @@ private:
 
 struct ReduceChunkBody
 {
+    ReaderState* state;
+
     ChunkData* operator()(const std::tuple<ChunkData*, ChunkCount*>& pair) const
     {
         ChunkData* chunk = std::get<0>(pair);
-        std::unique_ptr<ChunkCount> count(std::get<1>(pair));
+        const ChunkCount* count = std::get<1>(pair);
         chunk->vertexOffset = count->vertexOffset;
         chunk->texCoordOffset = count->texCoordOffset;
         chunk->faceOffset = count->faceOffset;
+        state->counts[size_t(count->index)].reset();
         return chunk;
     }
 };
@@ -472,6 +482,7 @@ bool ObjReaderTBB::read(const QString& path, MeshLists& lists, QString& error, W
     state.lists = &lists;
     state.progress = progress;
     state.chunkCount = layout.chunkCount;
+    state.counts.resize(size_t(layout.chunkCount));
 
     std::vector<std::unique_ptr<ChunkData>> chunks;
     chunks.reserve(size_t(layout.chunkCount));
@@ -480,10 +491,10 @@ bool ObjReaderTBB::read(const QString& path, MeshLists& lists, QString& error, W
         tbb::task_group_context context;
         graph g(context);
         sequencer_node<ChunkData*> sortRead(g, SortChDBufferBody());
-        CountNode count(g, serial, ParseCountBody());
+        CountNode count(g, serial, ParseCountBody{&state});
         sequencer_node<ChunkCount*> sortCounts(g, SortChCBufferBody());
         Malloc malloc(g, state);
-        ReduceChunk reduceChunk(g, ReduceChunkBody());
+        ReduceChunk reduceChunk(g, ReduceChunkBody{&state});
         function_node<ChunkData*, ChunkData*> parse(g, unlimited, ParseDataBody());
         sequencer_node<ChunkData*> sortParsed(g, SortChDBufferBody());
         BlockParallel blockParallel(g, BlockParallelBody());
