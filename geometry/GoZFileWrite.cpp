@@ -1,6 +1,6 @@
 #include "GoZFile.h"
 
-#include <QFile>
+#include <QSaveFile>
 #include <QtEndian>
 
 #include <cstring>
@@ -12,7 +12,7 @@ namespace {
 class ChunkWriter
 {
 public:
-    explicit ChunkWriter(QFile& file) : m_file(file) {}
+    explicit ChunkWriter(QFileDevice& file) : m_file(file) {}
 
     bool header(int32_t tag, qint64 size, int32_t count, float parameter = 0.0f)
     {
@@ -60,7 +60,7 @@ public:
     }
 
 private:
-    QFile& m_file;
+    QFileDevice& m_file;
 };
 
 bool isKnownPolygonTag(int32_t tag)
@@ -79,8 +79,10 @@ bool GoZFile::write(const QString& path) const
 {
     if (vertices.size() != size_t(vertexCount) * 3)
         return false;
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    // Written beside the target and renamed over it at the end, so a reader
+    // never sees a half-written file and a failed write keeps the old one.
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
         return false;
     ChunkWriter out(file);
 
@@ -127,7 +129,7 @@ bool GoZFile::write(const QString& path) const
     // The end chunk alone has a size field of 0.
     if (!out.header(TagEnd, 0, 0))
         return false;
-    return file.flush();
+    return file.commit();
 }
 
 } // namespace GeometryStack2
