@@ -200,6 +200,9 @@ bool loadModels(const Arguments& args, Models& models, QString& error)
             error = QStringLiteral("Folder for temporary files does not exist:\n") + error;
             return false;
         }
+        // As ZWelk at its start: an earlier run's import.txt must not
+        // announce a result this run did not write.
+        models.exchange.removeImportFile();
         QVector<bool> flags;
         QString listError;
         if (!models.exchange.setModelFiles(models.exchange.getModelFilenames(flags, listError))) {
@@ -356,6 +359,9 @@ int runWelk(const QStringList& words)
     Models models;
     if (!loadModels(args, models, error)) {
         printError(oneLine(error));
+        // ZWelk ends such a start the same way, so that the plug-in stops waiting.
+        if (fromExchange)
+            models.exchange.removeStatusFile();
         return ExitFailed;
     }
     const double loadSeconds = double(clock.nsecsElapsed()) / 1e9;
@@ -446,6 +452,8 @@ int runWelk(const QStringList& words)
     const FitResult& result = fit.result();
     if (result.status == FitResult::Failed) {
         printError(result.error);
+        if (fromExchange)
+            models.exchange.removeStatusFile();
         return ExitFailed;
     }
     const bool interrupted = result.status == FitResult::Interrupted;
@@ -454,7 +462,9 @@ int runWelk(const QStringList& words)
     if (fromExchange) {
         models.exchangeModels->setResultVertices(result.transform, result.welked);
         if (writeWelkResult(*models.exchangeModels, error) != ResultWritten) {
+            // The run is over all the same: the plug-in must stop waiting.
             printError(oneLine(error));
+            models.exchange.removeStatusFile();
             return ExitFailed;
         }
         announceResult(*models.exchangeModels);
