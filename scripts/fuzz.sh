@@ -62,7 +62,7 @@ fi
 # Qt's logging would bury libFuzzer's output.
 export QT_LOGGING_RULES='*=false'
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:allocator_may_return_null=1}
-export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1:suppressions=$PWD/tests/sanitize/ubsan.supp}
 
 selected=${ZWELK_FUZZ_TARGETS:-$(echo "$TABLE" | awk 'NF { print $1 }')}
 
@@ -73,14 +73,20 @@ run_one() {
     mkdir -p "$corpus" "$artifacts" "$BUILD_DIR/logs"
     local dirs=("$corpus" "tests/fuzz/corpus/$seeds")
     if [ -d "$extra/$seeds" ] && [ -n "$(ls -A "$extra/$seeds")" ]; then dirs+=("$extra/$seeds"); fi
+    # The run time is wall time; on a shared machine the CPU time (user +
+    # system, in logs/<target>.cpu) is what the fuzzer really had.
+    /usr/bin/time -f "%U %S" -o "$BUILD_DIR/logs/$target.cpu" \
     nice -n 19 "$BUILD_DIR/tests/fuzz/fuzz_$target" -max_total_time="$SECONDS_PER_TARGET" \
         -max_len="$max_len" -rss_limit_mb=2560 -timeout=60 -print_final_stats=1 \
         -artifact_prefix="$artifacts" "${dirs[@]}" >"$log" 2>&1 || true
     local runs found
     runs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | awk '{print $2}' | tail -1)
-    found=$(ls "$artifacts" | wc -l)
-    printf '%-20s %6ss %10s runs %4s corpus %2s findings\n' "$target" "$SECONDS_PER_TARGET" "${runs:-?}" \
-        "$(ls "$corpus" | wc -l)" "$found"
+    # Slow units are reported, not counted: on a loaded machine any input can be slow.
+    found=$(ls "$artifacts" | grep -vc '^slow-unit-' || true)
+    local cpu
+    cpu=$(awk 'END { printf "%.0f", $1 + $2 }' "$BUILD_DIR/logs/$target.cpu" 2>/dev/null)
+    printf '%-20s %6ss wall %6ss CPU %10s runs %5s corpus %2s findings\n' "$target" "$SECONDS_PER_TARGET" \
+        "${cpu:-?}" "${runs:-?}" "$(ls "$corpus" | wc -l)" "$found"
 }
 
 status=0
@@ -95,7 +101,7 @@ for target in $selected; do
 done
 wait
 for target in $selected; do
-    if [ -n "$(ls -A "$BUILD_DIR/artifacts/$target" 2>/dev/null)" ]; then
+    if ls "$BUILD_DIR/artifacts/$target" 2>/dev/null | grep -vq '^slow-unit-'; then
         echo "Findings of $target in $BUILD_DIR/artifacts/$target (log: $BUILD_DIR/logs/$target.log)"
         status=1
     fi
