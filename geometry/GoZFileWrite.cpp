@@ -114,11 +114,14 @@ bool GoZFile::write(const QString& path) const
         if (!ok)
             return false;
     }
-    if (!vertexMask.empty() && !out.array(TagVertexMask, vertexCount, vertexMask))
+    // These chunks' count is their length: a file read with a shorter mask,
+    // colour or group chunk than it has vertices or polygons must not be
+    // written back claiming more values than follow.
+    if (!vertexMask.empty() && !out.array(TagVertexMask, int32_t(vertexMask.size()), vertexMask))
         return false;
-    if (!vertexColors.empty() && !out.array(TagVertexColors, vertexCount, vertexColors))
+    if (!vertexColors.empty() && !out.array(TagVertexColors, int32_t(vertexColors.size()), vertexColors))
         return false;
-    if (!polygonGroups.empty() && !out.array(TagPolygonGroups, polygonCount, polygonGroups))
+    if (!polygonGroups.empty() && !out.array(TagPolygonGroups, int32_t(polygonGroups.size()), polygonGroups))
         return false;
     if (!string45001.isNull() && !out.text(TagText45001, string45001))
         return false;

@@ -53,6 +53,22 @@ TEST(FuzzRegressions, TextChunkLargerThanTheFileIsRefused)
     EXPECT_EQ(goz.readError(), QStringLiteral("the file ends inside chunk 1, or the chunk's size is wrong"));
 }
 
+TEST(FuzzRegressions, ShortColourChunkWritesBackReadable)
+{
+    // One colour for five vertices: written back, the chunk must not claim five.
+    GoZFile goz;
+    ASSERT_TRUE(goz.read(QStringLiteral(ZWELK_FUZZ_REGRESSIONS "/goz/short-colour-chunk.GoZ"))) << goz.readError().toStdString();
+    ASSERT_EQ(goz.vertexColors.size(), 1u);
+    const QString back = QDir::temp().filePath(QStringLiteral("zwelk-short-colour-back.GoZ"));
+    ASSERT_TRUE(goz.write(back));
+    GoZFile again;
+    EXPECT_TRUE(again.read(back)) << again.readError().toStdString();
+    EXPECT_EQ(again.vertices, goz.vertices);
+    EXPECT_EQ(again.polygons, goz.polygons);
+    EXPECT_EQ(again.vertexColors, goz.vertexColors);
+    QFile::remove(back);
+}
+
 TEST(FuzzRegressions, ObjFilesThroughBothLoaders)
 {
     const QStringList files = regressionFiles(QStringLiteral("obj"));
