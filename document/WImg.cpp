@@ -3,6 +3,11 @@
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imageio.h>
 
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryFile>
+
+#include <cstdio>
 #include <memory>
 
 namespace Welk {
@@ -105,22 +110,43 @@ bool WImg::save(const QString& path, QString* error) const
         setError(error, QStringLiteral("The image is empty"));
         return false;
     }
-    const std::string file = path.toStdString();
-    auto output = OIIO::ImageOutput::create(file);
+    auto output = OIIO::ImageOutput::create(path.toStdString());
     if (!output) {
         setError(error, QString::fromStdString(OIIO::geterror()));
         return false;
     }
+    // The image goes to a hidden file beside the target, with the same
+    // extension for the format, and is renamed over it once complete: a
+    // reader never sees half an image and a failed write keeps the old file.
+    const QFileInfo target(path);
+    QTemporaryFile temporary(target.absolutePath() + QStringLiteral("/.") + target.completeBaseName() +
+                             QStringLiteral(".XXXXXX.") + target.suffix());
+    if (!temporary.open()) {
+        setError(error, QStringLiteral("Cannot write into the folder of %1").arg(path));
+        return false;
+    }
+    temporary.close();
+    const std::string file = temporary.fileName().toStdString();
     OIIO::ImageSpec format(width(), height(), channels(), oiioType(m_mat.depth()));
     for (auto it = m_attributes.constBegin(); it != m_attributes.constEnd(); ++it)
         format.attribute(it.key().toStdString(), it.value().toString().toStdString());
     cv::Mat continuous = m_mat.isContinuous() ? m_mat : m_mat.clone();
-    if (!output->open(file, format) ||
-        !output->write_image(oiioType(continuous.depth()), continuous.data)) {
+    if (!output->open(file, format) || !output->write_image(oiioType(continuous.depth()), continuous.data) ||
+        !output->close()) {
         setError(error, QString::fromStdString(output->geterror()));
         return false;
     }
-    return output->close();
+    // A temporary file is private to its owner; the result gets the old
+    // file's permissions, or those of a normal new file.
+    QFile::setPermissions(temporary.fileName(),
+                          target.exists() ? target.permissions()
+                                          : QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther);
+    if (std::rename(file.c_str(), QFile::encodeName(target.absoluteFilePath()).constData()) != 0) {
+        setError(error, QStringLiteral("Cannot replace %1").arg(path));
+        return false;
+    }
+    temporary.setAutoRemove(false);
+    return true;
 }
 
 } // namespace Welk

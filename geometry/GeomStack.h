@@ -55,6 +55,7 @@ public:
     virtual void serialize(QDataStream& stream) const;
 
     /// Writes an OBJ file; see the implementation for the exact text layout.
+    /// `path` is replaced only by a complete file; a failed write keeps it.
     bool saveObj(const QString& path, bool saveTexCoords = true, bool saveNormals = true,
                  Welk::ProgressInterface* progress = nullptr, QString* error = nullptr) const;
 

@@ -3,7 +3,7 @@
 
 #include "ProgressInterface.h"
 
-#include <QFile>
+#include <QSaveFile>
 
 #include <fmt/format.h>
 
@@ -15,7 +15,7 @@ namespace {
 class ObjTextSink
 {
 public:
-    explicit ObjTextSink(QFile& file) : m_file(file) {}
+    explicit ObjTextSink(QFileDevice& file) : m_file(file) {}
     ~ObjTextSink() { flush(); }
 
     template <typename... Args> void write(fmt::format_string<Args...> format, Args&&... args)
@@ -33,7 +33,7 @@ public:
     }
 
 private:
-    QFile& m_file;
+    QFileDevice& m_file;
     fmt::memory_buffer m_buffer;
     bool m_ok = true;
 };
@@ -71,8 +71,9 @@ private:
 bool GeomStack::saveObj(const QString& path, bool saveTexCoords, bool saveNormals,
                         Welk::ProgressInterface* progress, QString* error) const
 {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text)) {
+    // Renamed over `path` only when complete: a failed write keeps the old file.
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
         if (error)
             *error = QStringLiteral("Cannot open file %1").arg(path);
         return false;
@@ -152,7 +153,7 @@ bool GeomStack::saveObj(const QString& path, bool saveTexCoords, bool saveNormal
     }
     out.write("# {} polygons\n", count);
 
-    if (!out.flush() || !file.flush()) {
+    if (!out.flush() || !file.commit()) {
         if (error)
             *error = QStringLiteral("Cannot write file %1").arg(path);
         return false;

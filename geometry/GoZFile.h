@@ -54,8 +54,9 @@ public:
     /// Why the last `read` failed, for the user ("the file ends inside chunk
     /// 10001"); empty after a successful read.
     const QString& readError() const { return m_readError; }
-    /// Writes all present chunks in the fixed order. False at the first
-    /// failed write; the partial file stays.
+    /// Writes all present chunks in the fixed order. The file at `path` is
+    /// replaced only once everything is written: false at the first failed
+    /// write, and then `path` is as it was before.
     bool write(const QString& path) const;
     void clear();
 

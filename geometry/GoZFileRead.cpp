@@ -61,6 +61,9 @@ bool readText(QFile& file, const ChunkHeader& header, QByteArray& text)
     const qint64 payload = qint64(header.size) - GoZFile::ChunkHeaderSize;
     if (payload <= 0)
         return true;
+    // A corrupt size must not turn into a huge allocation.
+    if (payload > file.size() - file.pos())
+        return false;
     text = file.read(payload);
     return text.size() == payload;
 }

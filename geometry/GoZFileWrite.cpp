@@ -1,6 +1,6 @@
 #include "GoZFile.h"
 
-#include <QFile>
+#include <QSaveFile>
 #include <QtEndian>
 
 #include <cstring>
@@ -12,7 +12,7 @@ namespace {
 class ChunkWriter
 {
 public:
-    explicit ChunkWriter(QFile& file) : m_file(file) {}
+    explicit ChunkWriter(QFileDevice& file) : m_file(file) {}
 
     bool header(int32_t tag, qint64 size, int32_t count, float parameter = 0.0f)
     {
@@ -60,7 +60,7 @@ public:
     }
 
 private:
-    QFile& m_file;
+    QFileDevice& m_file;
 };
 
 bool isKnownPolygonTag(int32_t tag)
@@ -79,8 +79,10 @@ bool GoZFile::write(const QString& path) const
 {
     if (vertices.size() != size_t(vertexCount) * 3)
         return false;
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    // Written beside the target and renamed over it at the end, so a reader
+    // never sees a half-written file and a failed write keeps the old one.
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
         return false;
     ChunkWriter out(file);
 
@@ -112,11 +114,14 @@ bool GoZFile::write(const QString& path) const
         if (!ok)
             return false;
     }
-    if (!vertexMask.empty() && !out.array(TagVertexMask, vertexCount, vertexMask))
+    // These chunks' count is their length: a file read with a shorter mask,
+    // colour or group chunk than it has vertices or polygons must not be
+    // written back claiming more values than follow.
+    if (!vertexMask.empty() && !out.array(TagVertexMask, int32_t(vertexMask.size()), vertexMask))
         return false;
-    if (!vertexColors.empty() && !out.array(TagVertexColors, vertexCount, vertexColors))
+    if (!vertexColors.empty() && !out.array(TagVertexColors, int32_t(vertexColors.size()), vertexColors))
         return false;
-    if (!polygonGroups.empty() && !out.array(TagPolygonGroups, polygonCount, polygonGroups))
+    if (!polygonGroups.empty() && !out.array(TagPolygonGroups, int32_t(polygonGroups.size()), polygonGroups))
         return false;
     if (!string45001.isNull() && !out.text(TagText45001, string45001))
         return false;
@@ -127,7 +132,7 @@ bool GoZFile::write(const QString& path) const
     // The end chunk alone has a size field of 0.
     if (!out.header(TagEnd, 0, 0))
         return false;
-    return file.flush();
+    return file.commit();
 }
 
 } // namespace GeometryStack2

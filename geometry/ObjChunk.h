@@ -26,8 +26,9 @@ struct ChunkData
     ~ChunkData();
     /// The text buffer has two users, the chunk's own parser and the next
     /// chunk's counter (which copies the unfinished last line); the last of
-    /// them frees it, so that the file is not held whole in memory.
-    void releaseBuffer();
+    /// them frees it, so that the file is not held whole in memory. True for
+    /// the call that freed it.
+    bool releaseBuffer();
     ChunkData(const ChunkData&) = delete;
     ChunkData& operator=(const ChunkData&) = delete;
 

@@ -1,5 +1,6 @@
 // TBB first: Qt's "emit" keyword macro breaks TBB's headers.
 #include <tbb/flow_graph.h>
+#include <tbb/task_arena.h>
 #include <tbb/task_group.h>
 
 #include "ObjReaderTBB.h"
@@ -38,12 +39,13 @@ ChunkData::~ChunkData()
     std::free(buffer);
 }
 
-void ChunkData::releaseBuffer()
+bool ChunkData::releaseBuffer()
 {
-    if (--bufferUsers == 0) {
-        std::free(buffer);
-        buffer = fileData = text = nullptr;
-    }
+    if (--bufferUsers != 0)
+        return false;
+    std::free(buffer);
+    buffer = fileData = text = nullptr;
+    return true;
 }
 
 namespace {
@@ -69,12 +71,31 @@ struct ReaderState
     int* texCoordIndices = nullptr;
     int32_t vertexTotal = 0;
     int32_t texCoordTotal = 0;
+
+    // Counts travel as raw pointers, and a cancelled graph drops messages
+    // where they are: the counts belong here, one per chunk.
+    std::vector<std::unique_ptr<ChunkCount>> counts;
 };
 
 /// The six totals the allocators size the final lists by.
 struct Totals
 {
     int32_t vertices = 0, texCoords = 0, faces = 0;
+};
+
+/// How many chunks hold their text. The read loop lets at most a fixed
+/// number be alive, so that reading a file in the page cache cannot run far
+/// ahead of the parsers: without it every chunk's text and parsed lists are
+/// alive at once beside the final arrays.
+struct TextWindow
+{
+    std::atomic<int64_t> held{0};
+
+    void release(ChunkData* chunk)
+    {
+        if (chunk->releaseBuffer())
+            --held;
+    }
 };
 
 struct SortChDBufferBody
@@ -93,6 +114,9 @@ using CountNode = multifunction_node<ChunkData*, std::tuple<ChunkData*, ChunkCou
 
 struct ParseCountBody
 {
+    TextWindow* texts;
+    ReaderState* state;
+
     void operator()(ChunkData* chunk, CountNode::output_ports_type& ports) const
     {
         size_t carried = 0;
@@ -112,7 +136,7 @@ struct ParseCountBody
             carried = size_t(end - lineEnd);
             std::memcpy(chunk->fileData - carried, lineEnd, carried);
             chunk->text = chunk->fileData - carried;
-            previous->releaseBuffer();
+            texts->release(previous);
         }
         size_t whole = chunk->rawSize;
         if (chunk->isLast) {
@@ -129,6 +153,7 @@ struct ParseCountBody
         chunk->textSize = carried + whole;
 
         auto* count = new ChunkCount;
+        state->counts[size_t(chunk->index)].reset(count);
         count->isLast = chunk->isLast;
         count->index = chunk->index;
         ObjChunkParser::countLines(*chunk, chunk->vertexCount, chunk->texCoordCount, chunk->faceCount,
@@ -252,13 +277,16 @@ private:
 
 struct ReduceChunkBody
 {
+    ReaderState* state;
+
     ChunkData* operator()(const std::tuple<ChunkData*, ChunkCount*>& pair) const
     {
         ChunkData* chunk = std::get<0>(pair);
-        std::unique_ptr<ChunkCount> count(std::get<1>(pair));
+        const ChunkCount* count = std::get<1>(pair);
         chunk->vertexOffset = count->vertexOffset;
         chunk->texCoordOffset = count->texCoordOffset;
         chunk->faceOffset = count->faceOffset;
+        state->counts[size_t(count->index)].reset();
         return chunk;
     }
 };
@@ -279,10 +307,12 @@ using BlockSerial = JoinStage<bool, BlockSerialBody>;
 
 struct ParseDataBody
 {
+    TextWindow* window;
+
     ChunkData* operator()(ChunkData* chunk) const
     {
         ObjChunkParser::parse(*chunk);
-        chunk->releaseBuffer();
+        window->release(chunk);
         return chunk;
     }
 };
@@ -472,6 +502,7 @@ bool ObjReaderTBB::read(const QString& path, MeshLists& lists, QString& error, W
     state.lists = &lists;
     state.progress = progress;
     state.chunkCount = layout.chunkCount;
+    state.counts.resize(size_t(layout.chunkCount));
 
     std::vector<std::unique_ptr<ChunkData>> chunks;
     chunks.reserve(size_t(layout.chunkCount));
@@ -480,11 +511,12 @@ bool ObjReaderTBB::read(const QString& path, MeshLists& lists, QString& error, W
         tbb::task_group_context context;
         graph g(context);
         sequencer_node<ChunkData*> sortRead(g, SortChDBufferBody());
-        CountNode count(g, serial, ParseCountBody());
+        TextWindow window;
+        CountNode count(g, serial, ParseCountBody{&window, &state});
         sequencer_node<ChunkCount*> sortCounts(g, SortChCBufferBody());
         Malloc malloc(g, state);
-        ReduceChunk reduceChunk(g, ReduceChunkBody());
-        function_node<ChunkData*, ChunkData*> parse(g, unlimited, ParseDataBody());
+        ReduceChunk reduceChunk(g, ReduceChunkBody{&state});
+        function_node<ChunkData*, ChunkData*> parse(g, unlimited, ParseDataBody{&window});
         sequencer_node<ChunkData*> sortParsed(g, SortChDBufferBody());
         BlockParallel blockParallel(g, BlockParallelBody());
         function_node<ChunkData*, continue_msg> copy(g, unlimited, ReduceParallelIndependentBody{&state});
@@ -515,8 +547,15 @@ bool ObjReaderTBB::read(const QString& path, MeshLists& lists, QString& error, W
         make_edge(output_port<0>(blockSerial), resolve);
 
         // Reading stays on this thread and in file order; the graph works
-        // on the chunks already read meanwhile.
+        // on the chunks already read meanwhile. When the window is full this
+        // thread joins the work until the graph is idle: the chunks read are
+        // then parsed and their text freed, all but the last, whose line end
+        // waits for the next chunk. Waiting inside the graph rather than on
+        // a signal also makes progress with a single thread.
+        const int64_t windowSize = std::max<int64_t>(MinChunksInFlight, 2 * tbb::this_task_arena::max_concurrency());
         for (qint64 i = 0; i < layout.chunkCount && !context.is_group_execution_cancelled(); ++i) {
+            if (window.held >= windowSize)
+                g.wait_for_all();
             const bool last = i + 1 == layout.chunkCount;
             const qint64 size = last ? fileSize - i * layout.chunkSize : layout.chunkSize;
             auto chunk = std::make_unique<ChunkData>(i, size_t(size), last);
@@ -528,6 +567,7 @@ bool ObjReaderTBB::read(const QString& path, MeshLists& lists, QString& error, W
             chunk->rawSize = size_t(size);
             chunk->previous = chunks.empty() ? nullptr : chunks.back().get();
             chunks.push_back(std::move(chunk));
+            ++window.held;
             if (progress)
                 progress->setValue(2 * i, QString::fromLatin1(LoadingLabel));
             sortRead.try_put(chunks.back().get());

@@ -26,6 +26,9 @@ public:
     static constexpr qint64 MinChunkSize = 6144;
     static constexpr qint64 ManyChunksFrom = 245760;
     static constexpr qint64 ChunksPerFile = 40;
+    /// The read loop keeps at most this many chunks' text alive, or twice
+    /// the number of threads if that is more; see docs/performance.md.
+    static constexpr qint64 MinChunksInFlight = 4;
 
     struct Layout
     {

@@ -14,6 +14,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libtinyobjloader-dev libassimp-dev libnanoflann-dev libcgal-dev
   xvfb xauth fonts-dejavu-core libgl1-mesa-dri
+  clang libclang-rt-14-dev time python3
 )
 
 missing=()

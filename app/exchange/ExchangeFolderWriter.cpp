@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSaveFile>
 #include <QtEndian>
 
 namespace WelkPlugin {
@@ -15,8 +16,9 @@ namespace {
 
 bool writeFile(const QString& path, const QByteArray& bytes, QString& error)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size()) {
+    // Complete or not at all: the plug-in may read the folder at any time.
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit()) {
         error = QStringLiteral("Cannot write file %1").arg(path);
         return false;
     }
@@ -27,8 +29,21 @@ bool copyReplacing(const QString& from, const QString& to, QString& error)
 {
     if (QFileInfo(from).canonicalFilePath() == QFileInfo(to).canonicalFilePath() && QFile::exists(to))
         return true;
-    QFile::remove(to);
-    if (!QFile::copy(from, to)) {
+    // Copied under a temporary name beside the target, then renamed over it.
+    QFile source(from);
+    QSaveFile target(to);
+    if (!source.open(QIODevice::ReadOnly) || !target.open(QIODevice::WriteOnly)) {
+        error = QStringLiteral("Cannot copy %1 to %2").arg(from, to);
+        return false;
+    }
+    while (!source.atEnd()) {
+        const QByteArray block = source.read(1 << 20);
+        if (block.isEmpty() || target.write(block) != block.size()) {
+            error = QStringLiteral("Cannot copy %1 to %2").arg(from, to);
+            return false;
+        }
+    }
+    if (!target.commit()) {
         error = QStringLiteral("Cannot copy %1 to %2").arg(from, to);
         return false;
     }

@@ -4,6 +4,7 @@
 #include <QSettings>
 
 #include <algorithm>
+#include <cmath>
 
 namespace WelkPlugin {
 namespace WelkingSettingsFile {
@@ -19,9 +20,11 @@ template <typename T> T readKey(QSettings& s, const char* key, T fallback, T lo,
         return fallback;
     bool ok = false;
     const double number = value.toDouble(&ok);
-    if (!ok)
+    if (!ok || std::isnan(number))
         return fallback;
-    return std::clamp(T(number), lo, hi);
+    // Clamped before the conversion: a number beyond the type's range
+    // (ICP_iterations=1e11) must not reach a float-to-int conversion.
+    return T(std::clamp(number, double(lo), double(hi)));
 }
 
 } // namespace

@@ -1,11 +1,15 @@
+#include "support/FileSizeLimit.h"
 #include "support/QtPrinters.h"
+#include "support/TestFiles.h"
 #include "document/WImg.h"
 
 #include <opencv2/core.hpp>
 
 #include <gtest/gtest.h>
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 using Welk::WImg;
@@ -63,4 +67,32 @@ TEST(WImg, UnreadableFilesLeaveANullImage)
     EXPECT_FALSE(image.load(dir.filePath(QStringLiteral("missing.png"))));
     EXPECT_TRUE(WImg().isNull());
     EXPECT_FALSE(WImg().save(dir.filePath(QStringLiteral("empty.tif")), &error));
+}
+
+TEST(WImg, FailedSaveKeepsThePreviousFile)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("result.tif"));
+    WImg small(4, 4, 3, WImg::UInt8);
+    QString error;
+    ASSERT_TRUE(small.save(path, &error)) << error.toStdString();
+    const QByteArray before = TestSupport::readFile(path);
+    const QFile::Permissions permissions = QFileInfo(path).permissions();
+
+    WImg large(512, 512, 4, WImg::Float32);
+    cv::randu(large.mat(), 0.0, 1.0); // noise does not compress
+    {
+        TestSupport::FileSizeLimit limit(64 * 1024);
+        ASSERT_TRUE(limit.active());
+        EXPECT_FALSE(large.save(path, &error));
+    }
+    EXPECT_EQ(TestSupport::readFile(path), before);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList{QStringLiteral("result.tif")});
+
+    ASSERT_TRUE(large.save(path, &error)) << error.toStdString();
+    EXPECT_EQ(QFileInfo(path).permissions(), permissions);
+    WImg back;
+    ASSERT_TRUE(back.load(path, &error)) << error.toStdString();
+    EXPECT_EQ(back.width(), 512);
 }

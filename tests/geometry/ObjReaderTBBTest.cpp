@@ -1,3 +1,5 @@
+#include <tbb/global_control.h>
+
 #include "support/TestFiles.h"
 
 #include "geometry/GeomStackTriangulated.h"
@@ -343,4 +345,88 @@ TEST_F(ObjReaderTBBTest, ALargeFileReadsBackTheExactMeshItWasWrittenFrom)
     EXPECT_TRUE(lists.texCoordIndices == corners);
     ASSERT_EQ(lists.polygonSizes.size(), columns * rows);
     EXPECT_EQ(lists.polygonOffsets.last(), corners.size());
+namespace {
+
+/// Peak resident memory of this process since the last reset, in bytes
+/// (Linux: VmHWM; reset through /proc/self/clear_refs).
+qint64 residentPeak()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLongLong() * 1024;
+    return -1;
+}
+
+bool resetResidentPeak()
+{
+    QFile clear(QStringLiteral("/proc/self/clear_refs"));
+    return clear.open(QIODevice::WriteOnly) && clear.write("5") == 1;
+}
+
+qint64 arrayBytes(const MeshLists& l)
+{
+    return qint64(l.vertices.size()) * 12 + qint64(l.texCoords.size()) * 8 +
+           4 * qint64(l.vertexIndices.size() + l.texCoordIndices.size() + l.polygonOffsets.size() +
+                      l.polygonSizes.size() + l.polygroupIds.size() + l.materialIds.size());
+}
+
+} // namespace
+
+// With one thread nothing parses while the read loop runs, unless the loop
+// itself waits for the graph: the worst case for the window of chunks.
+TEST_F(ObjReaderTBBTest, OneThreadReadsTheSameMeshThroughTheWindow)
+{
+    tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
+    const QByteArray text = grid(60, 40, "usemtl skin\n", 700);
+    for (qint64 chunkSize : {qint64(6144), qint64(0)}) {
+        MeshLists lists;
+        QString error;
+        ASSERT_TRUE(read(text, lists, error, chunkSize)) << error.toStdString();
+        QString plainError;
+        const GeomStack plain(m_dir.filePath(QStringLiteral("mesh.obj")), plainError, nullptr, GeomStack::PlainLoader);
+        ASSERT_TRUE(plainError.isEmpty());
+        expectSameLists(lists, plain);
+    }
+}
+
+TEST_F(ObjReaderTBBTest, PeakMemoryStaysNearTheFinalArrays)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "AddressSanitizer keeps freed memory in quarantine";
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+    GTEST_SKIP() << "AddressSanitizer keeps freed memory in quarantine";
+#endif
+#endif
+    const QString path = m_dir.filePath(QStringLiteral("large.obj"));
+    qint64 fileSize = 0;
+    {
+        // Long comments make the text ten times the final arrays, so that
+        // holding the whole text would show plainly in the peak.
+        const QByteArray comment = "# " + QByteArray(400, 'c') + "\n";
+        QByteArray text;
+        for (const QByteArray& line : grid(200, 200, QByteArray(), 10000).split('\n'))
+            text += line + "\n" + comment;
+        fileSize = text.size();
+        ASSERT_TRUE(TestSupport::writeFile(path, text));
+    }
+    if (!resetResidentPeak() || residentPeak() < 0)
+        GTEST_SKIP() << "no /proc/self/clear_refs";
+    tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
+    MeshLists lists;
+    QString error;
+    const qint64 before = residentPeak();
+    ASSERT_TRUE(ObjReaderTBB::read(path, lists, error)) << error.toStdString();
+    const qint64 growth = residentPeak() - before;
+    const qint64 arrays = arrayBytes(lists);
+    const qint64 chunk = ObjReaderTBB::chunkLayout(fileSize, 0).chunkSize;
+    RecordProperty("file_bytes", QByteArray::number(fileSize).constData());
+    RecordProperty("arrays_bytes", QByteArray::number(arrays).constData());
+    RecordProperty("peak_growth_bytes", QByteArray::number(growth).constData());
+    std::printf("file %lld arrays %lld peak growth %lld\n", fileSize, arrays, growth);
+    ASSERT_GT(fileSize, 8 * arrays);
+    EXPECT_LT(growth, 2 * arrays + 8 * chunk);
 }

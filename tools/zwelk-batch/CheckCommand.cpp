@@ -47,6 +47,11 @@ int runCheck(const QStringList& words)
     QString error;
     if (!exchange.checkFolders(error))
         return fail(exchange, QStringLiteral("Folder for temporary files does not exist:"), error);
+    // A run that ends the exchange starts as ZWelk does: an import.txt left
+    // by an earlier run must not announce a result this run did not write.
+    const bool writeBack = args.flag(QStringLiteral("--write-back"));
+    if (writeBack)
+        exchange.removeImportFile();
 
     const ApplicationMode mode = exchange.readApplicationMode({QStringLiteral("zwelk-batch")});
     QString paramsError;
@@ -87,7 +92,7 @@ int runCheck(const QStringList& words)
     }
     printOut(report);
 
-    if (!args.flag(QStringLiteral("--write-back")))
+    if (!writeBack)
         return ExitOk;
     if (mode == TextureMode) {
         // Without a transfer there is no texture to send back: the run ends
@@ -98,7 +103,9 @@ int runCheck(const QStringList& words)
     }
     const SaveResult result = writeWelkResult(*models, error);
     if (result != ResultWritten) {
+        // The run is over all the same: the plug-in must stop waiting.
         printError(error);
+        exchange.removeStatusFile();
         return ExitFailed;
     }
     announceResult(*models);

@@ -10,6 +10,9 @@ std::shared_ptr<WelkPlugin::ModelsData> loadExchangeModels(const QString& dir, W
         error = QStringLiteral("Folder for temporary files does not exist:\n") + error;
         return nullptr;
     }
+    // As ZWelk at its start: an earlier run's import.txt must not announce
+    // a result this run did not write.
+    exchange.removeImportFile();
     QVector<bool> flags;
     QString listError;
     if (!exchange.setModelFiles(exchange.getModelFilenames(flags, listError))) {

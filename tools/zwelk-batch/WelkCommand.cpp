@@ -448,6 +448,9 @@ int runWelk(const QStringList& words)
     Models models;
     if (!loadModels(args, models, error)) {
         printError(oneLine(error));
+        // ZWelk ends such a start the same way, so that the plug-in stops waiting.
+        if (fromExchange)
+            models.exchange.removeStatusFile();
         return ExitFailed;
     }
     const double loadSeconds = double(clock.nsecsElapsed()) / 1e9;
@@ -544,6 +547,8 @@ int runWelk(const QStringList& words)
     const FitResult& result = fit.result();
     if (result.status == FitResult::Failed) {
         printError(result.error);
+        if (fromExchange)
+            models.exchange.removeStatusFile();
         return ExitFailed;
     }
     const bool interrupted = result.status == FitResult::Interrupted;
@@ -552,7 +557,9 @@ int runWelk(const QStringList& words)
     if (fromExchange) {
         models.exchangeModels->setResultVertices(result.transform, result.welked);
         if (writeWelkResult(*models.exchangeModels, error) != ResultWritten) {
+            // The run is over all the same: the plug-in must stop waiting.
             printError(oneLine(error));
+            models.exchange.removeStatusFile();
             return ExitFailed;
         }
         announceResult(*models.exchangeModels);

@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Runs the test suite under sanitizers, each build in a folder of its own.
+#
+#   scripts/sanitize.sh [asan|asan-headless|asan-parsers] [ctest arguments...]
+#
+#   asan           every test under AddressSanitizer + UndefinedBehaviorSanitizer
+#                  (build-asan/), GUI tests included under Xvfb
+#   asan-headless  the same without the GUI and render programs (label gui)
+#   asan-parsers   geometry_tests and document_tests only (OBJ, GoZ, images,
+#                  the writers and the fuzz regressions), as CI runs it
+#
+# Any report fails the test that caused it. Suppressions live in
+# tests/sanitize/ and name only third-party libraries.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+MODE=${1:-asan}
+shift || true
+JOBS=${ZWELK_JOBS:-$(nproc)}
+SUPP="$PWD/tests/sanitize"
+export XDG_RUNTIME_DIR=${XDG_RUNTIME_DIR:-$(mktemp -d -t zwelk-runtime-XXXXXX)}
+chmod 700 "$XDG_RUNTIME_DIR"
+export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$PWD}
+
+configure() {
+    local dir=$1 sanitizers=$2
+    cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZWELK_SANITIZERS="$sanitizers" >/dev/null
+}
+
+case "$MODE" in
+asan | asan-headless | asan-parsers)
+    configure build-asan address,undefined
+    if [ "$MODE" = asan ]; then
+        cmake --build build-asan -j "$JOBS"
+    elif [ "$MODE" = asan-parsers ]; then
+        cmake --build build-asan -j "$JOBS" --target geometry_tests document_tests
+    else
+        # Everything but the GUI and render test programs.
+        cmake --build build-asan -j "$JOBS" --target geometry_tests document_tests search_tests \
+            optimisation_tests fitting_classic_tests fitting_accelerated_tests steps_tests exchange_tests \
+            texture_tests batch_tests commands_tests zwelk-batch
+    fi
+    export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1:detect_stack_use_after_return=1"
+    export LSAN_OPTIONS="suppressions=$SUPP/lsan.supp:print_suppressions=0"
+    export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1:suppressions=$SUPP/ubsan.supp"
+    labels=()
+    if [ "$MODE" = asan-headless ]; then labels=(-LE gui); fi
+    if [ "$MODE" = asan-parsers ]; then labels=(-L "^(geometry|document)$"); fi
+    time xvfb-run -a -s "-screen 0 1600x1000x24" \
+        ctest --test-dir build-asan --output-on-failure --timeout 1800 -j "$JOBS" "${labels[@]}" "$@"
+    ;;
+*)
+    sed -n '2,12p' "$0" | sed 's/^# \{0,1\}//'
+    exit 2
+    ;;
+esac
