@@ -26,7 +26,7 @@ JOBS=${ZWELK_FUZZ_JOBS:-1}
 
 # target -> seed folder under tests/fuzz/corpus, and the largest input.
 # A new format adds one line here and one zwelk_add_fuzzer in
-# tests/fuzz/CMakeLists.txt (e.g. "splines splines 16384" for spline files).
+# tests/fuzz/CMakeLists.txt.
 TABLE="
 goz                 goz        8192
 obj_graph           obj        32768
@@ -38,6 +38,7 @@ landmark_file       landmarks  4096
 settings            settings   4096
 image               image      8192
 classic_parameters  classic    4096
+splines             splines    16384
 "
 
 export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$PWD} 

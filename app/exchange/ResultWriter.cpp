@@ -4,10 +4,6 @@
 
 #include "document/WImg.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-
 #include <opencv2/core.hpp>
 
 namespace WelkPlugin {
@@ -25,22 +21,10 @@ SaveResult writeWelkResult(ModelsData& models, QString& error)
 
 SaveResult writeTextureResult(const ModelsData& models, const Welk::WImg& image, QString& error)
 {
-    const QString path = models.exchange().resultTexturePath();
-    const QFileInfo info(path);
-    // Same folder, so the rename cannot cross file systems; same suffix, so
-    // the image library picks the same format.
-    const QString partial = info.dir().filePath(QStringLiteral(".%1.partial.%2").arg(info.completeBaseName(), info.suffix()));
-    QString saveError;
-    if (image.isNull())
-        saveError = QStringLiteral("There is no result image");
-    else if (!image.save(partial, &saveError))
-        QFile::remove(partial);
-    else if (QFile::exists(path) && !QFile::remove(path))
-        saveError = QStringLiteral("%1 can't be replaced").arg(path);
-    else if (!QFile::rename(partial, path))
-        saveError = QStringLiteral("%1 can't be renamed to %2").arg(partial, path);
-    if (!saveError.isEmpty()) {
-        QFile::remove(partial);
+    // WImg::save replaces the file in one rename, so ZBrush never finds half
+    // an image and a failed write keeps the old one.
+    QString saveError = QStringLiteral("There is no result image");
+    if (image.isNull() || !image.save(models.exchange().resultTexturePath(), &saveError)) {
         error = QStringLiteral("Cannot save result texture file:\n%1").arg(saveError);
         return ResultCancelled;
     }

@@ -23,9 +23,8 @@ enum SaveResult
 SaveResult writeWelkResult(ModelsData& models, QString& error);
 
 /// Writes the texture mode's result beside the first mesh as
-/// "<first mesh>_TXTR.tif". The image goes to a temporary file in the same
-/// folder first and replaces the result in one rename, so ZBrush never
-/// finds half an image. On failure `error` is the text shown to the user.
+/// "<first mesh>_TXTR.tif", whole or not at all. On failure `error` is the
+/// text shown to the user.
 SaveResult writeTextureResult(const ModelsData& models, const Welk::WImg& image, QString& error);
 
 /// The image with 8 bits a channel (16-bit and float scaled to 0..255).
