@@ -280,23 +280,30 @@ void ZPluginSelectPointPairsWithSplines::mirror()
         warn(outcome.title, outcome.text);
 }
 
+bool ZPluginSelectPointPairsWithSplines::askFormat(SplineFile::Form& form)
+{
+    bool ok = false;
+    const QStringList forms = SplineFile::formNames();
+    const QString chosen =
+        QInputDialog::getItem(m_window, SplineStepTexts::formatTitle(), tr("Format"), forms, 0, false, &ok);
+    form = SplineFile::Form(std::max(0, int(forms.indexOf(chosen))));
+    return ok;
+}
+
 void ZPluginSelectPointPairsWithSplines::importSplines()
 {
     if (!m_splines[m_side]->hasGeometry()) {
         warn(SplineStepTexts::importFailedTitle(), QStringLiteral("Missing geometry"));
         return;
     }
-    bool ok = false;
-    const QStringList forms = SplineFile::formNames();
-    const QString form =
-        QInputDialog::getItem(m_window, SplineStepTexts::formatTitle(), tr("Format"), forms, 0, false, &ok);
-    if (!ok)
+    SplineFile::Form form = SplineFile::NamedPointsOnTriangles;
+    if (!askFormat(form))
         return;
     const QString path = QFileDialog::getOpenFileName(m_window, SplineStepTexts::importTitle(), QString(),
                                                       SplineStepTexts::importFilter());
     if (path.isEmpty())
         return;
-    const QString error = m_splines[m_side]->importFile(path, SplineFile::Form(forms.indexOf(form)));
+    const QString error = m_splines[m_side]->importFile(path, form);
     if (!error.isEmpty())
         warn(SplineStepTexts::importFailedTitle(), error);
 }
@@ -312,18 +319,15 @@ void ZPluginSelectPointPairsWithSplines::exportSplines()
         warn(SplineStepTexts::exportDoneTitle(), QStringLiteral("Missing geometry"));
         return;
     }
-    bool ok = false;
-    const QStringList forms = SplineFile::formNames();
-    const QString form =
-        QInputDialog::getItem(m_window, SplineStepTexts::formatTitle(), tr("Format"), forms, 0, false, &ok);
-    if (!ok)
+    SplineFile::Form form = SplineFile::NamedPointsOnTriangles;
+    if (!askFormat(form))
         return;
     QFileDialog dialog(m_window, SplineStepTexts::exportTitle(), QString(), SplineStepTexts::exportFilter());
     dialog.setAcceptMode(QFileDialog::AcceptSave);
     dialog.setDefaultSuffix(SplineStepTexts::exportSuffix());
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
         return;
-    const QString error = model->exportFile(dialog.selectedFiles().first(), SplineFile::Form(forms.indexOf(form)));
+    const QString error = model->exportFile(dialog.selectedFiles().first(), form);
     if (!error.isEmpty())
         warn(SplineStepTexts::exportDoneTitle(), error);
     else

@@ -2,6 +2,8 @@
 
 #include "ModuleContainerBase.h"
 
+#include "steps/splines/SplineFile.h"
+
 #include <memory>
 
 class QLabel;
@@ -51,6 +53,8 @@ private:
     void rename();
     void resample();
     void mirror();
+    /// "Select splines format"; false when the user cancels.
+    bool askFormat(SplineFile::Form& form);
     void importSplines();
     void exportSplines();
     void warn(const QString& title, const QString& text);
