@@ -345,6 +345,8 @@ TEST_F(ObjReaderTBBTest, ALargeFileReadsBackTheExactMeshItWasWrittenFrom)
     EXPECT_TRUE(lists.texCoordIndices == corners);
     ASSERT_EQ(lists.polygonSizes.size(), columns * rows);
     EXPECT_EQ(lists.polygonOffsets.last(), corners.size());
+}
+
 namespace {
 
 /// Peak resident memory of this process since the last reset, in bytes
