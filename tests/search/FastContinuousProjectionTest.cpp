@@ -53,8 +53,9 @@ TEST(FastContinuousProjection, KeepsItsDistanceOnACurvedSurfaceAndMovesContinuou
         // Along interpolated normals a sphere maps nearly radially; the facets sag by under 1%.
         EXPECT_LT((position.normalized() - target.normalized()).length(), 0.01f) << step;
         EXPECT_NEAR(position.length(), 1.0f, 0.01f);
-        if (step > 0)
+        if (step > 0) {
             EXPECT_LT((position - last).length(), 0.04f) << step;
+        }
         last = position;
     }
 }

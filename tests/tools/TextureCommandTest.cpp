@@ -39,15 +39,6 @@ BatchOutput texture(const QStringList& arguments)
     return batch(QStringList{QStringLiteral("texture")} + arguments);
 }
 
-double largestDifference(const cv::Mat& a, const cv::Mat& b)
-{
-    cv::Mat difference;
-    cv::absdiff(a, b, difference);
-    double largest = 0.0;
-    cv::minMaxLoc(difference.reshape(1), nullptr, &largest);
-    return largest;
-}
-
 /// An n by n quad grid over the unit square at height z; `uv` maps (x, y)
 /// to texture coordinates, or the grid has none when it is empty.
 GeometryStack2::GeomStack grid(int n, float z, const std::function<QVector2D(float, float)>& uv)

@@ -365,8 +365,9 @@ TEST_F(ControllerTest, ShiftClickAppendsTheShortestPath)
     // Along the row y = 1 of the grid: every point on it, left to right.
     for (int i = 0; i < points.size(); ++i) {
         EXPECT_NEAR(points[i].y(), 100, 1e-2);
-        if (i > 0)
+        if (i > 0) {
             EXPECT_GT(points[i].x(), points[i - 1].x());
+        }
     }
 }
 

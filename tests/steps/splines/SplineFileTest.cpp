@@ -90,8 +90,9 @@ TEST_F(SplineFileTest, EveryFormRoundTrips)
                 }
             }
         }
-        if (!SplineFile::isNamed(form))
+        if (!SplineFile::isNamed(form)) {
             EXPECT_EQ(read.order, expectedNames);
+        }
         SplineFile::Form detected;
         QFile file(path);
         ASSERT_TRUE(file.open(QIODevice::ReadOnly));
