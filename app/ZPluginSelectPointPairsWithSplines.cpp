@@ -1,5 +1,7 @@
 #include "ZPluginSelectPointPairsWithSplines.h"
 
+#include "PanelHeading.h"
+
 #include "RenameSplineDialog.h"
 #include "SplineViewHost.h"
 #include "ZGLViewport.h"
@@ -35,13 +37,6 @@ QPushButton* toolButton(const QString& text, const QString& tip, QWidget* parent
     return button;
 }
 
-QLabel* heading(const QString& text, QWidget* parent)
-{
-    auto* label = new QLabel(text, parent);
-    label->setStyleSheet(QStringLiteral("font-weight: bold; margin-top: 6px;"));
-    return label;
-}
-
 } // namespace
 
 ZPluginSelectPointPairsWithSplines::ZPluginSelectPointPairsWithSplines(std::shared_ptr<ModelsData> models,
@@ -51,7 +46,7 @@ ZPluginSelectPointPairsWithSplines::ZPluginSelectPointPairsWithSplines(std::shar
 {
     QVBoxLayout* layout = panelLayout();
     for (int side = 0; side < 2; ++side) {
-        layout->addWidget(heading(tr("%1 Splines").arg(SideNames[side]), this));
+        layout->addWidget(panelHeading(tr("%1 Splines").arg(SideNames[side]), this));
         m_lists[side] = new QListWidget(this);
         m_lists[side]->setObjectName(side == 0 ? QStringLiteral("baseSplines") : QStringLiteral("scanSplines"));
         m_lists[side]->setToolTip(tr("The %1's splines in their order; a click selects one for the tools")
@@ -60,7 +55,7 @@ ZPluginSelectPointPairsWithSplines::ZPluginSelectPointPairsWithSplines(std::shar
         layout->addWidget(m_lists[side]);
     }
 
-    layout->addWidget(heading(tr("Tools"), this));
+    layout->addWidget(panelHeading(tr("Tools"), this));
     auto* grid = new QGridLayout;
     auto* renameButton = toolButton(tr("Rename..."), tr("Give the selected spline another name; a spline pairs "
                                                         "with the other model's spline of the same name"),

@@ -3,6 +3,8 @@
 #include "PluginWelkPresetBar.h"
 #include "ZDistanceLegend.h"
 
+#include "PanelHeading.h"
+
 #include <QCheckBox>
 #include <QLabel>
 #include <QPushButton>
@@ -10,24 +12,13 @@
 
 namespace WelkPlugin {
 
-namespace {
-
-QLabel* heading(const QString& text, QWidget* parent)
-{
-    auto* label = new QLabel(text, parent);
-    label->setStyleSheet(QStringLiteral("font-weight: bold; margin-top: 6px;"));
-    return label;
-}
-
-} // namespace
-
 PluginWelkingWidget::PluginWelkingWidget(QWidget* parent) : QWidget(parent)
 {
     setObjectName(QStringLiteral("welkingWidget"));
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
 
-    layout->addWidget(heading(tr("Fit"), this));
+    layout->addWidget(panelHeading(tr("Fit"), this));
     m_message = new QLabel(this);
     m_message->setWordWrap(true);
     m_message->setStyleSheet(QStringLiteral("color: #ffd9a0;"));
@@ -50,7 +41,7 @@ PluginWelkingWidget::PluginWelkingWidget(QWidget* parent) : QWidget(parent)
     layout->addWidget(m_cartoon);
     layout->addWidget(m_stop);
 
-    layout->addWidget(heading(tr("Alignment"), this));
+    layout->addWidget(panelHeading(tr("Alignment"), this));
     m_rigid = new QCheckBox(QStringLiteral("Rigid Alignment"), this);
     m_rigid->setToolTip(
         tr("Move and turn the basemesh onto the scan by the point pairs first (3 pairs or more)"));
@@ -59,14 +50,14 @@ PluginWelkingWidget::PluginWelkingWidget(QWidget* parent) : QWidget(parent)
     layout->addWidget(m_rigid);
     layout->addWidget(m_scale);
 
-    layout->addWidget(heading(tr("Settings"), this));
+    layout->addWidget(panelHeading(tr("Settings"), this));
     m_presets = new PluginWelkPresetBar(this);
     layout->addWidget(m_presets);
     m_preferences = new QPushButton(tr("Preferences..."), this);
     m_preferences->setToolTip(tr("Edit, load and save every setting of the fit"));
     layout->addWidget(m_preferences);
 
-    layout->addWidget(heading(tr("Display"), this));
+    layout->addWidget(panelHeading(tr("Display"), this));
     m_nodes = new QCheckBox(tr("Show Graph Nodes"), this);
     m_nodes->setToolTip(tr("Show the nodes of the level being fitted while the fit runs"));
     layout->addWidget(m_nodes);

@@ -1,5 +1,7 @@
 #include "PluginTextureWidget.h"
 
+#include "PanelHeading.h"
+
 #include <QCheckBox>
 #include <QDoubleSpinBox>
 #include <QFormLayout>
@@ -14,13 +16,6 @@
 namespace WelkPlugin {
 
 namespace {
-
-QLabel* heading(const QString& text, QWidget* parent)
-{
-    auto* label = new QLabel(text, parent);
-    label->setStyleSheet(QStringLiteral("font-weight: bold; margin-top: 6px;"));
-    return label;
-}
 
 QSpinBox* sideBox(const QString& tip, QWidget* parent)
 {
@@ -39,7 +34,7 @@ PluginTextureWidget::PluginTextureWidget(QWidget* parent) : QWidget(parent)
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
 
-    layout->addWidget(heading(tr("Output"), this));
+    layout->addWidget(panelHeading(tr("Output"), this));
     auto* size = new QFormLayout;
     m_width = sideBox(tr("Width of the result image in pixels (1 to 16384)"), this);
     m_height = sideBox(tr("Height of the result image in pixels (1 to 16384)"), this);
@@ -60,7 +55,7 @@ PluginTextureWidget::PluginTextureWidget(QWidget* parent) : QWidget(parent)
     presets->setMenu(menu);
     layout->addWidget(presets);
 
-    layout->addWidget(heading(tr("Projection"), this));
+    layout->addWidget(panelHeading(tr("Projection"), this));
     m_limit = new QCheckBox(QStringLiteral("Limit Distance"), this);
     m_limit->setToolTip(tr("Take colour only from source surfaces closer than Distance along the target's "
                            "normal; farther texels stay empty"));
@@ -73,7 +68,7 @@ PluginTextureWidget::PluginTextureWidget(QWidget* parent) : QWidget(parent)
     distance->addRow(QStringLiteral("Distance"), m_distance);
     layout->addLayout(distance);
 
-    layout->addWidget(heading(tr("UV Tile"), this));
+    layout->addWidget(panelHeading(tr("UV Tile"), this));
     auto* tile = new QFormLayout;
     m_u = new QSpinBox(this);
     m_u->setRange(-99, 99);
@@ -85,7 +80,7 @@ PluginTextureWidget::PluginTextureWidget(QWidget* parent) : QWidget(parent)
     tile->addRow(tr("V Offset"), m_v);
     layout->addLayout(tile);
 
-    layout->addWidget(heading(tr("Transfer"), this));
+    layout->addWidget(panelHeading(tr("Transfer"), this));
     m_transfer = new QPushButton(tr("Transfer"), this);
     m_transfer->setObjectName(QStringLiteral("transferButton"));
     m_transfer->setToolTip(tr("Carry the right model's texture onto the left model's UV layout (F5)"));

@@ -22,6 +22,13 @@ inline void mouse(QWidget* w, QEvent::Type type, QPoint at, Qt::MouseButton butt
     QApplication::sendEvent(w, &event);
 }
 
+/// A left click (press and release) at `at`.
+inline void click(QWidget* w, QPoint at, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+{
+    mouse(w, QEvent::MouseButtonPress, at, Qt::LeftButton, modifiers);
+    mouse(w, QEvent::MouseButtonRelease, at, Qt::LeftButton, modifiers);
+}
+
 /// A message box blocks the step that opens it: this answers the next one
 /// from a timer instead.
 /// A visible push button of `window` reading `label`, as a person finds it.

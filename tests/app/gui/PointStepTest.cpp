@@ -23,17 +23,13 @@ using WelkPlugin::PointSelectionModel;
 using WelkPlugin::ZMainWindow;
 using WelkPlugin::ZModelView;
 
+using GuiEvents::click;
+
 namespace {
 
 void leftMouse(QWidget* w, QEvent::Type type, QPoint at, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
 {
     GuiEvents::mouse(w, type, at, Qt::LeftButton, modifiers);
-}
-
-void click(QWidget* w, QPoint at, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
-{
-    leftMouse(w, QEvent::MouseButtonPress, at, modifiers);
-    leftMouse(w, QEvent::MouseButtonRelease, at, modifiers);
 }
 
 /// Where a model point shows on screen, by the camera alone.

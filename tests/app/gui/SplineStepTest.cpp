@@ -22,13 +22,9 @@
 using WelkPlugin::SplineSelectionModel;
 using WelkPlugin::ZMainWindow;
 
-namespace {
+using GuiEvents::click;
 
-void click(QWidget* w, QPoint at, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
-{
-    GuiEvents::mouse(w, QEvent::MouseButtonPress, at, Qt::LeftButton, modifiers);
-    GuiEvents::mouse(w, QEvent::MouseButtonRelease, at, Qt::LeftButton, modifiers);
-}
+namespace {
 
 void key(QWidget* w, int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
 {
