@@ -63,6 +63,12 @@ Welk::WPointOnTriangle SplineViewHost::findPointOnTriangle(const QPointF& screen
     return m_picker->pick(m_side, origin, direction);
 }
 
+bool SplineViewHost::viewRay(const QPointF& screen, QVector3D& origin, QVector3D& direction) const
+{
+    m_view->rayAt(screen, origin, direction);
+    return true;
+}
+
 bool SplineViewHost::projectToScreen(const QVector3D& position, QPointF& screen) const
 {
     return m_view->projectToScreen(position, screen);

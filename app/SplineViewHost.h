@@ -38,6 +38,7 @@ public:
     // NodeDataInterface
     const GeometryStack2::GeomStackTriangulated* geometry() const override;
     Welk::WPointOnTriangle findPointOnTriangle(const QPointF& screen) const override;
+    bool viewRay(const QPointF& screen, QVector3D& origin, QVector3D& direction) const override;
     SplineSelectionModel* splines() override { return m_splines; }
     bool hasResult() const override { return false; }
 

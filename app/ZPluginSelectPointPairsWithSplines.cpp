@@ -9,6 +9,7 @@
 #include "ZModelView.h"
 
 #include "exchange/ModelsData.h"
+#include "steps/points/PointSelectionModel.h"
 #include "steps/splines/SplinePointPairs.h"
 #include "steps/splines/SplineSelectionModel.h"
 #include "steps/splines/SplineStepTexts.h"
@@ -99,8 +100,16 @@ ZPluginSelectPointPairsWithSplines::ZPluginSelectPointPairsWithSplines(std::shar
 
     for (int side = 0; side < 2; ++side) {
         m_splines[side] = std::make_unique<SplineSelectionModel>();
-        if (const auto* mesh = m_models->geometry(side))
+        if (const auto* mesh = m_models->geometry(side)) {
             m_splines[side]->setMesh(*mesh);
+            // The picking scene answers nearest-point queries too: a dense scan
+            // then needs no second search tree, whose build would stall the
+            // first paired spline for seconds.
+            if (picker && picker->mesh(side).triangleCount() == mesh->triangleCount() &&
+                picker->mesh(side).vertexCount() == mesh->vertexCount())
+                m_splines[side]->setClosestPointLookup(
+                    [picker, side](const QVector3D& p) { return picker->closestPoint(side, p); });
+        }
         ZModelView* view = window->modelView(side);
         if (view->viewport() && m_models->geometry(side)) {
             m_hosts[side] = new SplineViewHost(view, side, m_splines[side].get(), picker);

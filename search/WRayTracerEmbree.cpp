@@ -1,5 +1,7 @@
 #include "WRayTracerEmbree.h"
 
+#include "ClosestPointOnTriangle.h"
+
 #include <QDebug>
 
 #include <cmath>
@@ -209,6 +211,60 @@ QVector<WPointOnTriangle> WRayTracerEmbree::intersectPoints(const QVector<QVecto
 WRayTracer* WRayTracerEmbree::clone() const
 {
     return new WRayTracerEmbree(m_vertices, m_indices, m_dynamic, m_robust, m_triangleMask);
+}
+
+namespace {
+
+struct ClosestPointQuery
+{
+    const float* vertices;
+    const int* indices;
+    const QVector<quint8>* mask;
+    WPointOnTriangle best;
+};
+
+// Called by Embree for every triangle whose box meets the query sphere;
+// shrinking the radius prunes the rest of the traversal.
+bool closestPointCallback(RTCPointQueryFunctionArguments* args)
+{
+    auto* query = static_cast<ClosestPointQuery*>(args->userPtr);
+    const int t = int(args->primID);
+    if (!query->mask->isEmpty() && (*query->mask)[t] == 0)
+        return false;
+    auto corner = [query, t](int c) {
+        const float* v = query->vertices + 3 * size_t(query->indices[3 * t + c]);
+        return QVector3D(v[0], v[1], v[2]);
+    };
+    const QVector3D p(args->query->x, args->query->y, args->query->z);
+    float u = 0.0f, v = 0.0f;
+    const QVector3D nearest = ClosestTriangleSearch::closestPointOnTriangle(corner(0), corner(1), corner(2), p, u, v);
+    const float d = (nearest - p).length();
+    if (!(d < args->query->radius))
+        return false;
+    args->query->radius = d;
+    query->best = WPointOnTriangle{t, u, v};
+    return true;
+}
+
+} // namespace
+
+WPointOnTriangle WRayTracerEmbree::closestPoint(const QVector3D& position, float maxDistance, float* distance) const
+{
+    ClosestPointQuery query{m_vertices.data(), m_indices.constData(), &m_triangleMask, WPointOnTriangle()};
+    if (m_scene && m_geometry) {
+        RTCPointQuery pointQuery;
+        pointQuery.x = position.x();
+        pointQuery.y = position.y();
+        pointQuery.z = position.z();
+        pointQuery.time = 0.0f;
+        pointQuery.radius = maxDistance;
+        RTCPointQueryContext context;
+        rtcInitPointQueryContext(&context);
+        rtcPointQuery(m_scene, &pointQuery, &context, closestPointCallback, &query);
+        if (distance && query.best.isValid())
+            *distance = pointQuery.radius;
+    }
+    return query.best;
 }
 
 bool WRayTracerEmbree::updateVertices(const QVector<QVector3D>& vertices)

@@ -43,6 +43,14 @@ public:
                    QVector3D& normal) const override;
     WRayTracer* clone() const override;
 
+    /// The nearest surface point to `position` within `maxDistance`
+    /// (Embree's point query over the scene the rays use, so it costs no
+    /// build of its own); invalid when none is that near. Masked triangles
+    /// are left out, as for rays. Safe to call from several threads.
+    WPointOnTriangle closestPoint(const QVector3D& position,
+                                  float maxDistance = std::numeric_limits<float>::infinity(),
+                                  float* distance = nullptr) const;
+
     /// Moves the vertices (same count, same triangles) and rebuilds the
     /// scene: a refit for a dynamic tracer, a full build otherwise. Returns
     /// false, changing nothing, when the count differs.

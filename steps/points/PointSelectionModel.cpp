@@ -56,6 +56,13 @@ WPointOnTriangle PointSelectionModel::pick(int side, const QVector3D& origin, co
     return m_tracers[side]->intersectPoint(origin, direction);
 }
 
+WPointOnTriangle PointSelectionModel::closestPoint(int side, const QVector3D& position) const
+{
+    if (!m_tracers[side])
+        return WPointOnTriangle();
+    return m_tracers[side]->closestPoint(position);
+}
+
 QVector3D PointSelectionModel::position(int side, int index) const
 {
     const WPointOnTriangle& p = m_state.points[side].at(index);

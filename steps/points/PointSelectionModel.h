@@ -49,6 +49,9 @@ public:
     /// The first surface point under a ray (masked triangles included, so
     /// that they hide what is behind them); invalid for none.
     Welk::WPointOnTriangle pick(int side, const QVector3D& origin, const QVector3D& direction) const;
+    /// The nearest surface point, through the same scene as `pick` (so it
+    /// needs no search structure of its own); invalid without a model.
+    Welk::WPointOnTriangle closestPoint(int side, const QVector3D& position) const;
     const Welk::WRayTracer* rayTracer(int side) const { return m_tracers[side].get(); }
 
     const QVector<Welk::WPointOnTriangle>& points(int side) const { return m_state.points[side]; }

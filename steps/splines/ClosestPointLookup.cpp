@@ -15,4 +15,42 @@ ClosestPointLookup makeClosestPointLookup(const GeometryStack2::GeomStackTriangu
     return [search](const QVector3D& p) { return search->find(p); };
 }
 
+namespace {
+
+class LookupFinder : public ClosestTriangleSearch::ClosestTriangleFinder
+{
+public:
+    LookupFinder(const ClosestPointLookup& lookup, const GeometryStack2::GeomStackTriangulated& mesh)
+        : m_lookup(lookup), m_vertices(mesh.vertices()), m_indices(mesh.triangleVertexIndices())
+    {
+    }
+
+    Welk::WPointOnTriangle find(const QVector3D& point, float* distance) const override
+    {
+        const Welk::WPointOnTriangle found = m_lookup(point);
+        if (!found.isValid() || found.triangle >= m_indices.size() / 3)
+            return {};
+        const float d = (found.position(m_vertices, m_indices) - point).length();
+        if (distance) {
+            if (d > *distance)
+                return {};
+            *distance = d;
+        }
+        return found;
+    }
+
+private:
+    ClosestPointLookup m_lookup;
+    QVector<QVector3D> m_vertices;
+    QVector<int> m_indices;
+};
+
+} // namespace
+
+std::shared_ptr<const ClosestTriangleSearch::ClosestTriangleFinder>
+lookupFinder(const ClosestPointLookup& lookup, const GeometryStack2::GeomStackTriangulated& mesh)
+{
+    return std::make_shared<LookupFinder>(lookup, mesh);
+}
+
 } // namespace WelkPlugin

@@ -6,6 +6,11 @@
 #include <QVector3D>
 
 #include <functional>
+#include <memory>
+
+namespace ClosestTriangleSearch {
+class ClosestTriangleFinder;
+}
 
 namespace WelkPlugin {
 
@@ -21,5 +26,10 @@ using ClosestPointLookup = std::function<Welk::WPointOnTriangle(const QVector3D&
 /// library (boxes over triangles, split in space where triangles are long).
 /// Building it costs a tree build, so build once per mesh and reuse.
 ClosestPointLookup makeClosestPointLookup(const GeometryStack2::GeomStackTriangulated& mesh);
+
+/// `lookup` as a closest-triangle finder over `mesh`'s vertices, for the
+/// searches that take one (the drag's restarts); it keeps copies of both.
+std::shared_ptr<const ClosestTriangleSearch::ClosestTriangleFinder>
+lookupFinder(const ClosestPointLookup& lookup, const GeometryStack2::GeomStackTriangulated& mesh);
 
 } // namespace WelkPlugin

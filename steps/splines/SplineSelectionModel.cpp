@@ -3,6 +3,8 @@
 #include "SplineMirror.h"
 #include "WSplinesCommands.h"
 
+#include "search/FastContinuousProjectionOnTriangleFinder.h"
+
 #include <QRegularExpression>
 
 namespace WelkPlugin {
@@ -81,6 +83,7 @@ void SplineSelectionModel::setMesh(const GeometryStack2::GeomStackTriangulated& 
 {
     m_mesh = mesh;
     m_lookup = nullptr;
+    m_dragFinder.reset();
     m_symmetry.reset();
     m_commands.clear();
     m_state = SplinesState();
@@ -115,6 +118,20 @@ SplineMap SplineSelectionModel::sampledSplines() const
         sampled.insert(it.key(),
                        WSpline::sampleOnSurface(*m_curve, it.value(), m_mesh, m_pointsPerSpline, closestPointLookup()));
     return sampled;
+}
+
+void SplineSelectionModel::setClosestPointLookup(const ClosestPointLookup& lookup)
+{
+    m_lookup = lookup;
+    m_dragFinder.reset();
+}
+
+const KeepDistance::FastContinuousProjectionOnTriangleFinder& SplineSelectionModel::dragFinder() const
+{
+    if (!m_dragFinder)
+        m_dragFinder = std::make_shared<KeepDistance::FastContinuousProjectionOnTriangleFinder>(
+            m_mesh.vertices(), m_mesh.triangleVertexIndices(), lookupFinder(closestPointLookup(), m_mesh));
+    return *m_dragFinder;
 }
 
 const ClosestPointLookup& SplineSelectionModel::closestPointLookup() const

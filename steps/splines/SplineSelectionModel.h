@@ -17,6 +17,10 @@ namespace Welk {
 class ProgressInterface;
 }
 
+namespace KeepDistance {
+class FastContinuousProjectionOnTriangleFinder;
+}
+
 namespace WelkPlugin {
 
 /// The splines of one model without widgets: the set, its list order and
@@ -62,7 +66,11 @@ public:
     /// Nearest surface points of the model (built on first use).
     const ClosestPointLookup& closestPointLookup() const;
     /// Replaces the search behind `closestPointLookup` (a faster one).
-    void setClosestPointLookup(const ClosestPointLookup& lookup) { m_lookup = lookup; }
+    void setClosestPointLookup(const ClosestPointLookup& lookup);
+
+    /// Moves dragged points along the surface (built on first use; its
+    /// restarts go through `closestPointLookup`).
+    const KeepDistance::FastContinuousProjectionOnTriangleFinder& dragFinder() const;
 
     /// A free name "Spline N", N from 1.
     QString uniqueName(const QString& stem = QStringLiteral("Spline ")) const;
@@ -138,6 +146,7 @@ private:
     std::unique_ptr<WSpline::Curve> m_curve;
     int m_pointsPerSpline = 20;
     mutable ClosestPointLookup m_lookup;
+    mutable std::shared_ptr<KeepDistance::FastContinuousProjectionOnTriangleFinder> m_dragFinder;
     mutable std::optional<QVector<int>> m_symmetry;
 };
 

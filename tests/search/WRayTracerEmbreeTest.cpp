@@ -4,6 +4,7 @@
 #include "search/WRayTracerEmbree.h"
 
 #include "geometry/GeomStackTriangulated.h"
+#include "SearchTestMeshes.h"
 #include "support/MeshFactory.h"
 
 #include <gtest/gtest.h>
@@ -315,3 +316,53 @@ TEST(WRayTracerEmbree, ConcurrentQueriesKeepTheirOwnFaceFilter)
 }
 
 } // namespace
+
+// The point query against a double-precision scan of every triangle, on a
+// noisy sphere and on a soup of overlapping slivers; then the mask and the
+// distance limit.
+TEST(WRayTracerEmbree, ClosestPointsMatchBruteForce)
+{
+    namespace T = SearchTestMeshes;
+    for (const T::Mesh& m : {T::sphere(12, 16, 1.0f, 0.05f, 7u), T::soup(150, 11u)}) {
+        const WRayTracerEmbree tracer(m.vertices, m.indices);
+        for (const QVector3D& q : T::queries(300, 1.5f, 3u)) {
+            float distance = -1.0f;
+            const WPointOnTriangle p = tracer.closestPoint(q, std::numeric_limits<float>::infinity(), &distance);
+            ASSERT_TRUE(p.isValid());
+            const double expected = T::meshDistance(m, q);
+            EXPECT_NEAR(distance, expected, 1e-4 * (1.0 + expected));
+            // The point itself, not only the distance, is that near.
+            EXPECT_NEAR((p.position(m.vertices, m.indices) - q).length(), expected, 1e-4 * (1.0 + expected));
+        }
+    }
+}
+
+TEST(WRayTracerEmbree, ClosestPointSkipsMaskedTrianglesAndKeepsToTheLimit)
+{
+    const Mesh upper = grid(4, 1.0f);
+    Mesh both = grid(4, 0.0f);
+    for (const QVector3D& v : upper.vertices)
+        both.vertices.append(v);
+    for (int i : upper.triangles)
+        both.triangles.append(i + upper.vertices.size());
+    WRayTracerEmbree tracer(both.vertices, both.triangles);
+    const QVector3D q(1.3f, 2.6f, 0.8f);
+
+    float distance = 0.0f;
+    WPointOnTriangle p = tracer.closestPoint(q, INFINITY, &distance);
+    ASSERT_TRUE(p.isValid());
+    EXPECT_GE(p.triangle, 32); // the upper sheet
+    EXPECT_NEAR(distance, 0.2f, 1e-5f);
+
+    QVector<quint8> mask(tracer.triangleCount(), 1);
+    for (int t = 32; t < mask.size(); ++t)
+        mask[t] = 0;
+    ASSERT_TRUE(tracer.setTriangleMask(mask));
+    p = tracer.closestPoint(q, INFINITY, &distance);
+    ASSERT_TRUE(p.isValid());
+    EXPECT_LT(p.triangle, 32);
+    EXPECT_NEAR(distance, 0.8f, 1e-5f);
+
+    EXPECT_FALSE(tracer.closestPoint(q, 0.5f).isValid());
+    EXPECT_FALSE(WRayTracerEmbree(QVector<QVector3D>(), QVector<int>()).closestPoint(q).isValid());
+}

@@ -1,5 +1,7 @@
 #include "ControllerStates.h"
 
+#include "search/FastContinuousProjectionOnTriangleFinder.h"
+
 namespace Welk {
 namespace SelectPointsWithSplines {
 
@@ -32,6 +34,40 @@ WPointOnTriangle Controller::Shared::surfaceAt(const QPointF& screen)
     lastHit = hit;
     lastHitPosition = hit.isValid() ? positionOf(hit) : QVector3D();
     return hit;
+}
+
+WPointOnTriangle Controller::Shared::dragTo(const QPointF& screen, const WPointOnTriangle& previous)
+{
+    const WPointOnTriangle hit = surfaceAt(screen);
+    QVector3D origin, direction;
+    const GeometryStack2::GeomStackTriangulated* mesh = geometry();
+    if (!mesh || !previous.isValid() || previous.triangle >= mesh->triangleCount() ||
+        !nodeData->viewRay(screen, origin, direction) || direction.lengthSquared() == 0.0f)
+        return hit;
+
+    // The cursor's place at the dragged point's depth: where its ray meets
+    // the plane through the point that faces the camera.
+    const QVector3D from = positionOf(previous);
+    const float along = QVector3D::dotProduct(from - origin, direction) / direction.lengthSquared();
+    const QVector3D target = origin + along * direction;
+    // A hit about as far from that place as the cursor moved is the same
+    // part of the surface; a farther one lies behind or in front of it.
+    if (hit.isValid()) {
+        const float step = (target - from).length();
+        if ((lastHitPosition - target).length() <= 2.0f * step + 1e-6f * (1.0f + from.length()))
+            return hit;
+    }
+
+    QString error;
+    const WPointOnTriangle slid = model()->dragFinder().project(target, previous, &error);
+    if (!slid.isValid()) {
+        if (!error.isEmpty())
+            renderer->setHint(error);
+        return hit;
+    }
+    lastHit = slid;
+    lastHitPosition = positionOf(slid);
+    return slid;
 }
 
 QVector3D Controller::Shared::positionOf(const WPointOnTriangle& point) const
@@ -284,8 +320,10 @@ MovePoint::MovePoint(Controller::Shared& shared, const QString& spline, int inde
 
 std::unique_ptr<Controller::State> MovePoint::onMouseMove(const MouseEvent& event)
 {
-    const WPointOnTriangle surface = m_shared.surfaceAt(event.position);
-    if (surface.isValid() && m_index >= 0 && m_index < m_points.size() && m_points[m_index] != surface) {
+    const bool inRange = m_index >= 0 && m_index < m_points.size();
+    const WPointOnTriangle surface =
+        m_shared.dragTo(event.position, inRange ? m_points[m_index] : WPointOnTriangle());
+    if (surface.isValid() && inRange && m_points[m_index] != surface) {
         m_points[m_index] = surface;
         m_changed = true;
     }
@@ -497,9 +535,10 @@ std::unique_ptr<State> Idle::onKeyPress(const KeyEvent& event, DrawSplineBase::E
 std::unique_ptr<State> MovePoint::onMouseMove(const MouseEvent& event, DrawSplineBase::End&)
 {
     Controller::Shared& shared = m_owner.shared();
-    const WPointOnTriangle surface = shared.surfaceAt(event.position);
     QVector<WPointOnTriangle>& points = m_owner.points();
-    if (surface.isValid() && m_index >= 0 && m_index < points.size())
+    const bool inRange = m_index >= 0 && m_index < points.size();
+    const WPointOnTriangle surface = shared.dragTo(event.position, inRange ? points[m_index] : WPointOnTriangle());
+    if (surface.isValid() && inRange)
         points[m_index] = surface;
     shared.used = true;
     return nullptr;

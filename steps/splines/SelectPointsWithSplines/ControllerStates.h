@@ -40,6 +40,13 @@ struct Controller::Shared
 
     /// The surface point under `screen`, remembered as the last hit.
     WPointOnTriangle surfaceAt(const QPointF& screen);
+    /// Where a point dragged from `previous` goes for the cursor at
+    /// `screen`, remembered as the last hit: the point under the cursor
+    /// while it stays near the dragged point's depth, else the surface
+    /// point reached by sliding from `previous` (past silhouettes, and where
+    /// the cursor passes over a part in front). A bad triangle on the way
+    /// shows its message in the hint line; invalid: keep the point.
+    WPointOnTriangle dragTo(const QPointF& screen, const WPointOnTriangle& previous);
     QVector3D positionOf(const WPointOnTriangle& point) const;
     QVector<QVector3D> positionsOf(const QVector<WPointOnTriangle>& points) const;
     /// Hit test against the committed splines, in list order.

@@ -4,6 +4,7 @@
 #include "geometry/WPointOnTriangle.h"
 
 #include <QPointF>
+#include <QVector3D>
 #include <QVector>
 
 namespace WelkPlugin {
@@ -31,6 +32,15 @@ public:
     /// picks through its camera and the model's ray tracer
     /// (`WRayTracerEmbree::intersectPoint`).
     virtual WPointOnTriangle findPointOnTriangle(const QPointF& screen) const = 0;
+
+    /// The camera ray through a viewport position, in model coordinates
+    /// (`direction` need not be of unit length). A host that gives it lets
+    /// dragged points slide along the surface instead of jumping to
+    /// whatever lies under the cursor; by default there is none.
+    virtual bool viewRay(const QPointF& /*screen*/, QVector3D& /*origin*/, QVector3D& /*direction*/) const
+    {
+        return false;
+    }
 
     /// The spline set that the controller edits through its commands.
     virtual WelkPlugin::SplineSelectionModel* splines() = 0;

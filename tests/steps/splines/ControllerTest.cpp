@@ -429,3 +429,153 @@ TEST_F(ControllerTest, QtEventsDriveItToo)
 }
 
 } // namespace
+
+namespace {
+
+/// A mesh seen from above through rays straight down: the pick takes the
+/// highest triangle under the cursor, as a camera would, and the view gives
+/// its rays, so dragged points may slide.
+class RayNodeData : public GridNodeData
+{
+public:
+    using GridNodeData::GridNodeData;
+    WPointOnTriangle findPointOnTriangle(const QPointF& screen) const override
+    {
+        const QVector3D c(float(screen.x() / 100.0), float(screen.y() / 100.0), 0.0f);
+        const QVector<int>& t = mesh.triangleVertexIndices();
+        const QVector<QVector3D>& v = mesh.vertices();
+        WPointOnTriangle best;
+        float top = -INFINITY;
+        for (int k = 0; k < mesh.triangleCount(); ++k) {
+            QVector3D p[3];
+            for (int i = 0; i < 3; ++i)
+                p[i] = QVector3D(v[t[3 * k + i]].x(), v[t[3 * k + i]].y(), 0.0f);
+            const QVector3D w = Welk::barycentricCoordinates(c, p[0], p[1], p[2]);
+            if (!std::isfinite(w[0]) || w[0] < -1e-5f || w[1] < -1e-5f || w[2] < -1e-5f)
+                continue;
+            const WPointOnTriangle hit{k, w[0], w[1]};
+            const float z = SplineTestMeshes::at(mesh, hit).z();
+            if (z > top) {
+                top = z;
+                best = hit;
+            }
+        }
+        return best;
+    }
+    bool viewRay(const QPointF& screen, QVector3D& origin, QVector3D& direction) const override
+    {
+        origin = QVector3D(float(screen.x() / 100.0), float(screen.y() / 100.0), 10.0f);
+        direction = QVector3D(0.0f, 0.0f, -1.0f);
+        return true;
+    }
+};
+
+/// `base` (a flat grid) with more triangles added as given.
+GeometryStack2::GeomStackTriangulated withTriangles(const GeometryStack2::GeomStackTriangulated& base,
+                                                   const QVector<QVector3D>& extraVertices,
+                                                   const QVector<QVector<int>>& extraTriangles,
+                                                   int flipped = -1)
+{
+    QVector<QVector3D> vertices = base.vertices();
+    QVector<QVector<int>> triangles;
+    const QVector<int>& t = base.triangleVertexIndices();
+    for (int k = 0; k < base.triangleCount(); ++k)
+        triangles.append(k == flipped ? QVector<int>{t[3 * k], t[3 * k + 2], t[3 * k + 1]}
+                                      : QVector<int>{t[3 * k], t[3 * k + 1], t[3 * k + 2]});
+    for (const QVector<int>& triangle : extraTriangles) {
+        QVector<int> shifted;
+        for (int i : triangle)
+            shifted.append(i + vertices.size());
+        triangles.append(shifted);
+    }
+    vertices += extraVertices;
+    return GeometryStack2::GeomStackTriangulated(TestSupport::polygonSoup(vertices, triangles));
+}
+
+class DragTest : public ControllerTest
+{
+protected:
+    void init(const GeometryStack2::GeomStackTriangulated& mesh)
+    {
+        controller.reset();
+        data = std::make_unique<RayNodeData>(mesh);
+        controller = std::make_unique<Controller>(data.get(), &renderer);
+        controller->start();
+    }
+    void move(double x, double y)
+    {
+        controller->mouseMove(MouseEvent{QPointF(x, y), Qt::NoButton, Qt::LeftButton, Qt::NoModifier});
+    }
+    QVector3D control(const QString& name, int index)
+    {
+        return SplineTestMeshes::at(data->mesh, data->model.splines().value(name).value(index));
+    }
+};
+
+TEST_F(DragTest, DraggedPointStaysOnItsSheetUnderAPartInFront)
+{
+    // A plate hovers one unit above the grid over x 1.2..1.8, y 0.2..0.8.
+    init(withTriangles(SplineTestMeshes::flatGrid(6, 4),
+                       {{1.2f, 0.2f, 1.0f}, {1.8f, 0.2f, 1.0f}, {1.8f, 0.8f, 1.0f}, {1.2f, 0.8f, 1.0f}},
+                       {{0, 1, 2}, {0, 2, 3}}));
+    click(50, 50);
+    click(50, 350);
+    key(Qt::Key_Return);
+    const QString name = onlySpline();
+
+    // Dragged under the plate, the point slides along the grid.
+    controller->mousePress(mouse(50, 50));
+    for (int x = 60; x <= 150; x += 10)
+        move(x, 50);
+    controller->mouseRelease(mouse(150, 50));
+    const QVector3D p = control(name, 0);
+    EXPECT_NEAR(p.x(), 1.5f, 1e-3f);
+    EXPECT_NEAR(p.y(), 0.5f, 1e-3f);
+    EXPECT_NEAR(p.z(), 0.0f, 1e-4f);
+}
+
+TEST_F(DragTest, DraggedPastTheBorderThePointStopsOnIt)
+{
+    init(SplineTestMeshes::flatGrid(6, 4));
+    click(50, 50);
+    click(50, 350);
+    key(Qt::Key_Return);
+    const QString name = onlySpline();
+
+    // The last move leaves the model: the point follows to the border
+    // instead of waiting where the cursor last was over the model.
+    controller->mousePress(mouse(50, 50));
+    move(300, 50);
+    move(550, 50);
+    move(800, 50);
+    controller->mouseRelease(mouse(800, 50));
+    const QVector3D p = control(name, 0);
+    EXPECT_NEAR(p.x(), 6.0f, 1e-3f);
+    EXPECT_NEAR(p.y(), 0.5f, 1e-3f);
+    EXPECT_EQ(data->model.commands()->count(), 2);
+    ASSERT_TRUE(data->model.undo());
+    EXPECT_NEAR(control(name, 0).x(), 0.5f, 1e-3f);
+}
+
+TEST_F(DragTest, ASingularTriangleOnTheWayIsReportedAndThePointKept)
+{
+    // One triangle turned against its neighbours, under the first point.
+    const GeometryStack2::GeomStackTriangulated grid = SplineTestMeshes::flatGrid(6, 4);
+    const int flipped = SplineTestMeshes::locate(grid, 2.3f, 0.3f).triangle;
+    ASSERT_GE(flipped, 0);
+    init(withTriangles(grid, {}, {}, flipped));
+    click(230, 30);
+    click(230, 330);
+    key(Qt::Key_Return);
+    const QString name = onlySpline();
+    const QVector3D before = control(name, 0);
+
+    controller->mousePress(mouse(230, 30));
+    move(800, 30);
+    EXPECT_EQ(renderer.hint, QStringLiteral("Singular triangle or inconsistently oriented normals"));
+    controller->mouseRelease(mouse(800, 30));
+    EXPECT_EQ(renderer.hint, idleHint());
+    EXPECT_NEAR((control(name, 0) - before).length(), 0.0f, 1e-5f);
+}
+
+} // namespace
