@@ -106,9 +106,11 @@ ZPluginSelectPointPairsWithSplines::ZPluginSelectPointPairsWithSplines(std::shar
             // then needs no second search tree, whose build would stall the
             // first paired spline for seconds.
             if (picker && picker->mesh(side).triangleCount() == mesh->triangleCount() &&
-                picker->mesh(side).vertexCount() == mesh->vertexCount())
+                picker->mesh(side).vertexCount() == mesh->vertexCount()) {
                 m_splines[side]->setClosestPointLookup(
                     [picker, side](const QVector3D& p) { return picker->closestPoint(side, p); });
+                m_splines[side]->prepareDragFinder();
+            }
         }
         ZModelView* view = window->modelView(side);
         if (view->viewport() && m_models->geometry(side)) {

@@ -3,6 +3,9 @@
 #include "BvhClosestTriangleFinder.h"
 #include "ClosestPointOnTriangle.h"
 
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -45,30 +48,68 @@ FastContinuousProjectionOnTriangleFinder::FastContinuousProjectionOnTriangleFind
 void FastContinuousProjectionOnTriangleFinder::buildNeighbours()
 {
     const int triangleCount = m_indices.size() / 3;
+    const int vertexCount = m_vertices.size();
     m_neighbours.assign(size_t(triangleCount), {-1, -1, -1});
-    // (edge key, 3 * triangle + opposite corner), sorted so that the sides of one edge meet.
-    std::vector<std::pair<uint64_t, int>> edges;
-    edges.reserve(size_t(3 * triangleCount));
-    for (int t = 0; t < triangleCount; ++t)
-        for (int c = 0; c < 3; ++c) {
-            const uint32_t a = uint32_t(m_indices[3 * t + (c + 1) % 3]);
-            const uint32_t b = uint32_t(m_indices[3 * t + (c + 2) % 3]);
-            edges.emplace_back((uint64_t(std::min(a, b)) << 32) | std::max(a, b), 3 * t + c);
-        }
-    std::sort(edges.begin(), edges.end());
-    for (size_t i = 0; i < edges.size();) {
-        size_t j = i + 1;
-        while (j < edges.size() && edges[j].first == edges[i].first)
-            ++j;
-        // A non-manifold edge links its sides in a ring, so a walk can still cross it.
-        if (j - i >= 2)
-            for (size_t k = i; k < j; ++k) {
-                const int self = edges[k].second;
-                const int other = edges[k + 1 < j ? k + 1 : i].second;
-                m_neighbours[size_t(self / 3)][size_t(self % 3)] = other / 3;
+
+    // The triangles around each vertex, in increasing order (a counting
+    // sort): linear in the mesh, where sorting all edges was not.
+    std::vector<int> first(size_t(vertexCount) + 1, 0);
+    for (int i : m_indices)
+        if (i >= 0 && i < vertexCount)
+            ++first[size_t(i) + 1];
+    for (size_t v = 0; v < size_t(vertexCount); ++v)
+        first[v + 1] += first[v];
+    std::vector<int> around(size_t(first.back()));
+    {
+        std::vector<int> fill(first.begin(), first.end() - 1);
+        for (int t = 0; t < triangleCount; ++t)
+            for (int c = 0; c < 3; ++c) {
+                const int i = m_indices[3 * t + c];
+                if (i >= 0 && i < vertexCount)
+                    around[size_t(fill[size_t(i)]++)] = t;
             }
-        i = j;
     }
+
+    tbb::parallel_for(tbb::blocked_range<int>(0, triangleCount, 4096), [&](const tbb::blocked_range<int>& range) {
+        for (int t = range.begin(); t != range.end(); ++t)
+            for (int c = 0; c < 3; ++c) {
+                const int a = m_indices[3 * t + (c + 1) % 3];
+                const int b = m_indices[3 * t + (c + 2) % 3];
+                if (a < 0 || a >= vertexCount || b < 0 || b >= vertexCount || a == b)
+                    continue;
+                // The sides of edge ab are the triangles around a that hold b,
+                // in triangle order. A non-manifold edge links them in a ring,
+                // so a walk can still cross it: each side names the next.
+                auto sideOf = [&](int other) {
+                    for (int k = 0; k < 3; ++k) {
+                        const int x = m_indices[3 * other + (k + 1) % 3], y = m_indices[3 * other + (k + 2) % 3];
+                        if ((x == a && y == b) || (x == b && y == a))
+                            return k;
+                    }
+                    return -1;
+                };
+                int firstSide = -1, next = -1;
+                bool passedSelf = false;
+                for (int k = first[size_t(a)]; k < first[size_t(a) + 1]; ++k) {
+                    const int other = around[size_t(k)];
+                    if (k > first[size_t(a)] && other == around[size_t(k) - 1])
+                        continue; // a triangle with a twice
+                    if (other == t) {
+                        passedSelf = true;
+                        continue;
+                    }
+                    if (sideOf(other) < 0)
+                        continue;
+                    if (firstSide < 0)
+                        firstSide = other;
+                    if (passedSelf) {
+                        next = other;
+                        break;
+                    }
+                }
+                m_neighbours[size_t(t)][size_t(c)] = next >= 0 ? next : firstSide;
+            }
+    });
 }
 
 bool FastContinuousProjectionOnTriangleFinder::solve(int triangle, const QVector3D& x, Solution& out) const

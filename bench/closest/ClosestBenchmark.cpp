@@ -11,6 +11,7 @@
 #include "geometry/GeomStackTriangulated.h"
 #include "search/BvhClosestTriangleFinder.h"
 #include "search/SBVHTree.h"
+#include "support/BenchMeshes.h"
 
 #include <CGAL/AABB_traits.h>
 #include <CGAL/AABB_tree.h>
@@ -38,62 +39,10 @@
 
 namespace {
 
-double seconds(const std::function<void()>& job)
-{
-    const auto start = std::chrono::steady_clock::now();
-    job();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-/// Resident memory of the process in MiB.
-double residentMiB()
-{
-    std::ifstream statm("/proc/self/statm");
-    long pages = 0, resident = 0;
-    statm >> pages >> resident;
-    return double(resident) * 4096.0 / (1024.0 * 1024.0);
-}
-
-struct Mesh
-{
-    QVector<QVector3D> vertices;
-    QVector<int> indices;
-};
-
-/// A closed sphere of radius 1 with bumps of a few percent, like a scan of a
-/// rounded object: rings * segments * 2 triangles.
-Mesh bumpySphere(long long triangles)
-{
-    const int rings = std::max(4, int(std::sqrt(double(triangles) / 2.0)));
-    const int segments = rings;
-    Mesh m;
-    const double pi = 3.14159265358979;
-    const auto radius = [](double theta, double phi) {
-        return 1.0 + 0.03 * std::sin(7 * theta) * std::cos(5 * phi) + 0.01 * std::sin(31 * theta + 17 * phi);
-    };
-    m.vertices.append(QVector3D(0, 0, float(radius(0, 0))));
-    for (int r = 1; r < rings; ++r)
-        for (int s = 0; s < segments; ++s) {
-            const double theta = pi * r / rings, phi = 2 * pi * s / segments, rr = radius(theta, phi);
-            m.vertices.append(QVector3D(float(rr * std::sin(theta) * std::cos(phi)),
-                                        float(rr * std::sin(theta) * std::sin(phi)),
-                                        float(rr * std::cos(theta))));
-        }
-    m.vertices.append(QVector3D(0, 0, -float(radius(pi, 0))));
-    const int south = m.vertices.size() - 1;
-    const auto at = [&](int r, int s) { return 1 + (r - 1) * segments + (s % segments); };
-    m.indices.reserve(6 * rings * segments);
-    for (int s = 0; s < segments; ++s)
-        m.indices << 0 << at(1, s) << at(1, s + 1);
-    for (int r = 1; r < rings - 1; ++r)
-        for (int s = 0; s < segments; ++s) {
-            m.indices << at(r, s) << at(r + 1, s) << at(r + 1, s + 1);
-            m.indices << at(r, s) << at(r + 1, s + 1) << at(r, s + 1);
-        }
-    for (int s = 0; s < segments; ++s)
-        m.indices << at(rings - 1, s) << south << at(rings - 1, s + 1);
-    return m;
-}
+using BenchMeshes::Mesh;
+using BenchMeshes::bumpySphere;
+using BenchMeshes::residentMiB;
+using BenchMeshes::seconds;
 
 /// Points near the surface (area-uniform samples moved by noise of 0.5% of
 /// the box diagonal), as a fit's vertices are, and `farPercent` of them

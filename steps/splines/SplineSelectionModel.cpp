@@ -83,6 +83,7 @@ void SplineSelectionModel::setMesh(const GeometryStack2::GeomStackTriangulated& 
 {
     m_mesh = mesh;
     m_lookup = nullptr;
+    m_pendingDragFinder = {};
     m_dragFinder.reset();
     m_symmetry.reset();
     m_commands.clear();
@@ -123,14 +124,35 @@ SplineMap SplineSelectionModel::sampledSplines() const
 void SplineSelectionModel::setClosestPointLookup(const ClosestPointLookup& lookup)
 {
     m_lookup = lookup;
+    m_pendingDragFinder = {};
     m_dragFinder.reset();
+}
+
+namespace {
+
+std::shared_ptr<KeepDistance::FastContinuousProjectionOnTriangleFinder>
+makeDragFinder(const GeometryStack2::GeomStackTriangulated& mesh, const ClosestPointLookup& lookup)
+{
+    return std::make_shared<KeepDistance::FastContinuousProjectionOnTriangleFinder>(
+        mesh.vertices(), mesh.triangleVertexIndices(), lookupFinder(lookup, mesh));
+}
+
+} // namespace
+
+void SplineSelectionModel::prepareDragFinder()
+{
+    if (m_dragFinder || m_pendingDragFinder.valid() || !m_lookup || !hasGeometry())
+        return;
+    // The thread works on its own copies (the lists are shared, not copied).
+    m_pendingDragFinder = std::async(std::launch::async, makeDragFinder, m_mesh, m_lookup);
 }
 
 const KeepDistance::FastContinuousProjectionOnTriangleFinder& SplineSelectionModel::dragFinder() const
 {
+    if (!m_dragFinder && m_pendingDragFinder.valid())
+        m_dragFinder = m_pendingDragFinder.get();
     if (!m_dragFinder)
-        m_dragFinder = std::make_shared<KeepDistance::FastContinuousProjectionOnTriangleFinder>(
-            m_mesh.vertices(), m_mesh.triangleVertexIndices(), lookupFinder(closestPointLookup(), m_mesh));
+        m_dragFinder = makeDragFinder(m_mesh, closestPointLookup());
     return *m_dragFinder;
 }
 

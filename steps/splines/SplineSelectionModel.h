@@ -10,6 +10,7 @@
 
 #include <QObject>
 
+#include <future>
 #include <memory>
 #include <optional>
 
@@ -71,6 +72,10 @@ public:
     /// Moves dragged points along the surface (built on first use; its
     /// restarts go through `closestPointLookup`).
     const KeepDistance::FastContinuousProjectionOnTriangleFinder& dragFinder() const;
+    /// Starts building `dragFinder` on a thread of its own, so that the
+    /// first drag on a dense model does not wait for it. Does nothing until
+    /// a lookup is set (`setClosestPointLookup`).
+    void prepareDragFinder();
 
     /// A free name "Spline N", N from 1.
     QString uniqueName(const QString& stem = QStringLiteral("Spline ")) const;
@@ -147,6 +152,7 @@ private:
     int m_pointsPerSpline = 20;
     mutable ClosestPointLookup m_lookup;
     mutable std::shared_ptr<KeepDistance::FastContinuousProjectionOnTriangleFinder> m_dragFinder;
+    mutable std::future<std::shared_ptr<KeepDistance::FastContinuousProjectionOnTriangleFinder>> m_pendingDragFinder;
     mutable std::optional<QVector<int>> m_symmetry;
 };
 

@@ -15,6 +15,54 @@ namespace {
 using KeepDistance::FastContinuousProjectionOnTriangleFinder;
 using SearchTestMeshes::Mesh;
 
+// Against every pair of triangles: across each edge lies a triangle that
+// shares it, and the sides of an edge held by three triangles form a ring.
+TEST(FastContinuousProjection, NeighboursAcrossEdgesMatchAScanOfAllTriangles)
+{
+    Mesh m = SearchTestMeshes::sphere(6, 8, 1.0f, 0.02f, 5u);
+    // Two fins on one edge of the sphere, and a triangle reusing a vertex.
+    const int a = m.indices[0], b = m.indices[1];
+    m.vertices << QVector3D(3, 0, 0) << QVector3D(0, 3, 0);
+    m.indices << a << b << m.vertices.size() - 2;
+    m.indices << b << a << m.vertices.size() - 1;
+    m.indices << a << a << m.vertices.size() - 1;
+    const FastContinuousProjectionOnTriangleFinder finder(m.vertices, m.indices);
+
+    auto edge = [&](int t, int c) {
+        const int x = m.indices[3 * t + (c + 1) % 3], y = m.indices[3 * t + (c + 2) % 3];
+        return std::make_pair(std::min(x, y), std::max(x, y));
+    };
+    for (int t = 0; t < m.triangleCount(); ++t)
+        for (int c = 0; c < 3; ++c) {
+            const auto e = edge(t, c);
+            std::set<int> sharing;
+            for (int o = 0; o < m.triangleCount(); ++o)
+                for (int k = 0; k < 3; ++k)
+                    if (o != t && edge(o, k) == e && e.first != e.second)
+                        sharing.insert(o);
+            const int n = finder.neighbour(t, c);
+            if (sharing.empty()) {
+                EXPECT_EQ(n, -1) << t << " " << c;
+                continue;
+            }
+            ASSERT_TRUE(sharing.count(n)) << t << " " << c;
+            // Following the neighbours across this edge visits every side once.
+            std::set<int> ring{t};
+            int at = t;
+            for (size_t step = 0; step <= sharing.size(); ++step) {
+                int corner = 0;
+                while (edge(at, corner) != e)
+                    ++corner;
+                at = finder.neighbour(at, corner);
+                if (at == t)
+                    break;
+                ring.insert(at);
+            }
+            EXPECT_EQ(at, t);
+            EXPECT_EQ(ring.size(), sharing.size() + 1);
+        }
+}
+
 TEST(FastContinuousProjection, DragAcrossAFlatGridFollowsThePointer)
 {
     const Mesh m = SearchTestMeshes::flatGrid(10, 10, 1.0f);

@@ -2,6 +2,7 @@
 #include "SplineTestMeshes.h"
 #include "support/TestFiles.h"
 
+#include "search/FastContinuousProjectionOnTriangleFinder.h"
 #include "steps/splines/SplineMirror.h"
 #include "steps/splines/SplineSelectionModel.h"
 
@@ -78,6 +79,36 @@ TEST(SplineSelectionModel, EditsAreCommandsThatUndoToEveryEarlierState)
         ASSERT_TRUE(model.redo());
         EXPECT_EQ(model.state(), states[i]) << "after redo to " << i;
     }
+}
+
+// The drag's search built on its own thread belongs to the mesh it was
+// started for, restarts through the lookup it was given, and a new mesh
+// while it builds takes its own.
+TEST(SplineSelectionModel, DragSearchPreparedAheadFollowsTheMeshAndLookup)
+{
+    SplineSelectionModel model;
+    model.setMesh(SplineTestMeshes::flatGrid(6, 4));
+    model.prepareDragFinder(); // no lookup yet: built on first use instead
+    int lookups = 0;
+    const ClosestPointLookup grid = makeClosestPointLookup(model.mesh());
+    model.setClosestPointLookup([&](const QVector3D& p) {
+        ++lookups;
+        return grid(p);
+    });
+    model.prepareDragFinder();
+    const auto& finder = model.dragFinder();
+    EXPECT_EQ(finder.vertexNormals().size(), model.mesh().vertexCount());
+    // No point to start from: the walk starts at the lookup's answer.
+    const WPointOnTriangle p = finder.project(QVector3D(2.5f, 1.5f, 0.3f), WPointOnTriangle());
+    ASSERT_TRUE(p.isValid());
+    EXPECT_GE(lookups, 1);
+    EXPECT_NEAR((SplineTestMeshes::at(model.mesh(), p) - QVector3D(2.5f, 1.5f, 0.0f)).length(), 0.0f, 1e-5f);
+
+    model.setMesh(SplineTestMeshes::flatGrid(8, 8));
+    model.setClosestPointLookup(makeClosestPointLookup(model.mesh()));
+    model.prepareDragFinder();
+    model.setMesh(SplineTestMeshes::flatGrid(3, 2));
+    EXPECT_EQ(model.dragFinder().vertexNormals().size(), model.mesh().vertexCount());
 }
 
 TEST(SplineSelectionModel, NamesAreValidated)
