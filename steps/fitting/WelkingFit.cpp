@@ -11,6 +11,8 @@
 #include <QElapsedTimer>
 #include <QMetaType>
 
+#include <algorithm>
+
 namespace WelkPlugin {
 
 using GeometryStack2::GeomStack;
@@ -100,6 +102,21 @@ QVector<quint8> WelkingFit::verticesOfPolygons(const GeomStack& mesh, const QVec
         if (polygonMask[p])
             for (int c = offsets[p]; c < offsets[p + 1]; ++c)
                 vertices[mesh.vertexIndices()[c]] = 1;
+    return vertices;
+}
+
+QVector<quint8> WelkingFit::verticesNearestPoints(const GeomStackTriangulated& mesh,
+                                                  const QVector<Welk::WPointOnTriangle>& points)
+{
+    QVector<quint8> vertices(mesh.vertexCount(), 0);
+    const QVector<int>& corners = mesh.triangleVertexIndices();
+    for (const Welk::WPointOnTriangle& p : points) {
+        if (!p.isValid() || p.triangle >= mesh.triangleCount())
+            continue;
+        const float w[3] = {p.u, p.v, 1.0f - p.u - p.v};
+        const int c = int(std::max_element(w, w + 3) - w);
+        vertices[corners[3 * p.triangle + c]] = 1;
+    }
     return vertices;
 }
 

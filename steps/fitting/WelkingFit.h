@@ -124,6 +124,13 @@ public:
     /// Vertices of the polygons flagged in `polygonMask`, one byte each.
     static QVector<quint8> verticesOfPolygons(const GeometryStack2::GeomStack& mesh,
                                               const QVector<quint8>& polygonMask);
+    /// The vertices that surface points select, one byte each: each point's
+    /// corner of largest weight. The spline step's points select the
+    /// basemesh vertices along its curves this way; their pairs hold them,
+    /// so closest-point matching leaves them alone. Points off the mesh
+    /// select nothing.
+    static QVector<quint8> verticesNearestPoints(const GeometryStack2::GeomStackTriangulated& mesh,
+                                                 const QVector<Welk::WPointOnTriangle>& points);
     /// Positions of surface points on `mesh`.
     static QVector<QVector3D> pointPositions(const QVector<Welk::WPointOnTriangle>& points,
                                              const GeometryStack2::GeomStackTriangulated& mesh);

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QSet>
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QThread>
@@ -119,6 +121,25 @@ TEST(WelkingFit, MaskedPolygonsAndSelectionsBothExclude)
     options.excludeMasked = false;
     excluded = WelkingFit(input, options).excludedVertices();
     EXPECT_EQ(std::count(excluded.begin(), excluded.end(), 1), 1);
+}
+
+// Spline points select the corner they lie nearest to; the fit leaves
+// exactly those vertices out of matching, and they still follow their pairs.
+TEST(WelkingFit, PointsSelectTheirNearestCornersForTheMask)
+{
+    FitInput input = spheres();
+    const QVector<int>& corners = input.base.triangleVertexIndices();
+    const QVector<Welk::WPointOnTriangle> points = {
+        {0, 0.8f, 0.1f}, {1, 0.1f, 0.7f}, {2, 0.05f, 0.05f}, {2, 0.05f, 0.05f}, {-1, 0.3f, 0.3f},
+        {input.base.triangleCount(), 0.3f, 0.3f}};
+    const QVector<quint8> selected = WelkingFit::verticesNearestPoints(input.base, points);
+    ASSERT_EQ(selected.size(), input.base.vertexCount());
+    QSet<int> expected = {corners[0], corners[3 + 1], corners[6 + 2]};
+    for (int v = 0; v < selected.size(); ++v)
+        EXPECT_EQ(selected[v] != 0, expected.contains(v)) << v;
+
+    input.excludedVertices = selected;
+    EXPECT_EQ(WelkingFit(input, FitOptions()).excludedVertices(), selected);
 }
 
 TEST(WelkingFit, RunsOnAThreadWithLiveShapesAndMatchesADirectRun)

@@ -333,8 +333,13 @@ bool loadSplinePairs(const Arguments& args, const GeomStackTriangulated& base, c
     }
     input.basePoints += pairs.base;
     input.targetPoints += pairs.target;
+    // As in the window: the basemesh vertices the splines select are held by
+    // their pairs and left out of closest-point matching.
+    input.excludedVertices = WelkingFit::verticesNearestPoints(base, pairs.base);
     report = QJsonObject{{QStringLiteral("paired"), QJsonArray::fromStringList(pairs.paired)},
-                         {QStringLiteral("points"), pairs.base.size()}};
+                         {QStringLiteral("points"), pairs.base.size()},
+                         {QStringLiteral("selectedVertices"),
+                          int(std::count(input.excludedVertices.begin(), input.excludedVertices.end(), 1))}};
     return true;
 }
 

@@ -172,6 +172,7 @@ void PluginWelkingController::compute(FitEngine engine)
     input.basePoints = m_points[0];
     input.targetPoints = m_points[1];
     input.basePolygonMask = m_models->polygonMaskFlags(0);
+    input.excludedVertices = WelkingFit::verticesNearestPoints(input.base, m_models->splinePoints(0));
     FitOptions options;
     options.engine = engine;
     options.settings = m_settings;
