@@ -20,6 +20,34 @@ constexpr float kInsideTolerance = 1e-5f;
 
 } // namespace
 
+namespace {
+
+/// The triangles around each vertex, in increasing order: those of vertex v
+/// are `around[first[v]]` to `around[first[v + 1] - 1]`. A counting sort,
+/// linear in the mesh.
+struct TrianglesAroundVertices
+{
+    std::vector<int> first;
+    std::vector<int> around;
+
+    TrianglesAroundVertices(const int* indices, int triangleCount, int vertexCount)
+        : first(size_t(vertexCount) + 1, 0)
+    {
+        for (int k = 0; k < 3 * triangleCount; ++k)
+            if (indices[k] >= 0 && indices[k] < vertexCount)
+                ++first[size_t(indices[k]) + 1];
+        for (size_t v = 0; v < size_t(vertexCount); ++v)
+            first[v + 1] += first[v];
+        around.resize(size_t(first.back()));
+        std::vector<int> fill(first.begin(), first.end() - 1);
+        for (int k = 0; k < 3 * triangleCount; ++k)
+            if (indices[k] >= 0 && indices[k] < vertexCount)
+                around[size_t(fill[size_t(indices[k])]++)] = k / 3;
+    }
+};
+
+} // namespace
+
 FastContinuousProjectionOnTriangleFinder::FastContinuousProjectionOnTriangleFinder(
     const QVector<QVector3D>& vertices, const QVector<int>& triangleIndices,
     std::shared_ptr<const ClosestTriangleSearch::ClosestTriangleFinder> nearestFinder,
@@ -27,66 +55,62 @@ FastContinuousProjectionOnTriangleFinder::FastContinuousProjectionOnTriangleFind
     : m_vertices(vertices), m_indices(triangleIndices), m_normals(vertexNormals),
       m_nearest(std::move(nearestFinder))
 {
+    // The lists are shared with the caller's mesh: read them through const
+    // pointers only, so that nothing detaches and copies them.
+    const int* indices = m_indices.constData();
+    const QVector3D* points = m_vertices.constData();
     const int triangleCount = m_indices.size() / 3;
-    if (m_normals.size() != m_vertices.size()) {
-        m_normals.fill(QVector3D(), m_vertices.size());
-        for (int t = 0; t < triangleCount; ++t) {
-            const QVector3D& p0 = m_vertices[m_indices[3 * t]];
-            const QVector3D n = QVector3D::crossProduct(m_vertices[m_indices[3 * t + 1]] - p0,
-                                                        m_vertices[m_indices[3 * t + 2]] - p0);
-            for (int c = 0; c < 3; ++c)
-                m_normals[m_indices[3 * t + c]] += n;
+    const int vertexCount = m_vertices.size();
+    const TrianglesAroundVertices around(indices, triangleCount, vertexCount);
+
+    const bool given = m_normals.size() == vertexCount;
+    if (!given)
+        m_normals = QVector<QVector3D>(vertexCount);
+    QVector3D* normals = m_normals.data();
+    tbb::parallel_for(tbb::blocked_range<int>(0, vertexCount, 8192), [&](const tbb::blocked_range<int>& range) {
+        for (int v = range.begin(); v != range.end(); ++v) {
+            if (!given) {
+                // Area-weighted: the unnormalised face normals summed.
+                QVector3D sum;
+                for (int k = around.first[size_t(v)]; k < around.first[size_t(v) + 1]; ++k) {
+                    const int* t = indices + 3 * around.around[size_t(k)];
+                    sum += QVector3D::crossProduct(points[t[1]] - points[t[0]], points[t[2]] - points[t[0]]);
+                }
+                normals[v] = sum;
+            }
+            normals[v].normalize();
         }
-    }
-    for (QVector3D& n : m_normals)
-        n.normalize();
-    buildNeighbours();
+    });
+    buildNeighbours(around.first, around.around);
     if (!m_nearest)
         m_nearest = std::make_shared<ClosestTriangleSearch::BvhClosestTriangleFinder>(m_vertices, m_indices);
 }
 
-void FastContinuousProjectionOnTriangleFinder::buildNeighbours()
+void FastContinuousProjectionOnTriangleFinder::buildNeighbours(const std::vector<int>& first,
+                                                               const std::vector<int>& around)
 {
+    const int* indices = m_indices.constData();
     const int triangleCount = m_indices.size() / 3;
     const int vertexCount = m_vertices.size();
     m_neighbours.assign(size_t(triangleCount), {-1, -1, -1});
 
-    // The triangles around each vertex, in increasing order (a counting
-    // sort): linear in the mesh, where sorting all edges was not.
-    std::vector<int> first(size_t(vertexCount) + 1, 0);
-    for (int i : m_indices)
-        if (i >= 0 && i < vertexCount)
-            ++first[size_t(i) + 1];
-    for (size_t v = 0; v < size_t(vertexCount); ++v)
-        first[v + 1] += first[v];
-    std::vector<int> around(size_t(first.back()));
-    {
-        std::vector<int> fill(first.begin(), first.end() - 1);
-        for (int t = 0; t < triangleCount; ++t)
-            for (int c = 0; c < 3; ++c) {
-                const int i = m_indices[3 * t + c];
-                if (i >= 0 && i < vertexCount)
-                    around[size_t(fill[size_t(i)]++)] = t;
-            }
-    }
-
     tbb::parallel_for(tbb::blocked_range<int>(0, triangleCount, 4096), [&](const tbb::blocked_range<int>& range) {
         for (int t = range.begin(); t != range.end(); ++t)
             for (int c = 0; c < 3; ++c) {
-                const int a = m_indices[3 * t + (c + 1) % 3];
-                const int b = m_indices[3 * t + (c + 2) % 3];
+                const int a = indices[3 * t + (c + 1) % 3];
+                const int b = indices[3 * t + (c + 2) % 3];
                 if (a < 0 || a >= vertexCount || b < 0 || b >= vertexCount || a == b)
                     continue;
                 // The sides of edge ab are the triangles around a that hold b,
                 // in triangle order. A non-manifold edge links them in a ring,
                 // so a walk can still cross it: each side names the next.
-                auto sideOf = [&](int other) {
+                auto holdsEdge = [&](int other) {
                     for (int k = 0; k < 3; ++k) {
-                        const int x = m_indices[3 * other + (k + 1) % 3], y = m_indices[3 * other + (k + 2) % 3];
+                        const int x = indices[3 * other + (k + 1) % 3], y = indices[3 * other + (k + 2) % 3];
                         if ((x == a && y == b) || (x == b && y == a))
-                            return k;
+                            return true;
                     }
-                    return -1;
+                    return false;
                 };
                 int firstSide = -1, next = -1;
                 bool passedSelf = false;
@@ -98,7 +122,7 @@ void FastContinuousProjectionOnTriangleFinder::buildNeighbours()
                         passedSelf = true;
                         continue;
                     }
-                    if (sideOf(other) < 0)
+                    if (!holdsEdge(other))
                         continue;
                     if (firstSide < 0)
                         firstSide = other;

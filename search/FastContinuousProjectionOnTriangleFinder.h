@@ -76,7 +76,7 @@ private:
     bool solve(int triangle, const QVector3D& position, Solution& out) const;
     /// The nearest point of one triangle, for positions between triangles.
     Welk::WPointOnTriangle clampToTriangle(int triangle, const QVector3D& position) const;
-    void buildNeighbours();
+    void buildNeighbours(const std::vector<int>& first, const std::vector<int>& around);
 
     QVector<QVector3D> m_vertices;
     QVector<int> m_indices;

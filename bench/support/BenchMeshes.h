@@ -10,6 +10,8 @@
 #include <fstream>
 #include <functional>
 
+#include <sys/resource.h>
+
 namespace BenchMeshes {
 
 inline double seconds(const std::function<void()>& job)
@@ -17,6 +19,15 @@ inline double seconds(const std::function<void()>& job)
     const auto start = std::chrono::steady_clock::now();
     job();
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/// User and system CPU time of the whole process so far, all threads.
+inline double cpuSeconds()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           1e-6 * double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
 }
 
 /// Resident memory of the process in MiB.
