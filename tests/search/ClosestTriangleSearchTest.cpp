@@ -65,6 +65,10 @@ TEST(ClosestTriangleSearch, RandomMeshesMatchBruteForce)
     bigLeaves.maxLeafSize = 64;
     bigLeaves.maxDepth = 4;
     expectMatchesBruteForce(SearchTestMeshes::sphere(24, 40, 1.0f, 0.05f, 3), queries, bigLeaves);
+    // Large enough that the top nodes choose among centroid bins.
+    const QVector<QVector3D> fewer = SearchTestMeshes::queries(150, 1.5f, 8);
+    expectMatchesBruteForce(SearchTestMeshes::sphere(70, 90, 1.0f, 0.05f, 4), fewer);
+    expectMatchesBruteForce(SearchTestMeshes::soup(9000, 6), fewer, parallel);
 }
 
 TEST(ClosestTriangleSearch, OverlappingSliversAreSplitInSpaceWithinTheBudget)
