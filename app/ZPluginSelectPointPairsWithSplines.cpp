@@ -305,7 +305,9 @@ void ZPluginSelectPointPairsWithSplines::importSplines()
     SplineFile::Form form = SplineFile::NamedPointsOnTriangles;
     if (!askFormat(form))
         return;
-    const QString path = QFileDialog::getOpenFileName(m_window, SplineStepTexts::importTitle(), QString(),
+    // Where the point step's files go too: the exchange folder's files.
+    const QString path = QFileDialog::getOpenFileName(m_window, SplineStepTexts::importTitle(),
+                                                      m_models->exchange().filesDirPath(),
                                                       SplineStepTexts::importFilter());
     if (path.isEmpty())
         return;
@@ -328,7 +330,8 @@ void ZPluginSelectPointPairsWithSplines::exportSplines()
     SplineFile::Form form = SplineFile::NamedPointsOnTriangles;
     if (!askFormat(form))
         return;
-    QFileDialog dialog(m_window, SplineStepTexts::exportTitle(), QString(), SplineStepTexts::exportFilter());
+    QFileDialog dialog(m_window, SplineStepTexts::exportTitle(), m_models->exchange().filesDirPath(),
+                       SplineStepTexts::exportFilter());
     dialog.setAcceptMode(QFileDialog::AcceptSave);
     dialog.setDefaultSuffix(SplineStepTexts::exportSuffix());
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
