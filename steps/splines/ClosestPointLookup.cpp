@@ -1,6 +1,7 @@
 #include "ClosestPointLookup.h"
 
 #include "search/BvhClosestTriangleFinder.h"
+#include "search/WRayTracerEmbree.h"
 
 #include <memory>
 
@@ -13,6 +14,14 @@ ClosestPointLookup makeClosestPointLookup(const GeometryStack2::GeomStackTriangu
     auto search = std::make_shared<ClosestTriangleSearch::BvhClosestTriangleFinder>(mesh.vertices(),
                                                                                     mesh.triangleVertexIndices());
     return [search](const QVector3D& p) { return search->find(p); };
+}
+
+ClosestPointLookup makeEmbreeClosestPointLookup(const GeometryStack2::GeomStackTriangulated& mesh)
+{
+    if (mesh.triangleCount() == 0)
+        return [](const QVector3D&) { return Welk::WPointOnTriangle(); };
+    auto scene = std::make_shared<Welk::WRayTracerEmbree>(mesh.vertices(), mesh.triangleVertexIndices());
+    return [scene](const QVector3D& p) { return scene->closestPoint(p); };
 }
 
 namespace {

@@ -258,7 +258,7 @@ bool loadSide(const Arguments& args, const QString& pointsOption, const QString&
 
 /// One side's spline file, in whatever form it was written.
 bool loadSplineFile(const QString& option, const QString& path, const GeomStackTriangulated& mesh,
-                    SplineFile::Contents& contents, bool& named, QString& error)
+                    const ClosestPointLookup& lookup, SplineFile::Contents& contents, bool& named, QString& error)
 {
     QFile file(path);
     if (!file.exists()) {
@@ -276,7 +276,7 @@ bool loadSplineFile(const QString& option, const QString& path, const GeomStackT
         error = parseError.errorString();
     else if (SplineFile::detectForm(document, form, error))
         SplineFile::readDocument(document, form, mesh,
-                                 SplineFile::isOnTriangles(form) ? ClosestPointLookup() : makeClosestPointLookup(mesh),
+                                 SplineFile::isOnTriangles(form) ? ClosestPointLookup() : lookup,
                                  contents, error);
     if (!error.isEmpty()) {
         error = QStringLiteral("%1 %2: %3").arg(option, path, error);
@@ -295,14 +295,18 @@ bool loadSplinePairs(const Arguments& args, const GeomStackTriangulated& base, c
     const QString targetPath = args.value(QStringLiteral("--splines-target"));
     if (basePath.isEmpty() && targetPath.isEmpty())
         return true;
+    // One nearest-point search per side serves the files of positions and the
+    // samples of the curves.
+    const SplinePointPairs::Side baseSide{&base, makeEmbreeClosestPointLookup(base)};
+    const SplinePointPairs::Side targetSide{&target, makeEmbreeClosestPointLookup(target)};
     SplineFile::Contents baseSplines, targetSplines;
     bool baseNamed = false, targetNamed = false;
-    if (!loadSplineFile(QStringLiteral("--splines-base"), basePath, base, baseSplines, baseNamed, error) ||
-        !loadSplineFile(QStringLiteral("--splines-target"), targetPath, target, targetSplines, targetNamed, error))
+    if (!loadSplineFile(QStringLiteral("--splines-base"), basePath, base, baseSide.lookup, baseSplines, baseNamed,
+                        error) ||
+        !loadSplineFile(QStringLiteral("--splines-target"), targetPath, target, targetSide.lookup, targetSplines,
+                        targetNamed, error))
         return false;
     const WSpline::CatmullRomSpline curve;
-    const SplinePointPairs::Side baseSide{&base, makeClosestPointLookup(base)};
-    const SplinePointPairs::Side targetSide{&target, makeClosestPointLookup(target)};
     SplinePointPairs::Result pairs;
     if (baseNamed && targetNamed) {
         pairs = SplinePointPairs::byName(baseSplines.splines, targetSplines.splines, baseSide, targetSide, count, curve);
