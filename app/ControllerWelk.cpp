@@ -76,8 +76,11 @@ bool ControllerWelk::hasUnsavedWork() const
     if (m_welking->controller()->isRunning())
         return true;
     for (int side = 0; side < 2; ++side)
-        if (!m_models->correspondencePoints(side).isEmpty() || !m_models->splinePoints(side).isEmpty())
+        if (!m_models->correspondencePoints(side).isEmpty())
             return true;
+    // A spline without a partner gives the fit nothing yet, but it is work.
+    if (m_splines->hasSplines())
+        return true;
     const auto* base = m_models->geometry(0);
     return !m_models->resultVertices().isEmpty() && m_models->resultVertices() != base->vertices();
 }

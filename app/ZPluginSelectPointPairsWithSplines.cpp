@@ -205,6 +205,11 @@ void ZPluginSelectPointPairsWithSplines::onSplinesChanged(int side)
     updatePairs();
 }
 
+bool ZPluginSelectPointPairsWithSplines::hasSplines() const
+{
+    return !m_splines[0]->splines().isEmpty() || !m_splines[1]->splines().isEmpty();
+}
+
 void ZPluginSelectPointPairsWithSplines::refreshList(int side)
 {
     QListWidget* list = m_lists[side];

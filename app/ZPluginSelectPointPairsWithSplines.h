@@ -34,6 +34,9 @@ public:
     QString hint() const override;
 
     SplineSelectionModel* splines(int side) const { return m_splines[side].get(); }
+    /// Whether either model has a spline, paired or not: work that Cancel
+    /// would lose.
+    bool hasSplines() const;
     SplineViewHost* host(int side) const { return m_hosts[side]; }
     /// The side the tools act on: the view worked in last.
     int activeSide() const { return m_side; }

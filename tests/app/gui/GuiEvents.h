@@ -40,12 +40,17 @@ inline QPushButton* button(QWidget* window, const QString& label)
     return nullptr;
 }
 
-inline void answerNextBox(QMessageBox::StandardButton answer, int delayMs = 200)
+/// Presses `answer` on the message box that is open `delayMs` from now;
+/// `text`, when given, receives that box's text (empty: no box came).
+inline void answerNextBox(QMessageBox::StandardButton answer, int delayMs = 200, QString* text = nullptr)
 {
-    QTimer::singleShot(delayMs, [answer] {
-        if (QMessageBox* box = ProgramDriver::messageBox())
+    QTimer::singleShot(delayMs, [answer, text] {
+        if (QMessageBox* box = ProgramDriver::messageBox()) {
+            if (text)
+                *text = box->text();
             if (QAbstractButton* b = box->button(answer))
                 b->click();
+        }
     });
 }
 
