@@ -82,6 +82,9 @@ bool PointPickContext::onMouseMove(QMouseEvent* event)
     // Off the surface, or on a masked polygon, the point waits where it is.
     if (hit.isValid())
         m_model->slideTo(hit);
+    // A dense model draws its light form while the point slides.
+    if (m_view->viewport())
+        m_view->viewport()->interactBriefly();
     return true;
 }
 

@@ -129,7 +129,13 @@ bool SplineViewHost::onMousePress(QMouseEvent* event)
 
 bool SplineViewHost::onMouseMove(QMouseEvent* event)
 {
-    return m_active && m_controller->mouseMove(event);
+    if (!m_active || !m_controller->mouseMove(event))
+        return false;
+    // A drag redraws at every move: a dense model draws its light form
+    // meanwhile, as while the camera turns, and its full form once it rests.
+    if ((event->buttons() & Qt::LeftButton) && m_view->viewport())
+        m_view->viewport()->interactBriefly();
+    return true;
 }
 
 bool SplineViewHost::onMouseRelease(QMouseEvent* event)
