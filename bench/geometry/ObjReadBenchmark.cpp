@@ -106,7 +106,8 @@ Counts readFastObj(const QString& path)
 #ifdef ZWELK_BENCH_RAPIDOBJ
 Counts readRapidObj(const QString& path)
 {
-    const rapidobj::Result result = rapidobj::ParseFile(path.toStdString());
+    // The grids name a material without a library: rapidobj would refuse them.
+    const rapidobj::Result result = rapidobj::ParseFile(path.toStdString(), rapidobj::MaterialLibrary::Ignore());
     if (result.error) {
         fmt::print(stderr, "rapidobj failed: {}\n", result.error.code.message());
         return {};
