@@ -1,7 +1,6 @@
 #include "WImg.h"
 
-#include <OpenImageIO/imagebuf.h>
-#include <OpenImageIO/imageio.h>
+#include "ImageFileIO.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -9,6 +8,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <string>
 
 namespace Welk {
 
@@ -25,18 +25,6 @@ int cvDepth(WImg::PixelType type)
         break;
     }
     return CV_32F;
-}
-
-OIIO::TypeDesc oiioType(int cvDepthValue)
-{
-    switch (cvDepthValue) {
-    case CV_8U:
-        return OIIO::TypeDesc::UINT8;
-    case CV_16U:
-        return OIIO::TypeDesc::UINT16;
-    default:
-        return OIIO::TypeDesc::FLOAT;
-    }
 }
 
 void setError(QString* error, const QString& text)
@@ -70,37 +58,18 @@ bool WImg::load(const QString& path, QString* error)
 {
     m_mat.release();
     m_attributes.clear();
-    const std::string file = path.toStdString();
-    OIIO::ImageBuf buffer(file);
-    // Reading the header first tells the pixel type to keep.
-    if (!buffer.init_spec(file, 0, 0)) {
-        setError(error, QString::fromStdString(buffer.geterror()));
+    const ImageFileIO::ReadFunction read = ImageFileIO::reader(error);
+    if (!read)
         return false;
-    }
-    const OIIO::ImageSpec& layout = buffer.nativespec();
-    if (layout.width <= 0 || layout.height <= 0 || layout.nchannels <= 0 || layout.nchannels > 4) {
-        setError(error, QStringLiteral("Unsupported image layout"));
+    cv::Mat mat;
+    QVariantMap attributes;
+    std::string text;
+    if (!read(path.toStdString(), mat, attributes, text)) {
+        setError(error, QString::fromStdString(text));
         return false;
-    }
-    const PixelType type = layout.format == OIIO::TypeDesc::UINT8    ? UInt8
-                           : layout.format == OIIO::TypeDesc::UINT16 ? UInt16
-                                                                   : Float32;
-    cv::Mat mat(layout.height, layout.width, CV_MAKETYPE(cvDepth(type), layout.nchannels));
-    if (!buffer.read(0, 0, true, oiioType(mat.depth())) ||
-        !buffer.get_pixels(buffer.roi(), oiioType(mat.depth()), mat.data)) {
-        setError(error, QString::fromStdString(buffer.geterror()));
-        return false;
-    }
-    // Binary attributes (an ICC profile, EXIF blocks) do not survive as
-    // text and would make the writer fail, so only plain values are kept.
-    for (const OIIO::ParamValue& p : layout.extra_attribs) {
-        if (p.type().arraylen != 0 || p.type().aggregate != OIIO::TypeDesc::SCALAR ||
-            p.name().string() == "ICCProfile")
-            continue;
-        m_attributes.insert(QString::fromStdString(p.name().string()),
-                            QString::fromStdString(p.get_string()));
     }
     m_mat = mat;
+    m_attributes = attributes;
     return true;
 }
 
@@ -110,11 +79,9 @@ bool WImg::save(const QString& path, QString* error) const
         setError(error, QStringLiteral("The image is empty"));
         return false;
     }
-    auto output = OIIO::ImageOutput::create(path.toStdString());
-    if (!output) {
-        setError(error, QString::fromStdString(OIIO::geterror()));
+    const ImageFileIO::WriteFunction write = ImageFileIO::writer(error);
+    if (!write)
         return false;
-    }
     // The image goes to a hidden file beside the target, with the same
     // extension for the format, and is renamed over it once complete: a
     // reader never sees half an image and a failed write keeps the old file.
@@ -127,13 +94,10 @@ bool WImg::save(const QString& path, QString* error) const
     }
     temporary.close();
     const std::string file = temporary.fileName().toStdString();
-    OIIO::ImageSpec format(width(), height(), channels(), oiioType(m_mat.depth()));
-    for (auto it = m_attributes.constBegin(); it != m_attributes.constEnd(); ++it)
-        format.attribute(it.key().toStdString(), it.value().toString().toStdString());
-    cv::Mat continuous = m_mat.isContinuous() ? m_mat : m_mat.clone();
-    if (!output->open(file, format) || !output->write_image(oiioType(continuous.depth()), continuous.data) ||
-        !output->close()) {
-        setError(error, QString::fromStdString(output->geterror()));
+    const cv::Mat continuous = m_mat.isContinuous() ? m_mat : m_mat.clone();
+    std::string text;
+    if (!write(file, continuous, m_attributes, text)) {
+        setError(error, QString::fromStdString(text));
         return false;
     }
     // A temporary file is private to its owner; the result gets the old

@@ -7,13 +7,26 @@ demo, beside the fast and cartoon fits of the same run.
 
     bench/fitting/fit_bench.py [--build build] [--data ../shared/data] [--skip-demo]
                                [--engines fast,cartoon,classic] [--settings FILE.ini]
+
+Given one or more research programs (--spare, --fast-rnrr, --amm-nrr,
+--meshmonk: paths of their binaries, built outside the project as
+docs/performance.md describes), it instead runs them beside our fits of the
+same run on every shared pair: each program timed as a whole process, each
+result measured by build/bench/fit_measure (CGAL distances both ways in % of
+the target's box diagonal, added fold-overs), and prints that table with the
+ratios peer time / our time, then the goals per pair.
+
+    bench/fitting/fit_bench.py --spare PATH --fast-rnrr PATH --amm-nrr PATH --meshmonk PATH
+                               [--engines fast,cartoon] [--pairs a,b] [--peer-threads 2] [--peer-timeout 600]
 """
 import argparse
 import json
 import os
+import shutil
 import subprocess
 import sys
 import tempfile
+import time
 
 # (name, basemesh, target, ground truth with the basemesh's topology or None)
 PAIRS = [
@@ -78,6 +91,127 @@ def row(name, r, diag, truth=None):
             f"{r['foldOvers']['added']} | {'-' if truth is None else f'{truth[0]:.4f} / {truth[1]:.4f}'} |")
 
 
+# name, option, how the program is called and where it writes its result
+PEERS = [
+    ("SPARE", "spare", lambda exe, src, tgt, d: [exe, src, tgt, os.path.join(d, "out")], "out_res.ply"),
+    ("Fast_RNRR", "fast_rnrr", lambda exe, src, tgt, d: [exe, src, tgt, os.path.join(d, "out")], "outres.obj"),
+    ("AMM_NRR", "amm_nrr", lambda exe, src, tgt, d: [exe, src, tgt, os.path.join(d, "out")], "outres.obj"),
+    ("MeshMonk", "meshmonk", lambda exe, src, tgt, d: [exe, src, tgt, os.path.join(d, "out.obj")], "out.obj"),
+]
+
+
+def timed(command, env=None, timeout=None, cwd=None):
+    """Wall seconds of the whole process, its exit code and its error output."""
+    start = time.perf_counter()
+    try:
+        run = subprocess.run(command, capture_output=True, text=True, env=env, timeout=timeout, cwd=cwd)
+    except subprocess.TimeoutExpired:
+        return time.perf_counter() - start, None, f"stopped after {timeout} s"
+    return time.perf_counter() - start, run.returncode, run.stderr
+
+
+def measure(tool, source, target, result):
+    """fit_measure's figures, or the reason there is no fit."""
+    if not os.path.exists(result):
+        return None, "no result file"
+    run = subprocess.run([tool, source, target, result], capture_output=True, text=True)
+    if run.returncode != 0:
+        return None, run.stderr.strip().splitlines()[-1] if run.stderr.strip() else f"exit {run.returncode}"
+    return json.loads(run.stdout), None
+
+
+def load_average():
+    return " / ".join(f"{x:.2f}" for x in os.getloadavg())
+
+
+def compare_with_peers(args, batch, engines, peers):
+    """Our fits and the research programs on every shared pair, in one run."""
+    tool = os.path.join(args.build, "bench/fit_measure")
+    if not os.path.exists(tool):
+        sys.exit(f"{tool} is missing: build the fit_measure target (needs libcgal-dev)")
+    env = dict(os.environ, OMP_NUM_THREADS=str(args.peer_threads))
+    label = lambda engine: f"ZWelk {engine}"
+    print(f"load average (1 / 5 / 15 min) at the start: {load_average()}\n")
+    print("| pair | program | whole s | fwd RMS, % diag | back RMS, % diag | added folds | "
+          + " | ".join(f"time / {label(e)}" for e in engines) + " |")
+    print("|---|---|---|---|---|---|" + "---|" * len(engines))
+    verdicts = []
+    with tempfile.TemporaryDirectory() as work:
+        for name, base, target, _ in PAIRS:
+            src, tgt = (os.path.abspath(os.path.join(args.data, f)) for f in (base, target))
+            if not (os.path.exists(src) and os.path.exists(tgt)):
+                continue
+            rows = []  # (program, seconds or None, figures or None, failure)
+            for engine in engines:
+                folder = os.path.join(work, f"{name}-{engine}")
+                os.makedirs(folder)
+                out = os.path.join(folder, "out.obj")
+                seconds, code, err = timed([batch, "welk", "--base", src, "--target", tgt, "-o", out,
+                                            "--engine", engine] + SETTINGS)
+                figures, failure = measure(tool, src, tgt, out) if code == 0 else (None, f"exit {code}: {err.strip()}")
+                rows.append((label(engine), seconds, figures, failure))
+            for peer, option, command, result in peers:
+                folder = os.path.join(work, f"{name}-{option}")
+                os.makedirs(folder)
+                seconds, code, err = timed(command(os.path.abspath(getattr(args, option)), src, tgt, folder),
+                                           env=env, timeout=args.peer_timeout, cwd=folder)
+                figures, failure = (measure(tool, src, tgt, os.path.join(folder, result)) if code is not None
+                                    else (None, err))
+                if failure and code:
+                    failure = f"exit {code}; {failure}"
+                rows.append((peer, seconds, figures, failure))
+                shutil.rmtree(folder, ignore_errors=True)
+            ours = {engine: rows[i][1] for i, engine in enumerate(engines)}
+            for program, seconds, figures, failure in rows:
+                ratios = " | ".join(f"{seconds / ours[e]:.2f}x" for e in engines)
+                if figures is None:
+                    print(f"| {name} | {program} | {seconds:.2f} | fails: {failure} | | | {ratios} |", flush=True)
+                else:
+                    print(f"| {name} | {program} | {seconds:.2f} | {figures['fwdRms']:.3f} | "
+                          f"{figures['backRms']:.3f} | {figures['addedFolds']} | {ratios} |", flush=True)
+            verdicts.append((name, rows))
+    print(f"\nload average (1 / 5 / 15 min) at the end: {load_average()}\n")
+    print_goals(verdicts, engines, label)
+
+
+def print_goals(verdicts, engines, label):
+    """Per pair and fit: whole process >= 3x faster than SPARE and faster than
+    Fast_RNRR, fwd and back no worse than the best peer's, no added folds."""
+    print("| pair | fit | SPARE time / ours (goal >= 3) | Fast_RNRR time / ours (goal > 1) | "
+          "fwd vs best peer | back vs best peer | added folds (goal 0) |")
+    print("|---|---|---|---|---|---|---|")
+    for name, rows in verdicts:
+        peers = [r for r in rows if not r[0].startswith("ZWelk")]
+        fitted = [r for r in peers if r[2] is not None]
+        best_fwd = min((r[2]["fwdRms"] for r in fitted), default=None)
+        best_back = min((r[2]["backRms"] for r in fitted), default=None)
+        by_name = {r[0]: r for r in peers}
+        for engine in engines:
+            program, seconds, figures, failure = next(r for r in rows if r[0] == label(engine))
+            if figures is None:
+                print(f"| {name} | {engine} | fails: {failure} | | | | |")
+                continue
+
+            def ratio(peer, goal):
+                r = by_name.get(peer)
+                if r is None:
+                    return "not run"
+                if r[2] is None:
+                    return f"the peer fails ({r[1]:.2f} s)"
+                return f"{r[1] / seconds:.2f}x {'met' if r[1] / seconds >= goal else 'MISSED'}"
+
+            def against(key, best):
+                if best is None:
+                    return "no peer fits"
+                mine = figures[key]
+                return f"{mine:.3f} vs {best:.3f} {'met' if mine <= best else 'MISSED'}"
+
+            folds = figures["addedFolds"]
+            print(f"| {name} | {engine} | {ratio('SPARE', 3.0)} | {ratio('Fast_RNRR', 1.0000001)} | "
+                  f"{against('fwdRms', best_fwd)} | {against('backRms', best_back)} | "
+                  f"{folds} {'met' if folds <= 0 else 'MISSED'} |")
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", default="build")
@@ -87,12 +221,28 @@ def main():
                         help="comma-separated engines for the shared pairs and the stylised demo")
     parser.add_argument("--settings", help="a fit settings file for every fit (Repair_folds=false and "
                         "Reject_worse_rounds=false give the fits without their guards)")
+    for _, option, _, _ in PEERS:
+        parser.add_argument("--" + option.replace("_", "-"), metavar="PATH",
+                            help="a research program's binary to run beside our fits")
+    parser.add_argument("--pairs", help="comma-separated names of the shared pairs to run (default: all)")
+    parser.add_argument("--peer-threads", type=int, default=2, help="OMP_NUM_THREADS for the research programs")
+    parser.add_argument("--peer-timeout", type=float, default=600, help="seconds before a peer's run is stopped")
     args = parser.parse_args()
+    if args.pairs:
+        wanted = args.pairs.split(",")
+        unknown = [n for n in wanted if n not in [p[0] for p in PAIRS]]
+        if unknown:
+            parser.error(f"unknown pairs: {', '.join(unknown)}")
+        PAIRS[:] = [p for p in PAIRS if p[0] in wanted]
     if args.settings:
         SETTINGS.extend(["--settings", os.path.abspath(args.settings)])
     engines = [e for e in args.engines.split(",") if e]
     label = lambda name, engine: name if engine == "fast" else f"{name} ({engine})"
     batch = os.path.join(args.build, "tools/zwelk-batch/zwelk-batch")
+    peers = [p for p in PEERS if getattr(args, p[1])]
+    if peers:
+        return compare_with_peers(args, batch, engines if args.engines != parser.get_default("engines")
+                                  else ["fast", "cartoon"], peers)
     print("| pair | base vertices | target triangles | load s | graph s | levels s | total s | peak MB | "
           "result->target mean / RMS / p95 / max, % diag | target->result mean / RMS / p95 / max, % diag | added folds | "
           "ground truth mean / RMSE |")

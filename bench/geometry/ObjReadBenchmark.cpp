@@ -1,5 +1,7 @@
 // OBJ reading speed: our graph reader against tinyobjloader and assimp on
-// the same generated files, best of several runs in one process.
+// the same generated files, best of several runs in one process; also against
+// fast_obj and rapidobj, the fastest readers we know, when the build was given
+// their sources (ZWELK_BENCH_FAST_OBJ_DIR, ZWELK_BENCH_RAPIDOBJ_DIR).
 //
 //   obj_read [--sizes 1,100,1000] [--runs 3]
 //   obj_read --memory FILE      peak resident memory of one read by our reader
@@ -12,6 +14,13 @@
 #include <assimp/scene.h>
 #include <tiny_obj_loader.h>
 
+#ifdef ZWELK_BENCH_FAST_OBJ
+#include <fast_obj.h>
+#endif
+#ifdef ZWELK_BENCH_RAPIDOBJ
+#include <rapidobj/rapidobj.hpp>
+#endif
+
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QProcess>
@@ -23,6 +32,8 @@
 
 #include <chrono>
 #include <functional>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -77,6 +88,37 @@ Counts readAssimp(const QString& path)
     return counts;
 }
 
+#ifdef ZWELK_BENCH_FAST_OBJ
+Counts readFastObj(const QString& path)
+{
+    fastObjMesh* mesh = fast_obj_read(path.toLocal8Bit().constData());
+    if (!mesh) {
+        fmt::print(stderr, "fast_obj failed on {}\n", path.toStdString());
+        return {};
+    }
+    // fast_obj keeps a dummy entry at index 0 of its position array.
+    const Counts counts{(long long)mesh->position_count - 1, (long long)mesh->face_count};
+    fast_obj_destroy(mesh);
+    return counts;
+}
+#endif
+
+#ifdef ZWELK_BENCH_RAPIDOBJ
+Counts readRapidObj(const QString& path)
+{
+    // The grids name a material without a library: rapidobj would refuse them.
+    const rapidobj::Result result = rapidobj::ParseFile(path.toStdString(), rapidobj::MaterialLibrary::Ignore());
+    if (result.error) {
+        fmt::print(stderr, "rapidobj failed: {}\n", result.error.code.message());
+        return {};
+    }
+    Counts counts{(long long)result.attributes.positions.size() / 3, 0};
+    for (const auto& shape : result.shapes)
+        counts.faces += (long long)shape.mesh.num_face_vertices.size();
+    return counts;
+}
+#endif
+
 double secondsOf(const std::function<void()>& job)
 {
     const auto start = std::chrono::steady_clock::now();
@@ -123,27 +165,44 @@ int main(int argc, char** argv)
         }
     }
 
-    const Reader readers[] = {{"ZWelk ObjReaderTBB", readOurs},
-                              {"tinyobjloader", readTinyObj},
-                              {"assimp", readAssimp}};
+    std::vector<Reader> readers = {{"ZWelk ObjReaderTBB", readOurs},
+#ifdef ZWELK_BENCH_FAST_OBJ
+                                   {"fast_obj", readFastObj},
+#endif
+#ifdef ZWELK_BENCH_RAPIDOBJ
+                                   {"rapidobj", readRapidObj},
+#endif
+                                   {"tinyobjloader", readTinyObj},
+                                   {"assimp", readAssimp}};
+    bool countsAgree = true;
     fmt::print("| file | MB | reader | best s | MB/s | ZWelk speed-up | vertices | faces |\n");
     fmt::print("|---|---|---|---|---|---|---|---|\n");
     for (int megabytes : sizes) {
         const QString path = BenchObjFiles::gridFile(megabytes);
         const double mb = double(QFileInfo(path).size()) / 1e6;
         double oursBest = 0;
+        Counts oursCounts;
         for (const Reader& reader : readers) {
             double best = 1e30;
             Counts counts;
             for (int run = 0; run < runs; ++run)
                 best = std::min(best, secondsOf([&] { counts = reader.read(path); }));
-            if (&reader == &readers[0])
+            if (&reader == &readers[0]) {
                 oursBest = best;
+                oursCounts = counts;
+            } else if (counts.faces != oursCounts.faces ||
+                       (counts.vertices != oursCounts.vertices && std::string(reader.name) != "assimp")) {
+                countsAgree = false;
+            }
             fmt::print("| grid-{}MB | {:.1f} | {} | {:.3f} | {:.0f} | {:.2f}x | {} | {} |\n", megabytes, mb,
                        reader.name, best, mb / best, best / oursBest, counts.vertices, counts.faces);
             std::fflush(stdout);
         }
     }
+
+    // assimp counts one vertex per face corner; every other count must be ours.
+    fmt::print("\nCounts {}\n", countsAgree ? "agree with ours (faces everywhere, vertices except assimp's)"
+                                               : "DIFFER from ours: see the table");
 
     // Peak memory of one read of the largest file, in a fresh process.
     const QString largest = BenchObjFiles::gridFile(sizes.last());
