@@ -37,8 +37,8 @@ asan | asan-headless | asan-parsers)
     else
         # Everything but the GUI and render test programs.
         cmake --build build-asan -j "$JOBS" --target geometry_tests document_tests search_tests \
-            optimisation_tests fitting_classic_tests fitting_accelerated_tests steps_tests exchange_tests \
-            texture_tests batch_tests commands_tests zwelk-batch
+            optimisation_tests fitting_classic_tests fitting_accelerated_tests steps_tests steps_splines_tests \
+            exchange_tests texture_tests batch_tests commands_tests zwelk-batch
     fi
     export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1:detect_stack_use_after_return=1"
     export LSAN_OPTIONS="suppressions=$SUPP/lsan.supp:print_suppressions=0"
