@@ -1,5 +1,7 @@
 #include "WImg.h"
 
+#include "ExrHeaderCheck.h"
+
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imageio.h>
 
@@ -70,6 +72,11 @@ bool WImg::load(const QString& path, QString* error)
 {
     m_mat.release();
     m_attributes.clear();
+    const QString headerProblem = exrHeaderProblem(path);
+    if (!headerProblem.isEmpty()) {
+        setError(error, headerProblem);
+        return false;
+    }
     const std::string file = path.toStdString();
     OIIO::ImageBuf buffer(file);
     // Reading the header first tells the pixel type to keep.
