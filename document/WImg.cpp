@@ -41,6 +41,11 @@ OIIO::TypeDesc oiioType(int cvDepthValue)
     }
 }
 
+// Textures are at most 16384 pixels square; a strip as long may be wider.
+constexpr int largestSquare = 16384;
+constexpr qint64 maxPixels = qint64(largestSquare) * largestSquare;
+constexpr int maxSide = 4 * largestSquare;
+
 void setError(QString* error, const QString& text)
 {
     if (error)
@@ -87,6 +92,15 @@ bool WImg::load(const QString& path, QString* error)
     const OIIO::ImageSpec& layout = buffer.nativespec();
     if (layout.width <= 0 || layout.height <= 0 || layout.nchannels <= 0 || layout.nchannels > 4) {
         setError(error, QStringLiteral("Unsupported image layout"));
+        return false;
+    }
+    // The size comes from the header: a damaged one must not make the
+    // decoder and the pixel matrix claim gigabytes before the read fails.
+    if (layout.width > maxSide || layout.height > maxSide || qint64(layout.width) * layout.height > maxPixels) {
+        setError(error, QStringLiteral("The image is %1 x %2 pixels, larger than the %3 x %3 that can be read")
+                            .arg(layout.width)
+                            .arg(layout.height)
+                            .arg(largestSquare));
         return false;
     }
     const PixelType type = layout.format == OIIO::TypeDesc::UINT8    ? UInt8

@@ -67,9 +67,10 @@ fi
 export QT_LOGGING_RULES='*=false'
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:allocator_may_return_null=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1:suppressions=$PWD/tests/sanitize/ubsan.supp}
-# Leaks inside the image decoders are theirs (tests/sanitize/lsan.supp says
-# which); their frames are only seen when malloc's stacks are unwound fully,
-# since those libraries keep no frame pointers.
+# Leaks inside the image decoders and Qt's JSON parser are theirs
+# (tests/sanitize/lsan.supp says which); their frames are only seen when
+# malloc's stacks are unwound fully, since those libraries keep no frame
+# pointers, so the targets reading images and JSON do that.
 export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$PWD/tests/sanitize/lsan.supp:print_suppressions=0}
 
 selected=${ZWELK_FUZZ_TARGETS:-$(echo "$TABLE" | awk 'NF { print $1 }')}
@@ -104,7 +105,7 @@ run_one() {
     if [ -n "${ZWELK_FUZZ_CPU:-}" ]; then wall=$((SECONDS_PER_TARGET * 1000)); fi
     local started=$SECONDS
     local asan=$ASAN_OPTIONS
-    if [ "$target" = image ]; then asan="$asan:fast_unwind_on_malloc=0"; fi
+    case $target in image | splines | classic_parameters | point_file) asan="$asan:fast_unwind_on_malloc=0" ;; esac
     ASAN_OPTIONS=$asan /usr/bin/time -f "%U %S" -o "$BUILD_DIR/logs/$target.cpu" \
     nice -n 19 "$BUILD_DIR/tests/fuzz/fuzz_$target" -max_total_time="$wall" \
         -max_len="$max_len" -rss_limit_mb=2560 -timeout=60 -print_final_stats=1 \

@@ -142,3 +142,31 @@ TEST(WImg, ExrAttributeLargerThanTheFileIsRefused)
         }
     }
 }
+
+// Found by fuzz_image: 90 bytes of BMP claiming 4 x 268435459 pixels made
+// the decoder ask for 3 GB. Sizes are refused from the header alone.
+TEST(WImg, ImagesBeyondTheLargestTextureAreRefusedFromTheHeader)
+{
+    WImg image;
+    QString error;
+    EXPECT_FALSE(image.load(QStringLiteral(ZWELK_FUZZ_REGRESSIONS "/image/bmp-height-beyond-any-texture.bmp"), &error));
+    EXPECT_TRUE(image.isNull());
+    EXPECT_EQ(error, QStringLiteral("The image is 4 x 268435459 pixels, larger than the 16384 x 16384 that can be read"));
+
+    // The same header with a height that fits reads until the data runs out.
+    QByteArray bytes = TestSupport::readFile(QStringLiteral(ZWELK_FUZZ_REGRESSIONS "/image/bmp-height-beyond-any-texture.bmp"));
+    qToLittleEndian<qint32>(3, bytes.data() + 22);
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("small.bmp"));
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+    file.close();
+    error.clear();
+    if (image.load(path, &error)) {
+        EXPECT_EQ(image.height(), 3);
+    } else {
+        EXPECT_FALSE(error.isEmpty());
+        EXPECT_FALSE(error.contains(QStringLiteral("larger than"))) << error.toStdString();
+    }
+}
