@@ -1,6 +1,7 @@
 #include "ExrHeaderCheck.h"
 
 #include <QFile>
+#include <QHash>
 #include <QtEndian>
 
 namespace Welk {
@@ -37,6 +38,51 @@ bool readInt(QFile& file, qint32& value)
     return true;
 }
 
+/// Bytes OpenEXR reads for a value of a type it knows by its layout alone,
+/// whatever the size field says; -1 for the types read by the size field.
+int fixedValueSize(const QByteArray& type)
+{
+    static const QHash<QByteArray, int> sizes = {
+        {"int", 4},     {"float", 4},          {"double", 8},       {"compression", 1}, {"lineOrder", 1},
+        {"envmap", 1},  {"deepImageState", 1}, {"v2i", 8},          {"v2f", 8},         {"v2d", 16},
+        {"v3i", 12},    {"v3f", 12},           {"v3d", 24},         {"box2i", 16},      {"box2f", 16},
+        {"m33f", 36},   {"m33d", 72},          {"m44f", 64},        {"m44d", 128},      {"rational", 8},
+        {"timecode", 8}, {"keycode", 28},      {"chromaticities", 32}, {"tiledesc", 9},
+    };
+    return sizes.value(type, -1);
+}
+
+/// Where the value read by OpenEXR ends: a channel list runs to its empty
+/// name, a preview holds its own width and height, fixed types their size,
+/// everything else the size field. -1 when the file ends first.
+qint64 valueEnd(QFile& file, const QByteArray& type, qint32 size)
+{
+    const qint64 start = file.pos();
+    const int fixed = fixedValueSize(type);
+    if (fixed >= 0)
+        return start + fixed <= file.size() ? start + fixed : -1;
+    if (type == "chlist") {
+        QByteArray channel;
+        for (;;) {
+            if (!readName(file, channel))
+                return -1;
+            if (channel.isEmpty())
+                return file.pos();
+            // pixel type, linear flag and reserved bytes, x and y sampling
+            if (file.pos() + 16 > file.size() || !file.seek(file.pos() + 16))
+                return -1;
+        }
+    }
+    if (type == "preview") {
+        qint32 width = 0, height = 0;
+        if (!readInt(file, width) || !readInt(file, height))
+            return -1;
+        const qint64 bytes = qint64(quint32(width)) * quint32(height) * 4;
+        return bytes <= file.size() - file.pos() ? file.pos() + bytes : -1;
+    }
+    return size <= file.size() - start ? start + size : -1;
+}
+
 } // namespace
 
 QString exrHeaderProblem(const QString& path)
@@ -63,12 +109,13 @@ QString exrHeaderProblem(const QString& path)
             qint32 size = 0;
             if (!readName(file, type) || !readInt(file, size))
                 return {};
-            if (size < 0 || size > file.size() - file.pos())
+            const qint64 end = size < 0 ? -1 : valueEnd(file, type, size);
+            if (end < 0)
                 return QStringLiteral("The EXR header of %1 is damaged: its attribute \"%2\" claims %3 bytes, "
                                       "more than the file holds")
                     .arg(path, QString::fromLatin1(name))
                     .arg(size);
-            if (!file.seek(file.pos() + size))
+            if (!file.seek(end))
                 return {};
         }
         if (!multiPart || !attributes)
