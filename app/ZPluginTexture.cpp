@@ -42,6 +42,14 @@ ZPluginTexture::ZPluginTexture(std::shared_ptr<ModelsData> models, ZMainWindow* 
     connect(m_controller, &PluginTextureController::runningChanged, window, &ZMainWindow::setStepsLocked);
 }
 
+ZPluginTexture::~ZPluginTexture()
+{
+    // The controller writes the panel's settings when it goes, so it must go
+    // before the panel, which QWidget would delete first (children go in the
+    // order they were made).
+    delete m_controller;
+}
+
 QString ZPluginTexture::hint() const
 {
     return PluginTextureWidget::hint() +

@@ -20,6 +20,7 @@ class ZPluginTexture : public ModuleContainerBase
     Q_OBJECT
 public:
     ZPluginTexture(std::shared_ptr<ModelsData> models, ZMainWindow* window, const QString& settingsDir);
+    ~ZPluginTexture() override;
     QString hint() const override;
 
     PluginTextureController* controller() const { return m_controller; }

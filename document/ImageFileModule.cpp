@@ -5,6 +5,7 @@
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imageio.h>
 
+#include <string>
 #include <type_traits>
 
 namespace {
@@ -20,6 +21,11 @@ OIIO::TypeDesc oiioType(int cvDepthValue)
         return OIIO::TypeDesc::FLOAT;
     }
 }
+
+// Textures are at most 16384 pixels square; a strip as long may be wider.
+constexpr int largestSquare = 16384;
+constexpr long long maxPixels = (long long)largestSquare * largestSquare;
+constexpr int maxSide = 4 * largestSquare;
 
 } // namespace
 
@@ -37,6 +43,14 @@ __attribute__((visibility("default"))) bool zwelkReadImage(const std::string& fi
     const OIIO::ImageSpec& layout = buffer.nativespec();
     if (layout.width <= 0 || layout.height <= 0 || layout.nchannels <= 0 || layout.nchannels > 4) {
         error = "Unsupported image layout";
+        return false;
+    }
+    // The size comes from the header: a damaged one must not make the
+    // decoder and the pixel matrix claim gigabytes before the read fails.
+    if (layout.width > maxSide || layout.height > maxSide || (long long)layout.width * layout.height > maxPixels) {
+        error = "The image is " + std::to_string(layout.width) + " x " + std::to_string(layout.height) +
+                " pixels, larger than the " + std::to_string(largestSquare) + " x " + std::to_string(largestSquare) +
+                " that can be read";
         return false;
     }
     const int depth = layout.format == OIIO::TypeDesc::UINT8    ? CV_8U

@@ -1,5 +1,6 @@
 #include "WImg.h"
 
+#include "ExrHeaderCheck.h"
 #include "ImageFileIO.h"
 
 #include <QFile>
@@ -58,6 +59,13 @@ bool WImg::load(const QString& path, QString* error)
 {
     m_mat.release();
     m_attributes.clear();
+    // OpenEXR allocates what a damaged header claims before it fails; the
+    // header is checked on its own first.
+    const QString headerProblem = exrHeaderProblem(path);
+    if (!headerProblem.isEmpty()) {
+        setError(error, headerProblem);
+        return false;
+    }
     const ImageFileIO::ReadFunction read = ImageFileIO::reader(error);
     if (!read)
         return false;

@@ -109,8 +109,11 @@ bool GoZFile::write(const QString& path) const
             return false;
     }
     if (uvTag != 0 && !uvs.empty()) {
-        const bool ok = isKnownUVTag(uvTag) ? out.array(uvTag, polygonCount, uvs)
-                                            : out.header(uvTag, ChunkHeaderSize, polygonCount);
+        // As many polygons as the UVs read cover, which a foreign file may
+        // give for fewer polygons than it has.
+        const bool ok = isKnownUVTag(uvTag)
+                            ? out.array(uvTag, int32_t(uvs.size() / size_t(uvFloatsPerPolygon(uvTag))), uvs)
+                            : out.header(uvTag, ChunkHeaderSize, polygonCount);
         if (!ok)
             return false;
     }

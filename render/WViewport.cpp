@@ -68,6 +68,10 @@ WViewport::WViewport(std::shared_ptr<WCamera> camera, QWidget* parent)
 WViewport::~WViewport()
 {
     if (context()) {
+        // QOpenGLWidget's destructor destroys the context after this one has
+        // run: its aboutToBeDestroyed must not call into a WViewport that is
+        // already gone (the resources are freed here instead).
+        disconnect(context(), &QOpenGLContext::aboutToBeDestroyed, this, &WViewport::glContextAboutToBeDestroyed);
         makeCurrent();
         m_pool.reset();
         m_planesData.reset();

@@ -11,6 +11,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
+#include <QtEndian>
 
 using Welk::WImg;
 
@@ -95,4 +96,81 @@ TEST(WImg, FailedSaveKeepsThePreviousFile)
     WImg back;
     ASSERT_TRUE(back.load(path, &error)) << error.toStdString();
     EXPECT_EQ(back.width(), 512);
+}
+
+// Found by fuzz_image (tests/fuzz/regressions/image): 631 bytes of EXR whose
+// "Software" attribute claims 1.6 GB, which OpenEXR allocated and cleared
+// before failing (a minute and 2 GB under the fuzzer).
+TEST(WImg, ExrAttributeLargerThanTheFileIsRefused)
+{
+    WImg image;
+    QString error;
+    EXPECT_FALSE(image.load(QStringLiteral(ZWELK_FUZZ_REGRESSIONS "/image/exr-attribute-larger-than-file.exr"), &error));
+    EXPECT_TRUE(image.isNull());
+    EXPECT_TRUE(error.contains(QStringLiteral("attribute \"Software\" claims 1635214444 bytes"))) << error.toStdString();
+    // OpenEXR reads a channel list to its empty name, whatever its size
+    // field says; here it runs on into an attribute of 1.8 GB.
+    EXPECT_FALSE(image.load(QStringLiteral(ZWELK_FUZZ_REGRESSIONS "/image/exr-channel-list-past-its-size.exr"), &error));
+    EXPECT_TRUE(error.startsWith(QStringLiteral("The EXR header of "))) << error.toStdString();
+
+    // A file the writer made loads; its first attribute made one byte too
+    // long for the file is refused, and back at its size loads again.
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("image.exr"));
+    WImg written(6, 3, 3, WImg::Float32);
+    cv::randu(written.mat(), 0.0, 1.0);
+    ASSERT_TRUE(written.save(path, &error)) << error.toStdString();
+    QByteArray bytes = TestSupport::readFile(path);
+    // Magic and version, then the first attribute's name and type.
+    const int nameEnd = bytes.indexOf('\0', 8);
+    const int sizeAt = bytes.indexOf('\0', nameEnd + 1) + 1;
+    ASSERT_GT(nameEnd, 8);
+    ASSERT_GT(sizeAt, nameEnd + 1);
+    const qint32 size = qFromLittleEndian<qint32>(bytes.constData() + sizeAt);
+    const qint32 tooLong = qint32(bytes.size() - (sizeAt + 4)) + 1;
+    ASSERT_LT(size, tooLong);
+    for (const qint32 claimed : {tooLong, qint32(-1), size}) {
+        SCOPED_TRACE(claimed);
+        qToLittleEndian<qint32>(claimed, bytes.data() + sizeAt);
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+        file.close();
+        WImg back;
+        const bool loaded = back.load(path, &error);
+        EXPECT_EQ(loaded, claimed == size) << error.toStdString();
+        if (loaded) {
+            EXPECT_LT(cv::norm(back.mat(), written.mat(), cv::NORM_INF), 1e-3); // EXR may store halves
+        } else {
+            EXPECT_TRUE(error.contains(QStringLiteral("claims %1 bytes").arg(claimed))) << error.toStdString();
+        }
+    }
+}
+
+// Found by fuzz_image: 90 bytes of BMP claiming 4 x 268435459 pixels made
+// the decoder ask for 3 GB. Sizes are refused from the header alone.
+TEST(WImg, ImagesBeyondTheLargestTextureAreRefusedFromTheHeader)
+{
+    WImg image;
+    QString error;
+    EXPECT_FALSE(image.load(QStringLiteral(ZWELK_FUZZ_REGRESSIONS "/image/bmp-height-beyond-any-texture.bmp"), &error));
+    EXPECT_TRUE(image.isNull());
+    EXPECT_EQ(error, QStringLiteral("The image is 4 x 268435459 pixels, larger than the 16384 x 16384 that can be read"));
+
+    // The same header with a height that fits reads until the data runs out.
+    QByteArray bytes = TestSupport::readFile(QStringLiteral(ZWELK_FUZZ_REGRESSIONS "/image/bmp-height-beyond-any-texture.bmp"));
+    qToLittleEndian<qint32>(3, bytes.data() + 22);
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("small.bmp"));
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+    file.close();
+    error.clear();
+    if (image.load(path, &error)) {
+        EXPECT_EQ(image.height(), 3);
+    } else {
+        EXPECT_FALSE(error.isEmpty());
+        EXPECT_FALSE(error.contains(QStringLiteral("larger than"))) << error.toStdString();
+    }
 }

@@ -69,6 +69,24 @@ TEST(FuzzRegressions, ShortColourChunkWritesBackReadable)
     QFile::remove(back);
 }
 
+TEST(FuzzRegressions, ShortUvChunkWritesBackReadable)
+{
+    // UVs of one triangle for three (found by fuzz_goz): written back, the UV
+    // chunk claimed three triangles and the file no longer read.
+    GoZFile goz;
+    ASSERT_TRUE(goz.read(QStringLiteral(ZWELK_FUZZ_REGRESSIONS "/goz/short-uv-chunk.GoZ"))) << goz.readError().toStdString();
+    ASSERT_EQ(goz.polygonCount, 3);
+    ASSERT_EQ(goz.uvs.size(), size_t(GoZFile::uvFloatsPerPolygon(goz.uvTag)));
+    const QString back = QDir::temp().filePath(QStringLiteral("zwelk-short-uv-back.GoZ"));
+    ASSERT_TRUE(goz.write(back));
+    GoZFile again;
+    EXPECT_TRUE(again.read(back)) << again.readError().toStdString();
+    EXPECT_EQ(again.vertices, goz.vertices);
+    EXPECT_EQ(again.polygons, goz.polygons);
+    EXPECT_EQ(again.uvs, goz.uvs);
+    QFile::remove(back);
+}
+
 TEST(FuzzRegressions, ObjFilesThroughBothLoaders)
 {
     const QStringList files = regressionFiles(QStringLiteral("obj"));

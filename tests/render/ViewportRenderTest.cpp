@@ -222,3 +222,30 @@ TEST(Materials, TextureSwitchFollowsWhatTheMeshOffers)
     EXPECT_EQ(surface.definesFor(textured),
               QStringList({QStringLiteral("isGhostEffectEnabled"), QStringLiteral("isIndexColorEnabled")}));
 }
+
+namespace {
+QStringList g_messages;
+void recordMessage(QtMsgType, const QMessageLogContext&, const QString& text)
+{
+    g_messages << text;
+}
+} // namespace
+
+// Found under UBSan (the vptr check): the context's aboutToBeDestroyed,
+// emitted by QOpenGLWidget's destructor, reached the viewport's slot after
+// the viewport's own destructor had run. Destroying a viewport must not.
+TEST(ViewportRender, DestroyedViewportIsNotCalledByItsDyingContext)
+{
+    g_messages.clear();
+    const QtMessageHandler previous = qInstallMessageHandler(recordMessage);
+    auto scene = std::make_unique<Scene>(RenderTest::sphere());
+    scene->render();
+    // The viewport's debug lines reach the handler, so a call would show.
+    const bool seen = g_messages.join(QLatin1Char('\n')).contains(QStringLiteral("WViewport::initializeGL"));
+    g_messages.clear();
+    scene.reset();
+    qInstallMessageHandler(previous);
+    ASSERT_TRUE(seen);
+    EXPECT_FALSE(g_messages.join(QLatin1Char('\n')).contains(QStringLiteral("glContextAboutToBeDestroyed")))
+        << g_messages.join(QLatin1Char('\n')).toStdString();
+}
