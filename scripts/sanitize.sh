@@ -50,7 +50,9 @@ asan | asan-headless | asan-parsers)
     export LSAN_OPTIONS="suppressions=$SUPP/lsan.supp:print_suppressions=0"
     export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1:suppressions=$SUPP/ubsan.supp"
     labels=()
-    if [ "$MODE" = asan-headless ]; then labels=(-LE gui); fi
+    # The GUI programs are not built here: ctest's stand-ins for unbuilt
+    # programs carry no label and would count as failures.
+    if [ "$MODE" = asan-headless ]; then labels=(-LE gui -E "_NOT_BUILT$"); fi
     if [ "$MODE" = asan-parsers ]; then labels=(-L "^(geometry|document)$"); fi
     time xvfb-run -a -s "-screen 0 1600x1000x24" \
         ctest --test-dir build-asan --output-on-failure --timeout 1800 -j "$JOBS" "${labels[@]}" "$@"
