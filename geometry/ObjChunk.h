@@ -7,11 +7,76 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace GeometryStack2 {
+
+/// A chunk's parsed list. The counter knows its size before the parser
+/// runs and the parser writes every element, so it is allocated without
+/// being cleared first (a cleared list costs a pass over fresh memory).
+template <typename T> class ChunkArray
+{
+    static_assert(std::is_trivially_copyable<T>::value, "ChunkArray holds plain values");
+
+public:
+    ChunkArray() = default;
+    ~ChunkArray() { std::free(m_data); }
+    ChunkArray(const ChunkArray&) = delete;
+    ChunkArray& operator=(const ChunkArray&) = delete;
+
+    void allocate(size_t size)
+    {
+        reset();
+        if (size == 0)
+            return;
+        m_data = static_cast<T*>(std::malloc(size * sizeof(T)));
+        if (!m_data)
+            throw std::bad_alloc();
+        m_size = size;
+    }
+    void reset()
+    {
+        std::free(m_data);
+        m_data = nullptr;
+        m_size = 0;
+    }
+    size_t size() const { return m_size; }
+    bool empty() const { return m_size == 0; }
+    T& operator[](size_t i) { return m_data[i]; }
+    const T& operator[](size_t i) const { return m_data[i]; }
+    const T* begin() const { return m_data; }
+    const T* end() const { return m_data + m_size; }
+
+private:
+    T* m_data = nullptr;
+    size_t m_size = 0;
+};
+
+/// Text buffers for the chunks. All chunks of a file but the last have the
+/// same size, and the read loop keeps only a few alive: a buffer given back
+/// is handed to the next chunk instead of the file being read into fresh
+/// memory, page fault after page fault, for every chunk.
+class ChunkBufferPool
+{
+public:
+    explicit ChunkBufferPool(size_t bufferSize) : m_bufferSize(bufferSize) {}
+    ~ChunkBufferPool();
+    ChunkBufferPool(const ChunkBufferPool&) = delete;
+    ChunkBufferPool& operator=(const ChunkBufferPool&) = delete;
+
+    size_t bufferSize() const { return m_bufferSize; }
+    char* take();
+    void give(char* buffer);
+
+private:
+    size_t m_bufferSize;
+    std::mutex m_mutex;
+    std::vector<char*> m_free;
+};
 
 /// One slice of an OBJ file on its way through the reader's graph. The
 /// read loop allocates it; the graph only passes pointers around; the
@@ -22,7 +87,8 @@ struct ChunkData
     /// previous chunk is copied, so that no chunk is ever copied whole.
     static constexpr size_t HeadSize = 2048;
 
-    ChunkData(int64_t chunkIndex, size_t capacity, bool last);
+    /// `pool` gives the text buffer, which holds HeadSize + a chunk + 1 bytes.
+    ChunkData(int64_t chunkIndex, ChunkBufferPool& pool, bool last);
     ~ChunkData();
     /// The text buffer has two users, the chunk's own parser and the next
     /// chunk's counter (which copies the unfinished last line); the last of
@@ -45,21 +111,22 @@ struct ChunkData
     ChunkData* previous = nullptr;
     size_t rawSize = 0;  ///< bytes read from the file
     size_t textSize = 0; ///< bytes of whole lines, from `text`
+    ChunkBufferPool* pool = nullptr;
     char* buffer = nullptr;
     char* fileData = nullptr; ///< buffer + HeadSize
     char* text = nullptr;     ///< first whole line; before fileData when a head was carried
     std::atomic<int> bufferUsers{2};
 
     // Filled by the parser.
-    std::vector<QVector3D> vertices;
-    std::vector<QVector2D> texCoords;
+    ChunkArray<QVector3D> vertices;
+    ChunkArray<QVector2D> texCoords;
     std::vector<int32_t> faceVertexIndices;
     std::vector<int32_t> faceTexIndices;
-    std::vector<int32_t> faceOffsets; ///< start of each face in faceVertexIndices
-    std::vector<int32_t> faceSizes;
-    std::vector<int32_t> faceGroups;
+    ChunkArray<int32_t> faceOffsets; ///< start of each face in faceVertexIndices
+    ChunkArray<int32_t> faceSizes;
+    ChunkArray<int32_t> faceGroups;
     std::vector<std::string> groupNames;
-    std::vector<int32_t> faceMaterials;
+    ChunkArray<int32_t> faceMaterials;
     std::vector<std::string> materialNames;
     std::string mtllib;
 

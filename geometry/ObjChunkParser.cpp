@@ -95,12 +95,12 @@ void countLines(ChunkData& chunk, int32_t& vertices, int32_t& texCoords, int32_t
 
 void parse(ChunkData& chunk)
 {
-    chunk.vertices.resize(size_t(chunk.vertexCount));
-    chunk.texCoords.resize(size_t(chunk.texCoordCount));
-    chunk.faceOffsets.resize(size_t(chunk.faceCount));
-    chunk.faceSizes.resize(size_t(chunk.faceCount));
-    chunk.faceGroups.resize(size_t(chunk.faceCount));
-    chunk.faceMaterials.resize(size_t(chunk.faceCount));
+    chunk.vertices.allocate(size_t(chunk.vertexCount));
+    chunk.texCoords.allocate(size_t(chunk.texCoordCount));
+    chunk.faceOffsets.allocate(size_t(chunk.faceCount));
+    chunk.faceSizes.allocate(size_t(chunk.faceCount));
+    chunk.faceGroups.allocate(size_t(chunk.faceCount));
+    chunk.faceMaterials.allocate(size_t(chunk.faceCount));
     chunk.faceVertexIndices.reserve(size_t(chunk.faceCount) * 4);
     chunk.groupMap.assign(size_t(chunk.groupCount) + 1, -1);
     chunk.materialMap.assign(size_t(chunk.materialCount) + 1, -1);
@@ -185,6 +185,9 @@ void parse(ChunkData& chunk)
         }
         p = eol + 1;
     }
+    // The lists were not cleared: every element counted must have been parsed.
+    if (v != chunk.vertices.size() || t != chunk.texCoords.size() || f != chunk.faceSizes.size())
+        countMismatch();
     chunk.lastGroup = groups.current();
     chunk.lastMaterial = materials.current();
 }

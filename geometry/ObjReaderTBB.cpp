@@ -6,6 +6,7 @@
 #include "ObjReaderTBB.h"
 
 #include "ObjChunk.h"
+#include "HugePages.h"
 #include "ObjChunkParser.h"
 #include "ProgressInterface.h"
 
@@ -22,13 +23,40 @@ using namespace tbb::flow;
 // ---------------------------------------------------------------------------
 // ChunkData
 
-ChunkData::ChunkData(int64_t chunkIndex, size_t capacity, bool last) : isLast(last), index(chunkIndex)
+ChunkBufferPool::~ChunkBufferPool()
+{
+    for (char* buffer : m_free)
+        std::free(buffer);
+}
+
+char* ChunkBufferPool::take()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_free.empty()) {
+            char* buffer = m_free.back();
+            m_free.pop_back();
+            return buffer;
+        }
+    }
+    char* buffer = static_cast<char*>(std::malloc(m_bufferSize));
+    if (!buffer)
+        throw std::bad_alloc();
+    return buffer;
+}
+
+void ChunkBufferPool::give(char* buffer)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_free.push_back(buffer);
+}
+
+ChunkData::ChunkData(int64_t chunkIndex, ChunkBufferPool& bufferPool, bool last)
+    : isLast(last), index(chunkIndex), pool(&bufferPool)
 {
     // The head takes the previous chunk's unfinished line; the last chunk
     // gets one more byte for a final newline.
-    buffer = static_cast<char*>(std::malloc(HeadSize + capacity + 1));
-    if (!buffer)
-        throw std::bad_alloc();
+    buffer = pool->take();
     fileData = buffer + HeadSize;
     text = fileData;
     bufferUsers = last ? 1 : 2;
@@ -36,14 +64,15 @@ ChunkData::ChunkData(int64_t chunkIndex, size_t capacity, bool last) : isLast(la
 
 ChunkData::~ChunkData()
 {
-    std::free(buffer);
+    if (buffer)
+        pool->give(buffer);
 }
 
 bool ChunkData::releaseBuffer()
 {
     if (--bufferUsers != 0)
         return false;
-    std::free(buffer);
+    pool->give(buffer);
     buffer = fileData = text = nullptr;
     return true;
 }
@@ -201,7 +230,7 @@ template <typename T> struct MallocMainBody
 
     bool operator()(const Totals& totals) const
     {
-        list->resize(totals.*field + extra);
+        resizeOnHugePages(*list, totals.*field + extra);
         *data = list->data();
         return true;
     }
@@ -327,9 +356,9 @@ struct ReduceParallelIndependentBody
         std::copy(chunk->texCoords.begin(), chunk->texCoords.end(), state->texCoords + chunk->texCoordOffset);
         std::copy(chunk->faceSizes.begin(), chunk->faceSizes.end(), state->polygonSizes + chunk->faceOffset);
         // Nothing reads these again: give the memory back while others work.
-        std::vector<QVector3D>().swap(chunk->vertices);
-        std::vector<QVector2D>().swap(chunk->texCoords);
-        std::vector<int32_t>().swap(chunk->faceSizes);
+        chunk->vertices.reset();
+        chunk->texCoords.reset();
+        chunk->faceSizes.reset();
         return continue_msg();
     }
 };
@@ -408,13 +437,13 @@ struct ReduceSerialBody
         if (!chunk->isLast)
             return;
         if (r.corners > 0) {
-            state->lists->vertexIndices.resize(int(r.corners));
+            resizeOnHugePages(state->lists->vertexIndices, int(r.corners));
             state->vertexIndices = state->lists->vertexIndices.data();
         }
         if (r.corners != r.texCorners && r.texCorners != 0)
             throw GraphException("File contains both: polygons with attached textures and polygons without them");
         if (r.texCorners > 0) {
-            state->lists->texCoordIndices.resize(int(r.texCorners));
+            resizeOnHugePages(state->lists->texCoordIndices, int(r.texCorners));
             state->texCoordIndices = state->lists->texCoordIndices.data();
         }
         state->polygonOffsets[state->lists->polygonOffsets.size() - 1] = int(r.corners);
@@ -504,6 +533,7 @@ bool ObjReaderTBB::read(const QString& path, MeshLists& lists, QString& error, W
     state.chunkCount = layout.chunkCount;
     state.counts.resize(size_t(layout.chunkCount));
 
+    ChunkBufferPool buffers(size_t(ChunkData::HeadSize + layout.chunkSize + 1));
     std::vector<std::unique_ptr<ChunkData>> chunks;
     chunks.reserve(size_t(layout.chunkCount));
     bool findLine = false;
@@ -558,7 +588,7 @@ bool ObjReaderTBB::read(const QString& path, MeshLists& lists, QString& error, W
                 g.wait_for_all();
             const bool last = i + 1 == layout.chunkCount;
             const qint64 size = last ? fileSize - i * layout.chunkSize : layout.chunkSize;
-            auto chunk = std::make_unique<ChunkData>(i, size_t(size), last);
+            auto chunk = std::make_unique<ChunkData>(i, buffers, last);
             if (file.read(chunk->fileData, size) != size) {
                 context.cancel_group_execution();
                 error = QStringLiteral("Can not load file: ") + path;

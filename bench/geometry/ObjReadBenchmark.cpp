@@ -3,7 +3,7 @@
 // fast_obj and rapidobj, the fastest readers we know, when the build was given
 // their sources (ZWELK_BENCH_FAST_OBJ_DIR, ZWELK_BENCH_RAPIDOBJ_DIR).
 //
-//   obj_read [--sizes 1,100,1000] [--runs 3]
+//   obj_read [--sizes 1,100,1000] [--runs 3] [--readers zwelk,fast_obj,...]
 //   obj_read --memory FILE      peak resident memory of one read by our reader
 #include "BenchObjFiles.h"
 
@@ -30,6 +30,7 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -155,6 +156,7 @@ int main(int argc, char** argv)
 
     QList<int> sizes = {1, 100, 1000};
     int runs = 3;
+    QStringList only; // reader names, lower case, up to the first space; empty: all
     for (int i = 0; i + 1 < args.size(); i += 2) {
         if (args[i] == QLatin1String("--sizes")) {
             sizes.clear();
@@ -162,6 +164,8 @@ int main(int argc, char** argv)
                 sizes.append(s.toInt());
         } else if (args[i] == QLatin1String("--runs")) {
             runs = std::max(1, args[i + 1].toInt());
+        } else if (args[i] == QLatin1String("--readers")) {
+            only = args[i + 1].toLower().split(QLatin1Char(','));
         }
     }
 
@@ -174,8 +178,23 @@ int main(int argc, char** argv)
 #endif
                                    {"tinyobjloader", readTinyObj},
                                    {"assimp", readAssimp}};
+    // A reader is named by the first word of its name, in lower case. The
+    // ratios are taken against the first reader left, ours when it is kept.
+    if (!only.isEmpty())
+        readers.erase(std::remove_if(readers.begin(), readers.end(),
+                                     [&](const Reader& reader) {
+                                         const QString name = QString::fromLatin1(reader.name).toLower();
+                                         return !only.contains(name.section(QLatin1Char(' '), 0, 0));
+                                     }),
+                      readers.end());
+    if (readers.empty()) {
+        fmt::print(stderr, "No such reader; the readers are zwelk, fast_obj, rapidobj, tinyobjloader, assimp\n");
+        return 2;
+    }
     bool countsAgree = true;
-    fmt::print("| file | MB | reader | best s | MB/s | ZWelk speed-up | vertices | faces |\n");
+    const bool oursKept = std::string(readers[0].name).rfind("ZWelk", 0) == 0;
+    fmt::print("| file | MB | reader | best s | MB/s | {} speed-up | vertices | faces |\n",
+               oursKept ? "ZWelk" : readers[0].name);
     fmt::print("|---|---|---|---|---|---|---|---|\n");
     for (int megabytes : sizes) {
         const QString path = BenchObjFiles::gridFile(megabytes);
@@ -204,6 +223,8 @@ int main(int argc, char** argv)
     fmt::print("\nCounts {}\n", countsAgree ? "agree with ours (faces everywhere, vertices except assimp's)"
                                                : "DIFFER from ours: see the table");
 
+    if (!oursKept)
+        return 0;
     // Peak memory of one read of the largest file, in a fresh process.
     const QString largest = BenchObjFiles::gridFile(sizes.last());
     QProcess child;

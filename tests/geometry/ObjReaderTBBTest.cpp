@@ -119,6 +119,28 @@ TEST_F(ObjReaderTBBTest, AgreesWithThePlainLoaderAcrossManyChunks)
     }
 }
 
+TEST_F(ObjReaderTBBTest, ReusedChunkBuffersNeverLeakTextIntoTheNextChunk)
+{
+    // Chunk text buffers are handed from chunk to chunk. With CRLF line ends
+    // and chunk sizes one byte apart, a boundary falls on every byte of a
+    // line, "\r" | "\n" included, and a stale byte of an earlier chunk left
+    // behind the text would show as a wrong value or a wrong line.
+    QByteArray text = grid(40, 30, "usemtl skin\n", 90);
+    text.replace("\n", "\r\n");
+    QString plainError;
+    const QString path = m_dir.filePath(QStringLiteral("mesh.obj"));
+    ASSERT_TRUE(TestSupport::writeFile(path, text));
+    const GeomStack plain(path, plainError, nullptr, GeomStack::PlainLoader);
+    ASSERT_TRUE(plainError.isEmpty()) << plainError.toStdString();
+    for (qint64 chunkSize = 6144; chunkSize < 6144 + 40; ++chunkSize) {
+        SCOPED_TRACE(chunkSize);
+        MeshLists lists;
+        QString error;
+        ASSERT_TRUE(ObjReaderTBB::read(path, lists, error, nullptr, chunkSize)) << error.toStdString();
+        expectSameLists(lists, plain);
+    }
+}
+
 TEST_F(ObjReaderTBBTest, GroupsAndMaterialsCarryAcrossChunkBoundaries)
 {
     // One group and one material, set once before thousands of faces; the
