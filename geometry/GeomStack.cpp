@@ -1,5 +1,10 @@
 #include "GeomStack.h"
 
+#include "HugePages.h"
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
 #include "ObjPlainLoader.h"
 #include "ObjChunkParser.h"
 #include "ObjReaderTBB.h"
@@ -117,23 +122,49 @@ QVector<QVector3D> GeomStack::computeNormals(const QVector<QVector3D>& vertices,
                                              const QVector<int>& vertexIndices,
                                              const QVector<int>& polygonOffsets)
 {
-    QVector<QVector3D> normals(vertices.size(), QVector3D(0, 0, 0));
+    QVector<QVector3D> normals;
+    resizeOnHugePages(normals, vertices.size());
+    // The corners' contributions are computed in parallel, a block of
+    // polygons at a time, and summed in polygon order as a single walk would
+    // sum them: the normals do not depend on the number of threads.
+    constexpr int BlockPolygons = 1 << 16;
     const int polygonCount = polygonOffsets.size() - 1;
-    for (int p = 0; p < polygonCount; ++p) {
-        const int first = polygonOffsets[p];
-        const int size = polygonOffsets[p + 1] - first;
-        for (int i = 0; i < size; ++i) {
-            const int previous = vertexIndices[first + i];
-            const int centre = vertexIndices[first + (i + 1) % size];
-            const int next = vertexIndices[first + (i + 2) % size];
-            // Scaled by 1000 so that tiny edges keep a cross product in float.
-            const QVector3D a = (vertices[next] - vertices[centre]) * 1000.0f;
-            const QVector3D b = (vertices[previous] - vertices[centre]) * 1000.0f;
-            normals[centre] += QVector3D::crossProduct(a, b).normalized();
+    std::vector<QVector3D> contributions;
+    QVector3D* sums = normals.data();
+    for (int blockBegin = 0; blockBegin < polygonCount; blockBegin += BlockPolygons) {
+        const int blockEnd = std::min(polygonCount, blockBegin + BlockPolygons);
+        const int cornerBegin = polygonOffsets[blockBegin];
+        contributions.resize(size_t(polygonOffsets[blockEnd] - cornerBegin));
+        QVector3D* contribution = contributions.data() - cornerBegin;
+        tbb::parallel_for(tbb::blocked_range<int>(blockBegin, blockEnd, 2048), [&](const tbb::blocked_range<int>& r) {
+            for (int p = r.begin(); p < r.end(); ++p) {
+                const int first = polygonOffsets[p];
+                const int size = polygonOffsets[p + 1] - first;
+                for (int i = 0; i < size; ++i) {
+                    const int centreCorner = first + (i + 1) % size;
+                    const int previous = vertexIndices[first + i];
+                    const int centre = vertexIndices[centreCorner];
+                    const int next = vertexIndices[first + (i + 2) % size];
+                    // Scaled by 1000 so that tiny edges keep a cross product in float.
+                    const QVector3D a = (vertices[next] - vertices[centre]) * 1000.0f;
+                    const QVector3D b = (vertices[previous] - vertices[centre]) * 1000.0f;
+                    contribution[centreCorner] = QVector3D::crossProduct(a, b).normalized();
+                }
+            }
+        });
+        for (int p = blockBegin; p < blockEnd; ++p) {
+            const int first = polygonOffsets[p];
+            const int size = polygonOffsets[p + 1] - first;
+            for (int i = 0; i < size; ++i) {
+                const int centreCorner = first + (i + 1) % size;
+                sums[vertexIndices[centreCorner]] += contribution[centreCorner];
+            }
         }
     }
-    for (QVector3D& n : normals)
-        n.normalize();
+    tbb::parallel_for(tbb::blocked_range<int>(0, normals.size(), 65536), [&](const tbb::blocked_range<int>& r) {
+        for (int v = r.begin(); v < r.end(); ++v)
+            sums[v].normalize();
+    });
     return normals;
 }
 

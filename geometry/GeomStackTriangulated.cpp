@@ -1,5 +1,14 @@
 #include "GeomStackTriangulated.h"
 
+#include "HugePages.h"
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/parallel_reduce.h>
+
+#include <algorithm>
+#include <vector>
+
 namespace GeometryStack2 {
 
 GeomStackTriangulated::GeomStackTriangulated(const QString& path, QString& error,
@@ -44,22 +53,52 @@ QVector<int> GeomStackTriangulated::triangulate(const QVector<int>& cornerIndice
                                                 const QVector<int>& polygonOffsets,
                                                 QVector<int>* trianglePolygons)
 {
-    QVector<int> triangles;
-    triangles.reserve(cornerIndices.size() * 3);
-    if (trianglePolygons)
-        trianglePolygons->clear();
-    const int polygonCount = polygonOffsets.size() - 1;
-    for (int p = 0; p < polygonCount; ++p) {
-        const int first = polygonOffsets[p];
-        const int size = polygonOffsets[p + 1] - first;
-        for (int k = 1; k + 1 < size; ++k) {
-            triangles.append(cornerIndices[first]);
-            triangles.append(cornerIndices[first + k]);
-            triangles.append(cornerIndices[first + k + 1]);
-            if (trianglePolygons)
-                trianglePolygons->append(p);
-        }
+    // Each polygon is a fan of size - 2 triangles. Where every polygon has
+    // at least three corners, the fans before polygon p hold offsets[p] - 2p
+    // triangles, so the fans are written in parallel, each at its place.
+    const int polygonCount = std::max(0, polygonOffsets.size() - 1);
+    const int* offsets = polygonOffsets.constData();
+    const bool allPolygons = tbb::parallel_reduce(
+        tbb::blocked_range<int>(0, polygonCount, 65536), true,
+        [&](const tbb::blocked_range<int>& r, bool ok) {
+            for (int p = r.begin(); ok && p < r.end(); ++p)
+                ok = offsets[p + 1] - offsets[p] >= 3;
+            return ok;
+        },
+        [](bool a, bool b) { return a && b; });
+    std::vector<int> fanStarts;
+    if (!allPolygons) {
+        fanStarts.resize(size_t(polygonCount) + 1);
+        for (int p = 0; p < polygonCount; ++p)
+            fanStarts[size_t(p) + 1] = fanStarts[size_t(p)] + std::max(0, offsets[p + 1] - offsets[p] - 2);
     }
+    const auto fanStart = [&](int p) { return allPolygons ? offsets[p] - 2 * p : fanStarts[size_t(p)]; };
+    const int triangleCount = polygonCount > 0 ? fanStart(polygonCount) : 0;
+
+    QVector<int> triangles;
+    resizeOnHugePages(triangles, 3 * qint64(triangleCount));
+    int* out = triangles.data();
+    int* owners = nullptr;
+    if (trianglePolygons) {
+        trianglePolygons->clear();
+        resizeOnHugePages(*trianglePolygons, triangleCount);
+        owners = trianglePolygons->data();
+    }
+    const int* corners = cornerIndices.constData();
+    tbb::parallel_for(tbb::blocked_range<int>(0, polygonCount, 16384), [&](const tbb::blocked_range<int>& r) {
+        for (int p = r.begin(); p < r.end(); ++p) {
+            const int first = offsets[p];
+            const int size = offsets[p + 1] - first;
+            int t = fanStart(p);
+            for (int k = 1; k + 1 < size; ++k, ++t) {
+                out[3 * size_t(t)] = corners[first];
+                out[3 * size_t(t) + 1] = corners[first + k];
+                out[3 * size_t(t) + 2] = corners[first + k + 1];
+                if (owners)
+                    owners[t] = p;
+            }
+        }
+    });
     return triangles;
 }
 

@@ -1,5 +1,7 @@
 #include "GoZFile.h"
 
+#include "HugePages.h"
+
 #include <QFile>
 #include <QtEndian>
 
@@ -45,7 +47,7 @@ template <typename T> bool readArray(QFile& file, qint64 count, qint32 chunkSize
     // A corrupt count must not turn into a huge allocation.
     if (payload > file.size() - file.pos())
         return false;
-    values.resize(size_t(count));
+    resizeOnHugePages(values, count);
     if (file.read(reinterpret_cast<char*>(values.data()), payload) != payload)
         return false;
     if (QSysInfo::ByteOrder == QSysInfo::BigEndian) {

@@ -1,6 +1,7 @@
 #include "GoZMeshConversion.h"
 
 #include "GeomStack.h"
+#include "HugePages.h"
 
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
@@ -20,7 +21,7 @@ bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error)
     mesh = GoZMesh();
     MeshLists& lists = mesh.lists;
     const int vertexCount = goz.vertexCount;
-    lists.vertices.resize(vertexCount);
+    resizeOnHugePages(lists.vertices, vertexCount);
     QVector3D* vertices = lists.vertices.data();
     const float* positions = goz.vertices.data();
     tbb::parallel_for(tbb::blocked_range<int>(0, vertexCount, 65536), [&](const tbb::blocked_range<int>& r) {
@@ -38,7 +39,7 @@ bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error)
                     .arg(double(v.z()));
         return false;
     }
-    mesh.vertexMask.resize(vertexCount);
+    resizeOnHugePages(mesh.vertexMask, vertexCount);
     float* vertexMask = mesh.vertexMask.data();
     tbb::parallel_for(tbb::blocked_range<int>(0, vertexCount, 65536), [&](const tbb::blocked_range<int>& r) {
         for (int i = r.begin(); i < r.end(); ++i)
@@ -53,8 +54,8 @@ bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error)
         const size_t at = size_t(p) * 4 + size_t(k);
         return at < goz.polygons.size() ? goz.polygons[at] : -1;
     };
-    lists.polygonSizes.resize(polygonCount);
-    lists.polygonOffsets.resize(polygonCount + 1);
+    resizeOnHugePages(lists.polygonSizes, polygonCount);
+    resizeOnHugePages(lists.polygonOffsets, polygonCount + 1);
     int* sizes = lists.polygonSizes.data();
     // The first polygon that names a vertex the file does not have.
     const int badPolygon = tbb::parallel_reduce(
@@ -89,12 +90,12 @@ bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error)
     for (int p = 0; p < polygonCount; ++p)
         offsets[p + 1] = offsets[p] + sizes[p];
     const int cornerCount = offsets[polygonCount];
-    lists.vertexIndices.resize(cornerCount);
+    resizeOnHugePages(lists.vertexIndices, cornerCount);
     if (withUVs)
-        lists.texCoords.resize(cornerCount);
-    lists.polygroupIds.resize(polygonCount);
-    lists.materialIds.fill(0, polygonCount);
-    mesh.polygonMaskFlags.resize(polygonCount);
+        resizeOnHugePages(lists.texCoords, cornerCount);
+    resizeOnHugePages(lists.polygroupIds, polygonCount);
+    resizeOnHugePages(lists.materialIds, polygonCount); // zeros: material 0
+    resizeOnHugePages(mesh.polygonMaskFlags, polygonCount);
     int* corners = lists.vertexIndices.data();
     QVector2D* texCoords = lists.texCoords.data();
     int* groups = lists.polygroupIds.data();
@@ -128,7 +129,7 @@ bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error)
             lists.polygroupNames.append(QString::number(int(goz.polygonGroups[p]) - 1));
         }
     if (withUVs) {
-        lists.texCoordIndices.resize(cornerCount);
+        resizeOnHugePages(lists.texCoordIndices, cornerCount);
         int* uvIndices = lists.texCoordIndices.data();
         tbb::parallel_for(tbb::blocked_range<int>(0, cornerCount, 65536), [&](const tbb::blocked_range<int>& r) {
             for (int i = r.begin(); i < r.end(); ++i)

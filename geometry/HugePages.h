@@ -13,18 +13,20 @@ namespace GeometryStack2 {
 /// nothing where the system has no such advice or the range is small.
 void adviseHugePages(const void* data, size_t bytes);
 
-/// Resizes an empty list to `size` elements on huge pages where it is large.
-template <typename T> void resizeOnHugePages(QVector<T>& list, int size)
+/// Resizes a list (QVector or std::vector) to `size` elements, the new ones
+/// on huge pages where the list is large.
+template <typename List> void resizeOnHugePages(List& list, qint64 size)
 {
-    if (size <= 0) {
-        list.resize(size < 0 ? 0 : size);
+    using Size = decltype(list.size());
+    if (size <= qint64(list.size())) {
+        list.resize(Size(size < 0 ? 0 : size));
         return;
     }
     // reserve() allocates without touching the elements; the advice must come
     // before resize() writes them.
-    list.reserve(size);
-    adviseHugePages(list.constData(), size_t(size) * sizeof(T));
-    list.resize(size);
+    list.reserve(Size(size));
+    adviseHugePages(list.data(), size_t(size) * sizeof(typename List::value_type));
+    list.resize(Size(size));
 }
 
 } // namespace GeometryStack2

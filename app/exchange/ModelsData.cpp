@@ -3,6 +3,8 @@
 #include "ModelsDataGoz.h"
 #include "ModelsDataObj.h"
 
+#include "geometry/HugePages.h"
+
 #include <QFile>
 
 #include <tbb/blocked_range.h>
@@ -97,7 +99,8 @@ bool ModelsData::isClean(const GeometryStack2::GeomStack& mesh)
         starts[size_t(v) + 1] = starts[size_t(v)] + counts[size_t(v) + 1].load(std::memory_order_relaxed);
     for (int v = 0; v <= vertices; ++v)
         counts[size_t(v)].store(starts[size_t(v)], std::memory_order_relaxed);
-    std::vector<int> ends(static_cast<size_t>(cornerCount));
+    std::vector<int> ends;
+    GeometryStack2::resizeOnHugePages(ends, cornerCount);
     tbb::parallel_for(tbb::blocked_range<int>(0, polygons, 8192), [&](const tbb::blocked_range<int>& r) {
         for (int p = r.begin(); p < r.end(); ++p) {
             const int first = offsets[p], size = offsets[p + 1] - first;

@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <random>
+
 using GeometryStack2::GeomStackTriangulated;
 
 TEST(GeomStackTriangulated, FansEachPolygonFromItsFirstCorner)
@@ -53,4 +56,81 @@ TEST(GeomStackTriangulated, StreamRebuildsTriangles)
     ASSERT_TRUE(error.isEmpty());
     EXPECT_EQ(copy.triangleVertexIndices(), mesh.triangleVertexIndices());
     EXPECT_EQ(copy.triangleCount(), 12);
+}
+
+namespace {
+
+/// Polygons of 3 to 6 corners over random vertices, with a few of fewer
+/// than 3 corners where `withDegenerate`: enough of them to span many of the
+/// blocks the parallel passes work in.
+struct RandomPolygons
+{
+    QVector<QVector3D> vertices;
+    QVector<int> corners, offsets{0};
+
+    RandomPolygons(int polygonCount, bool withDegenerate)
+    {
+        std::mt19937 random(7);
+        std::uniform_real_distribution<float> coordinate(-1.0f, 1.0f);
+        for (int v = 0; v < 5000; ++v)
+            vertices.append(QVector3D(coordinate(random), coordinate(random), coordinate(random)));
+        for (int p = 0; p < polygonCount; ++p) {
+            int size = 3 + int(random() % 4);
+            if (withDegenerate && p % 997 == 5)
+                size = int(random() % 3);
+            for (int k = 0; k < size; ++k)
+                corners.append(int(random() % 5000));
+            offsets.append(corners.size());
+        }
+    }
+};
+
+} // namespace
+
+TEST(GeomStackTriangulated, ParallelFansMatchASerialWalk)
+{
+    for (bool withDegenerate : {false, true}) {
+        SCOPED_TRACE(withDegenerate);
+        const RandomPolygons mesh(150000, withDegenerate);
+        QVector<int> expected, expectedOwners;
+        for (int p = 0; p + 1 < mesh.offsets.size(); ++p)
+            for (int k = mesh.offsets[p] + 1; k + 1 < mesh.offsets[p + 1]; ++k) {
+                expected << mesh.corners[mesh.offsets[p]] << mesh.corners[k] << mesh.corners[k + 1];
+                expectedOwners << p;
+            }
+        QVector<int> owners;
+        EXPECT_EQ(GeomStackTriangulated::triangulate(mesh.corners, mesh.offsets, &owners), expected);
+        EXPECT_EQ(owners, expectedOwners);
+    }
+    EXPECT_TRUE(GeomStackTriangulated::triangulate({}, {}, nullptr).isEmpty());
+    EXPECT_TRUE(GeomStackTriangulated::triangulate({}, {0}, nullptr).isEmpty());
+}
+
+TEST(GeomStackTriangulated, ParallelNormalsAreTheSerialSumsBitForBit)
+{
+    // Each corner adds its normalised corner normal to its vertex, in
+    // polygon order; the parallel form must give the same floats, so that
+    // a mesh's normals do not depend on the machine it was loaded on.
+    const RandomPolygons mesh(150000, true);
+    QVector<QVector3D> expected(mesh.vertices.size(), QVector3D());
+    for (int p = 0; p + 1 < mesh.offsets.size(); ++p) {
+        const int first = mesh.offsets[p], size = mesh.offsets[p + 1] - first;
+        for (int i = 0; i < size; ++i) {
+            const int previous = mesh.corners[first + i];
+            const int centre = mesh.corners[first + (i + 1) % size];
+            const int next = mesh.corners[first + (i + 2) % size];
+            const QVector3D a = (mesh.vertices[next] - mesh.vertices[centre]) * 1000.0f;
+            const QVector3D b = (mesh.vertices[previous] - mesh.vertices[centre]) * 1000.0f;
+            expected[centre] += QVector3D::crossProduct(a, b).normalized();
+        }
+    }
+    for (QVector3D& n : expected)
+        n.normalize();
+    const QVector<QVector3D> normals =
+        GeometryStack2::GeomStack::computeNormals(mesh.vertices, mesh.corners, mesh.offsets);
+    ASSERT_EQ(normals.size(), expected.size());
+    int different = 0;
+    for (int v = 0; v < normals.size(); ++v)
+        different += std::memcmp(&normals[v], &expected[v], sizeof(QVector3D)) != 0;
+    EXPECT_EQ(different, 0);
 }
