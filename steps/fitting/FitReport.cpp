@@ -2,8 +2,13 @@
 
 #include "fitting/accelerated/FoldOvers.h"
 #include "geometry/GeomStackTriangulated.h"
+#include "search/WRayTracerEmbree.h"
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
 
 #include <algorithm>
+#include <limits>
 
 namespace WelkPlugin {
 
@@ -73,17 +78,32 @@ int flippedTriangles(const QVector<int>& t, const QVector<QVector3D>& before, co
     return flipped;
 }
 
+QVector<float> distancesToSurface(const QVector<QVector3D>& points, const QVector<QVector3D>& vertices,
+                                  const QVector<int>& triangles)
+{
+    QVector<float> distances(points.size(), std::numeric_limits<float>::infinity());
+    if (triangles.size() < 3 || points.isEmpty())
+        return distances;
+    // Built for point queries only: no robust traversal, which only rays need.
+    const Welk::WRayTracerEmbree scene(vertices, triangles, 0, 0);
+    float* out = distances.data();
+    tbb::parallel_for(tbb::blocked_range<int>(0, points.size(), 1024), [&](const tbb::blocked_range<int>& r) {
+        for (int i = r.begin(); i < r.end(); ++i)
+            scene.closestPoint(points[i], std::numeric_limits<float>::infinity(), &out[i]);
+    });
+    return distances;
+}
+
 FitReport measureFit(const GeometryStack2::GeomStackTriangulated& base, const QVector<QVector3D>& aligned,
                      const QVector<QVector3D>& result, const GeometryStack2::GeomStackTriangulated& target,
                      const QVector<Welk::WPointOnTriangle>& basePoints,
                      const QVector<Welk::WPointOnTriangle>& targetPoints)
 {
     FitReport report;
-    const SurfaceDistance toTarget(target.vertices(), target.triangleVertexIndices());
-    const SurfaceDistance toResult(result, base.triangleVertexIndices());
-    report.vertexDistances = toTarget.distances(result);
+    report.vertexDistances = distancesToSurface(result, target.vertices(), target.triangleVertexIndices());
     report.resultToTarget = SurfaceDistance::summarize(report.vertexDistances);
-    report.targetToResult = toResult.summarize(target.vertices());
+    report.targetToResult =
+        SurfaceDistance::summarize(distancesToSurface(target.vertices(), result, base.triangleVertexIndices()));
     report.flippedTriangles = flippedTriangles(base.triangleVertexIndices(), aligned, result);
     report.foldsBefore = WelkingAcceleratedVersion::foldedTriangleCount(aligned, base.triangleVertexIndices());
     report.foldsAfter = WelkingAcceleratedVersion::foldedTriangleCount(result, base.triangleVertexIndices());

@@ -52,9 +52,15 @@ QString divergenceMessage(const WelkingAcceleratedVersion::FitCourse& course);
 /// Triangles of `triangles` whose orientation flips from `before` to `after`.
 int flippedTriangles(const QVector<int>& triangles, const QVector<QVector3D>& before, const QVector<QVector3D>& after);
 
+/// Exact distances from each point to the nearest point of the triangle
+/// mesh, in parallel (Embree's point query over one scene of the mesh).
+QVector<float> distancesToSurface(const QVector<QVector3D>& points, const QVector<QVector3D>& vertices,
+                                  const QVector<int>& triangles);
+
 /// Measures `result` (the basemesh's vertices after the fit, in the
-/// target's frame) against `target`. `aligned` is the basemesh before the
-/// fit in the same frame. The point lists pair landmarks as in the fit.
+/// target's frame) against `target`: exact point-to-surface distances both
+/// ways. `aligned` is the basemesh before the fit in the same frame. The
+/// point lists pair landmarks as in the fit.
 FitReport measureFit(const GeometryStack2::GeomStackTriangulated& base, const QVector<QVector3D>& aligned,
                      const QVector<QVector3D>& result, const GeometryStack2::GeomStackTriangulated& target,
                      const QVector<Welk::WPointOnTriangle>& basePoints,
