@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QtGlobal>
 #include <QVector2D>
 #include <QVector3D>
 
@@ -15,6 +16,40 @@
 
 namespace GeometryStack2 {
 
+/// Memory for the parsed lists of all chunks of one read: address space
+/// reserved for the most the file's size allows, given out in one block per
+/// list and backed by huge pages as the lists are written. The chunks' lists
+/// are all alive when the final lists are made, so handing them out from
+/// here costs no more memory than allocating each, but a few hundred page
+/// faults instead of one every 4 KB. Released whole when the read ends.
+class ChunkListArena
+{
+public:
+    /// Reserves `capacity` bytes; without the reservation every `take` fails
+    /// and the lists fall back on their own allocations.
+    explicit ChunkListArena(size_t capacity);
+    ~ChunkListArena();
+    ChunkListArena(const ChunkListArena&) = delete;
+    ChunkListArena& operator=(const ChunkListArena&) = delete;
+
+    /// `bytes` of the reservation, 64-byte aligned, or nullptr when it is used up.
+    void* take(size_t bytes);
+    /// Gives the memory of a list nobody reads again back to the system (the
+    /// whole pages inside it); the address space stays taken.
+    void give(void* data, size_t bytes);
+
+    /// Bytes of parsed lists a file of `fileSize` bytes in `chunkCount`
+    /// chunks can hold at most: six bytes of lists per byte of text (a face
+    /// line "f 1" of four bytes has 24), on at most a carried head more
+    /// text per chunk, plus the alignment of eight lists per chunk.
+    static size_t capacityFor(qint64 fileSize, qint64 chunkCount);
+
+private:
+    char* m_base = nullptr;
+    size_t m_capacity = 0;
+    std::atomic<size_t> m_used{0};
+};
+
 /// A chunk's parsed list. The counter knows its size before the parser
 /// runs and the parser writes every element, so it is allocated without
 /// being cleared first (a cleared list costs a pass over fresh memory).
@@ -24,28 +59,37 @@ template <typename T> class ChunkArray
 
 public:
     ChunkArray() = default;
-    ~ChunkArray() { std::free(m_data); }
+    ~ChunkArray() { reset(); }
     ChunkArray(const ChunkArray&) = delete;
     ChunkArray& operator=(const ChunkArray&) = delete;
 
-    void allocate(size_t size)
+    /// From `arena` where it has room, else from the heap.
+    void allocate(size_t size, ChunkListArena* arena = nullptr)
     {
         reset();
         if (size == 0)
             return;
-        m_data = static_cast<T*>(std::malloc(size * sizeof(T)));
+        m_data = arena ? static_cast<T*>(arena->take(size * sizeof(T))) : nullptr;
+        m_arena = m_data ? arena : nullptr;
+        if (!m_data)
+            m_data = static_cast<T*>(std::malloc(size * sizeof(T)));
         if (!m_data)
             throw std::bad_alloc();
         m_size = size;
     }
     void reset()
     {
-        std::free(m_data);
+        if (m_arena)
+            m_arena->give(m_data, m_size * sizeof(T));
+        else
+            std::free(m_data);
         m_data = nullptr;
         m_size = 0;
+        m_arena = nullptr;
     }
     size_t size() const { return m_size; }
     bool empty() const { return m_size == 0; }
+    T* data() { return m_data; }
     T& operator[](size_t i) { return m_data[i]; }
     const T& operator[](size_t i) const { return m_data[i]; }
     const T* begin() const { return m_data; }
@@ -54,6 +98,7 @@ public:
 private:
     T* m_data = nullptr;
     size_t m_size = 0;
+    ChunkListArena* m_arena = nullptr; ///< where the list lives; none for the heap
 };
 
 /// Text buffers for the chunks. All chunks of a file but the last have the
@@ -120,8 +165,8 @@ struct ChunkData
     // Filled by the parser.
     ChunkArray<QVector3D> vertices;
     ChunkArray<QVector2D> texCoords;
-    std::vector<int32_t> faceVertexIndices;
-    std::vector<int32_t> faceTexIndices;
+    ChunkArray<int32_t> faceVertexIndices;
+    ChunkArray<int32_t> faceTexIndices;
     ChunkArray<int32_t> faceOffsets; ///< start of each face in faceVertexIndices
     ChunkArray<int32_t> faceSizes;
     ChunkArray<int32_t> faceGroups;

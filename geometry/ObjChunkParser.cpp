@@ -3,6 +3,7 @@
 #include "ObjLineParser.h"
 #include "ObjNumberParser.h"
 
+#include <algorithm>
 #include <unordered_map>
 
 namespace GeometryStack2 {
@@ -93,15 +94,18 @@ void countLines(ChunkData& chunk, int32_t& vertices, int32_t& texCoords, int32_t
     }
 }
 
-void parse(ChunkData& chunk)
+void parse(ChunkData& chunk, ChunkListArena* arena, CornerScratch& scratch)
 {
-    chunk.vertices.allocate(size_t(chunk.vertexCount));
-    chunk.texCoords.allocate(size_t(chunk.texCoordCount));
-    chunk.faceOffsets.allocate(size_t(chunk.faceCount));
-    chunk.faceSizes.allocate(size_t(chunk.faceCount));
-    chunk.faceGroups.allocate(size_t(chunk.faceCount));
-    chunk.faceMaterials.allocate(size_t(chunk.faceCount));
-    chunk.faceVertexIndices.reserve(size_t(chunk.faceCount) * 4);
+    chunk.vertices.allocate(size_t(chunk.vertexCount), arena);
+    chunk.texCoords.allocate(size_t(chunk.texCoordCount), arena);
+    chunk.faceOffsets.allocate(size_t(chunk.faceCount), arena);
+    chunk.faceSizes.allocate(size_t(chunk.faceCount), arena);
+    chunk.faceGroups.allocate(size_t(chunk.faceCount), arena);
+    chunk.faceMaterials.allocate(size_t(chunk.faceCount), arena);
+    std::vector<int32_t>& vertexIndices = scratch.vertexIndices;
+    std::vector<int32_t>& texIndices = scratch.texIndices;
+    vertexIndices.clear();
+    texIndices.clear();
     chunk.groupMap.assign(size_t(chunk.groupCount) + 1, -1);
     chunk.materialMap.assign(size_t(chunk.materialCount) + 1, -1);
 
@@ -139,18 +143,15 @@ void parse(ChunkData& chunk)
                 throw GraphException();
             if (f >= chunk.faceSizes.size())
                 countMismatch();
-            chunk.faceOffsets[f] = int32_t(chunk.faceVertexIndices.size());
+            chunk.faceOffsets[f] = int32_t(vertexIndices.size());
             chunk.faceSizes[f] = count - 1;
             for (int i = 1; i < count; ++i) {
                 const ObjLine::Corner corner = ObjLine::splitCorner(tokens[i]);
                 if (corner.vertex.size() == 0)
                     throw GraphException();
-                chunk.faceVertexIndices.push_back(parseObjInt(corner.vertex.begin, corner.vertex.end) - 1);
-                if (corner.texture.size() > 0) {
-                    if (chunk.faceTexIndices.empty())
-                        chunk.faceTexIndices.reserve(chunk.faceVertexIndices.capacity());
-                    chunk.faceTexIndices.push_back(parseObjInt(corner.texture.begin, corner.texture.end) - 1);
-                }
+                vertexIndices.push_back(parseObjInt(corner.vertex.begin, corner.vertex.end) - 1);
+                if (corner.texture.size() > 0)
+                    texIndices.push_back(parseObjInt(corner.texture.begin, corner.texture.end) - 1);
             }
             chunk.faceGroups[f] = groups.current();
             chunk.faceMaterials[f] = materials.current();
@@ -185,6 +186,11 @@ void parse(ChunkData& chunk)
         }
         p = eol + 1;
     }
+    // Exactly as many corners as the chunk has, next to its other lists.
+    chunk.faceVertexIndices.allocate(vertexIndices.size(), arena);
+    std::copy(vertexIndices.begin(), vertexIndices.end(), chunk.faceVertexIndices.data());
+    chunk.faceTexIndices.allocate(texIndices.size(), arena);
+    std::copy(texIndices.begin(), texIndices.end(), chunk.faceTexIndices.data());
     // The lists were not cleared: every element counted must have been parsed.
     if (v != chunk.vertices.size() || t != chunk.texCoords.size() || f != chunk.faceSizes.size())
         countMismatch();

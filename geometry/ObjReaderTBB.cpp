@@ -1,6 +1,7 @@
 // TBB first: Qt's "emit" keyword macro breaks TBB's headers.
 #include <tbb/flow_graph.h>
 #include <tbb/task_arena.h>
+#include <tbb/enumerable_thread_specific.h>
 #include <tbb/task_group.h>
 
 #include "ObjReaderTBB.h"
@@ -19,63 +20,6 @@
 namespace GeometryStack2 {
 
 using namespace tbb::flow;
-
-// ---------------------------------------------------------------------------
-// ChunkData
-
-ChunkBufferPool::~ChunkBufferPool()
-{
-    for (char* buffer : m_free)
-        std::free(buffer);
-}
-
-char* ChunkBufferPool::take()
-{
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (!m_free.empty()) {
-            char* buffer = m_free.back();
-            m_free.pop_back();
-            return buffer;
-        }
-    }
-    char* buffer = static_cast<char*>(std::malloc(m_bufferSize));
-    if (!buffer)
-        throw std::bad_alloc();
-    return buffer;
-}
-
-void ChunkBufferPool::give(char* buffer)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_free.push_back(buffer);
-}
-
-ChunkData::ChunkData(int64_t chunkIndex, ChunkBufferPool& bufferPool, bool last)
-    : isLast(last), index(chunkIndex), pool(&bufferPool)
-{
-    // The head takes the previous chunk's unfinished line; the last chunk
-    // gets one more byte for a final newline.
-    buffer = pool->take();
-    fileData = buffer + HeadSize;
-    text = fileData;
-    bufferUsers = last ? 1 : 2;
-}
-
-ChunkData::~ChunkData()
-{
-    if (buffer)
-        pool->give(buffer);
-}
-
-bool ChunkData::releaseBuffer()
-{
-    if (--bufferUsers != 0)
-        return false;
-    pool->give(buffer);
-    buffer = fileData = text = nullptr;
-    return true;
-}
 
 namespace {
 
@@ -337,10 +281,12 @@ using BlockSerial = JoinStage<bool, BlockSerialBody>;
 struct ParseDataBody
 {
     TextWindow* window;
+    ChunkListArena* arena;
+    tbb::enumerable_thread_specific<ObjChunkParser::CornerScratch>* scratch;
 
     ChunkData* operator()(ChunkData* chunk) const
     {
-        ObjChunkParser::parse(*chunk);
+        ObjChunkParser::parse(*chunk, arena, scratch->local());
         window->release(chunk);
         return chunk;
     }
@@ -458,7 +404,7 @@ struct ReduceParallelDependentBody
 {
     ReaderState* state;
 
-    static void resolve(const std::vector<int32_t>& local, int* target, int32_t total, const char* negative,
+    static void resolve(const ChunkArray<int32_t>& local, int* target, int32_t total, const char* negative,
                         const char* outside)
     {
         for (size_t i = 0; i < local.size(); ++i) {
@@ -492,8 +438,8 @@ struct ReduceParallelDependentBody
             state->materialIds[chunk->faceOffset + int64_t(k)] =
                 chunk->materialMap[size_t(material < 0 ? materialInForce : material)];
         }
-        std::vector<int32_t>().swap(chunk->faceVertexIndices);
-        std::vector<int32_t>().swap(chunk->faceTexIndices);
+        chunk->faceVertexIndices.reset();
+        chunk->faceTexIndices.reset();
         return continue_msg();
     }
 };
@@ -534,6 +480,9 @@ bool ObjReaderTBB::read(const QString& path, MeshLists& lists, QString& error, W
     state.counts.resize(size_t(layout.chunkCount));
 
     ChunkBufferPool buffers(size_t(ChunkData::HeadSize + layout.chunkSize + 1));
+    // Both outlive the chunks, whose parsed lists they hold.
+    ChunkListArena parsedLists(ChunkListArena::capacityFor(fileSize, layout.chunkCount));
+    tbb::enumerable_thread_specific<ObjChunkParser::CornerScratch> scratch;
     std::vector<std::unique_ptr<ChunkData>> chunks;
     chunks.reserve(size_t(layout.chunkCount));
     bool findLine = false;
@@ -546,7 +495,7 @@ bool ObjReaderTBB::read(const QString& path, MeshLists& lists, QString& error, W
         sequencer_node<ChunkCount*> sortCounts(g, SortChCBufferBody());
         Malloc malloc(g, state);
         ReduceChunk reduceChunk(g, ReduceChunkBody{&state});
-        function_node<ChunkData*, ChunkData*> parse(g, unlimited, ParseDataBody{&window});
+        function_node<ChunkData*, ChunkData*> parse(g, unlimited, ParseDataBody{&window, &parsedLists, &scratch});
         sequencer_node<ChunkData*> sortParsed(g, SortChDBufferBody());
         BlockParallel blockParallel(g, BlockParallelBody());
         function_node<ChunkData*, continue_msg> copy(g, unlimited, ReduceParallelIndependentBody{&state});
