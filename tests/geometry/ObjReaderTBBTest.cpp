@@ -3,6 +3,7 @@
 #include "support/TestFiles.h"
 
 #include "geometry/GeomStackTriangulated.h"
+#include "geometry/ObjChunk.h"
 #include "geometry/ObjReaderTBB.h"
 #include "geometry/ProgressInterface.h"
 
@@ -455,4 +456,37 @@ TEST_F(ObjReaderTBBTest, PeakMemoryStaysNearTheFinalArrays)
     std::printf("file %lld arrays %lld peak growth %lld\n", fileSize, arrays, growth);
     ASSERT_GT(fileSize, 8 * arrays);
     EXPECT_LT(growth, 2 * arrays + 8 * chunk);
+}
+
+TEST(ChunkListArena, ListsFallBackOnTheHeapWhenTheReservationIsUsedUp)
+{
+    // Room for one list of 1000 ints: the second list must come from the
+    // heap, both must hold what was written, and giving them back must not
+    // disturb a list still in use.
+    ChunkListArena arena(4096);
+    ChunkArray<int32_t> first, second, third;
+    first.allocate(1000, &arena);
+    second.allocate(1000, &arena);
+    third.allocate(10, nullptr);
+    for (int i = 0; i < 1000; ++i) {
+        first[size_t(i)] = i;
+        second[size_t(i)] = -i;
+    }
+    EXPECT_NE(first.data() + 1000, second.data());
+    second.reset();
+    EXPECT_TRUE(second.empty());
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_EQ(first[size_t(i)], i);
+
+    ChunkListArena none(0);
+    EXPECT_EQ(none.take(16), nullptr);
+    ChunkArray<QVector3D> onHeap;
+    onHeap.allocate(3, &none);
+    onHeap[2] = QVector3D(1, 2, 3);
+    EXPECT_EQ(onHeap[2], QVector3D(1, 2, 3));
+
+    // The reservation holds the lists of the worst file: a face line "f 1"
+    // of 4 bytes carries a face and a corner, 24 bytes of lists.
+    EXPECT_GE(ChunkListArena::capacityFor(4000, 1), size_t(1000 * 24));
+    EXPECT_EQ(ChunkListArena::capacityFor(0, 0), size_t(0));
 }
