@@ -54,8 +54,9 @@ QVector<int> GeomStackTriangulated::triangulate(const QVector<int>& cornerIndice
                                                 QVector<int>* trianglePolygons)
 {
     // Each polygon is a fan of size - 2 triangles. Where every polygon has
-    // at least three corners, the fans before polygon p hold offsets[p] - 2p
-    // triangles, so the fans are written in parallel, each at its place.
+    // at least three corners, the fans before polygon p hold
+    // offsets[p] - offsets[0] - 2p triangles, so the fans are written in
+    // parallel, each at its place.
     const int polygonCount = std::max(0, polygonOffsets.size() - 1);
     const int* offsets = polygonOffsets.constData();
     const bool allPolygons = tbb::parallel_reduce(
@@ -72,8 +73,23 @@ QVector<int> GeomStackTriangulated::triangulate(const QVector<int>& cornerIndice
         for (int p = 0; p < polygonCount; ++p)
             fanStarts[size_t(p) + 1] = fanStarts[size_t(p)] + std::max(0, offsets[p + 1] - offsets[p] - 2);
     }
-    const auto fanStart = [&](int p) { return allPolygons ? offsets[p] - 2 * p : fanStarts[size_t(p)]; };
+    const auto fanStart = [&](int p) { return allPolygons ? offsets[p] - offsets[0] - 2 * p : fanStarts[size_t(p)]; };
     const int triangleCount = polygonCount > 0 ? fanStart(polygonCount) : 0;
+
+    // A mesh of triangles only (most scans) is its own triangulation: the
+    // list is shared, not copied, and detaches if either side changes.
+    if (allPolygons && triangleCount == polygonCount && offsets[0] == 0 && cornerIndices.size() == 3 * polygonCount) {
+        if (trianglePolygons) {
+            trianglePolygons->clear();
+            resizeOnHugePages(*trianglePolygons, polygonCount);
+            int* owners = trianglePolygons->data();
+            tbb::parallel_for(tbb::blocked_range<int>(0, polygonCount, 65536), [&](const tbb::blocked_range<int>& r) {
+                for (int p = r.begin(); p < r.end(); ++p)
+                    owners[p] = p;
+            });
+        }
+        return cornerIndices;
+    }
 
     QVector<int> triangles;
     resizeOnHugePages(triangles, 3 * qint64(triangleCount));

@@ -134,3 +134,19 @@ TEST(GeomStackTriangulated, ParallelNormalsAreTheSerialSumsBitForBit)
         different += std::memcmp(&normals[v], &expected[v], sizeof(QVector3D)) != 0;
     EXPECT_EQ(different, 0);
 }
+
+TEST(GeomStackTriangulated, ATriangleMeshSharesItsCornersAsItsTriangles)
+{
+    const QVector<int> corners = {0, 1, 2, 2, 1, 3};
+    const QVector<int> offsets = {0, 3, 6};
+    QVector<int> owners;
+    QVector<int> triangles = GeomStackTriangulated::triangulate(corners, offsets, &owners);
+    EXPECT_EQ(triangles, corners);
+    EXPECT_EQ(owners, (QVector<int>{0, 1}));
+    EXPECT_EQ(triangles.constData(), corners.constData()); // shared, not copied
+    // Changing the triangles must not change the corners they came from.
+    triangles[0] = 3;
+    EXPECT_EQ(corners[0], 0);
+    // Offsets that do not start at 0 describe other corners: no sharing.
+    EXPECT_EQ(GeomStackTriangulated::triangulate({9, 0, 1, 2}, {1, 4}, nullptr), (QVector<int>{0, 1, 2}));
+}
