@@ -382,7 +382,12 @@ TEST_F(WelkBadInput, InterruptedAtEachStageKeepsWhatWasReached)
                        QStringLiteral("--report"), report});
         ASSERT_TRUE(process.waitForStarted());
         QByteArray err;
-        for (int i = 0; i < 600 && !stage.isEmpty() && !err.contains(stage.toUtf8()); ++i) {
+        // Waited for by time, not by reads: progress lines come often, and a
+        // sanitizer build on a loaded machine takes long to reach a stage.
+        QElapsedTimer waiting;
+        waiting.start();
+        while (!stage.isEmpty() && !err.contains(stage.toUtf8()) && waiting.elapsed() < 180000 &&
+               process.state() == QProcess::Running) {
             process.waitForReadyRead(50);
             err += process.readAllStandardError();
         }
