@@ -22,6 +22,7 @@
 #endif
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QStringList>
@@ -135,13 +136,24 @@ int measureMemory(const QString& path)
         fmt::print(stderr, "{}\n", error.toStdString());
         return 1;
     }
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
+    // VmHWM belongs to this program's own memory map; getrusage's maximum
+    // would carry over the parent's resident size at the fork before exec.
+    double peakKb = 0;
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (status.open(QIODevice::ReadOnly))
+        for (const QByteArray& line : status.readAll().split('\n'))
+            if (line.startsWith("VmHWM:"))
+                peakKb = line.mid(6).trimmed().split(' ').value(0).toDouble();
+    if (peakKb == 0) {
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        peakKb = double(usage.ru_maxrss);
+    }
     const double arrays = double(lists.vertices.size()) * 12 + double(lists.texCoords.size()) * 8 +
                           4.0 * double(lists.vertexIndices.size() + lists.texCoordIndices.size() +
                                        lists.polygonOffsets.size() + lists.polygonSizes.size() +
                                        lists.polygroupIds.size() + lists.materialIds.size());
-    fmt::print("{:.0f} {:.0f}\n", double(usage.ru_maxrss) / 1024.0, arrays / 1e6);
+    fmt::print("{:.0f} {:.0f}\n", peakKb / 1024.0, arrays / 1e6);
     return 0;
 }
 
