@@ -179,26 +179,35 @@ void NormalCholesky::refresh(double damping)
         renewed = true;
     }
     m_applications = 0;
-    // A damping that moved by a negligible amount against the matrix's
-    // diagonal leaves the factor as good a preconditioner as it was: the
-    // damping is mostly 1e-9 or so against diagonal entries of order one.
-    if (!renewed && m_factorised && std::abs(damping - m_factorDamping) <= 1e-6 * m_meanDiagonal)
+    if (renewed || !m_factorised) {
+        double trace = 0.0;
+        for (long long a = 0; a < m_nodes; ++a)
+            for (int c = 0; c < 6; ++c)
+                trace += m_blocks[size_t(36 * m_blockOffsets[size_t(a)] + 7 * c)];
+        m_meanDiagonal = m_nodes > 0 ? trace / double(6 * m_nodes) : 0.0;
+    }
+    // The factor is that of J^T J + d I with d at least a millionth of the
+    // mean diagonal: an undamped J^T J may be singular (a motion that no row
+    // sees), and its exact factor then turns rounding into steps of 1e16.
+    // The conjugate gradients still solve the system with the true damping.
+    const double factorDamping = std::max(damping, 1e-6 * m_meanDiagonal);
+    // A damping that moved by a negligible amount against the diagonal
+    // leaves the factor as good a preconditioner as it was: the damping is
+    // mostly 1e-9 or so against diagonal entries of order one.
+    if (!renewed && m_factorised && std::abs(factorDamping - m_factorDamping) <= 1e-6 * m_meanDiagonal)
         return;
-    m_factorDamping = damping;
+    m_factorDamping = factorDamping;
     double* value = m_lower.valuePtr();
     long long at = 0;
-    double trace = 0.0;
     for (long long a = 0; a < m_nodes; ++a)
         for (int c = 0; c < 6; ++c) {
             const double* diagonal = m_blocks.data() + 36 * m_blockOffsets[size_t(a)];
-            trace += diagonal[7 * c];
             for (int r = c; r < 6; ++r)
-                value[at++] = diagonal[6 * r + c] + (r == c ? damping : 0.0);
+                value[at++] = diagonal[6 * r + c] + (r == c ? factorDamping : 0.0);
             for (long long k = m_blockOffsets[size_t(a)] + 1; k < m_blockOffsets[size_t(a) + 1]; ++k)
                 for (int r = 0; r < 6; ++r)
                     value[at++] = m_blocks[size_t(36 * k + 6 * c + r)];
         }
-    m_meanDiagonal = m_nodes > 0 ? trace / double(6 * m_nodes) : 0.0;
     m_solver.factorize(m_lower);
     ++m_factorisations;
     m_factorised = m_solver.info() == Eigen::Success;
@@ -207,7 +216,7 @@ void NormalCholesky::refresh(double damping)
     m_inverseDiagonal.resize(size_t(m_nodes));
     for (long long a = 0; a < m_nodes; ++a) {
         Block block = Eigen::Map<const Block>(m_blocks.data() + 36 * m_blockOffsets[size_t(a)]);
-        block.diagonal().array() += damping;
+        block.diagonal().array() += factorDamping;
         m_inverseDiagonal[size_t(a)] = block.ldlt().solve(Block::Identity()).cast<float>();
     }
 }

@@ -33,9 +33,10 @@ namespace IterativeSolverDeformer {
 /// little, and the sum is renewed only when a solve needed more than
 /// `setRenewAfter` iterations since the last one.
 ///
-/// When the damped matrix is not positive definite in double precision
-/// (rank deficient, no damping to speak of) the preconditioner falls back to
-/// the inverted diagonal blocks for that solve.
+/// The factorised matrix carries at least a millionth of the mean diagonal
+/// as damping, so that a singular J^T J gives a usable factor; should the
+/// factorisation still fail (values that are not finite), the inverted
+/// diagonal blocks serve for that solve.
 class NormalCholesky : public LinearSystemsSolvers::Preconditioner<float, long long>
 {
 public:
