@@ -19,6 +19,13 @@ struct AcceleratedParameters
     float dpFinal = 0.002f;
     int conjugateGradientIterations = 30;
     float normalsThreshold = 0.65f;
+    /// Levels with at most this many graph nodes solve each damped step
+    /// through a sparse Cholesky of the normal matrix, used as the
+    /// conjugate gradients' preconditioner, instead of the 6x6 node blocks
+    /// ("Direct_solve_nodes"; 0 keeps the block preconditioner everywhere).
+    /// The coarse levels of the default hierarchy have tens to hundreds of
+    /// nodes; their factor is small while every matched vertex adds rows.
+    int directSolveNodes = 1000;
     /// A closest-point round that leaves the shape clearly farther from the
     /// target than the level's best shape is undone, and the level goes on
     /// from its best shape with four times the smoothness (after three such

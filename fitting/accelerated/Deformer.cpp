@@ -27,6 +27,8 @@ void Deformer::solve(const std::vector<long long>& sources, const std::vector<Ve
 {
     m_problem->setPairs(sources, targets, normals);
     m_problem->setConjugateGradient(budget.conjugateGradientIterations, m_cgTolerance);
+    const long long nodeCount = m_problem->variableCount() / 6;
+    m_problem->setDirectSolve(nodeCount > 0 && nodeCount <= budget.directSolveNodes);
     EmbeddedGraphDeformer::solveWithBudget(*m_problem, state, budget);
     m_problem->currentVertices(state, vertices);
     m_problem->currentNodes(state, nodes);

@@ -27,6 +27,9 @@ struct SolveBudget
     int iterations = 20;
     double stepTolerance = 0.01;
     int conjugateGradientIterations = 30;
+    /// Levels with at most this many nodes precondition with a sparse
+    /// Cholesky of the damped normal matrix (0: never).
+    long long directSolveNodes = 0;
     /// When set and raised, the solve ends after its current step, so that
     /// a stop request is not held up by a long level.
     const std::atomic<bool>* interrupted = nullptr;

@@ -28,6 +28,15 @@ Problem::Problem(const EmbeddedGraphLevel& level, std::vector<Vec3> restVertices
         nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
         m_controlNodes.push_back(std::move(nodes));
     }
+    // Every vertex matched is the largest pattern of the level.
+    const long long vertices = level.influenceOffsets.empty() ? 0 : (long long)level.influenceOffsets.size() - 1;
+    long long rows = 4 * vertices + 3 * (long long)(m_edges.size() + m_controlNodes.size());
+    long long entries = 15 * (long long)m_edges.size() + 18 * (long long)level.influences.size();
+    for (const auto& nodes : m_controlNodes)
+        entries += 12 * (long long)nodes.size();
+    m_patternOffsets.reserve(size_t(rows) + 1);
+    m_patternColumns.reserve(size_t(entries));
+    m_storage.reserve(rows, entries, variableCount());
     setPairs({}, {}, {});
 }
 
@@ -35,6 +44,56 @@ void Problem::setConjugateGradient(long long iterations, double tolerance)
 {
     m_cgIterations = iterations;
     m_cgTolerance = tolerance;
+}
+
+void Problem::setDirectSolve(bool direct)
+{
+    if (direct == m_direct)
+        return;
+    m_direct = direct;
+    if (!direct)
+        return;
+    if (!m_choleskyPattern)
+        setCholeskyPattern();
+    setCholeskyRows();
+}
+
+void Problem::setCholeskyPattern()
+{
+    std::vector<long long> offsets{0}, nodes;
+    const size_t vertices = m_level.influenceOffsets.empty() ? 0 : m_level.influenceOffsets.size() - 1;
+    for (size_t v = 0; v < vertices; ++v) {
+        for (long long i = m_level.influenceOffsets[v]; i < m_level.influenceOffsets[v + 1]; ++i)
+            nodes.push_back(m_level.influences[size_t(i)]);
+        offsets.push_back((long long)nodes.size());
+    }
+    for (const auto& edge : m_edges) {
+        nodes.push_back(edge.first);
+        nodes.push_back(edge.second);
+        offsets.push_back((long long)nodes.size());
+    }
+    for (const auto& controlNodes : m_controlNodes) {
+        nodes.insert(nodes.end(), controlNodes.begin(), controlNodes.end());
+        offsets.push_back((long long)nodes.size());
+    }
+    m_cholesky.setPattern((long long)m_nodes.size(), offsets, nodes);
+    m_cholesky.setJacobian(&m_storage, m_parallel);
+    m_cholesky.setRenewAfter(10);
+    m_choleskyPattern = true;
+}
+
+void Problem::setCholeskyRows()
+{
+    const long long vertices = m_level.influenceOffsets.empty() ? 0 : (long long)m_level.influenceOffsets.size() - 1;
+    std::vector<long long> rows;
+    rows.reserve(size_t(m_storage.rows()));
+    for (long long v : m_sources)
+        rows.insert(rows.end(), 4, v);
+    for (long long e = 0; e < (long long)m_edges.size(); ++e)
+        rows.insert(rows.end(), 3, vertices + e);
+    for (long long c = 0; c < (long long)m_controlNodes.size(); ++c)
+        rows.insert(rows.end(), 3, vertices + (long long)m_edges.size() + c);
+    m_cholesky.setRowSequences(std::move(rows));
 }
 
 void Problem::setPairs(std::vector<long long> sources, std::vector<Vec3> targets, std::vector<Vec3> normals)
@@ -54,39 +113,45 @@ void Problem::setPairs(std::vector<long long> sources, std::vector<Vec3> targets
         columnCount += 18 * (m_level.influenceOffsets[size_t(v) + 1] - m_level.influenceOffsets[size_t(v)]);
     for (const auto& nodes : m_controlNodes)
         columnCount += 12 * (long long)nodes.size();
-    std::vector<long long> offsets{0};
-    offsets.reserve(size_t(rowCount) + 1);
-    std::vector<long long> columns;
-    columns.reserve(size_t(columnCount));
+    std::vector<long long>& offsets = m_patternOffsets;
+    std::vector<int>& columns = m_patternColumns;
+    offsets.resize(size_t(rowCount) + 1);
+    columns.resize(size_t(columnCount));
+    int* column = columns.data();
+    long long* offset = offsets.data();
+    *offset++ = 0;
     const auto rotationAnd = [&](long long node, int component) {
         for (int c = 0; c < 3; ++c)
-            columns.push_back(6 * node + c);
-        columns.push_back(6 * node + 3 + component);
+            *column++ = int(6 * node + c);
+        *column++ = int(6 * node + 3 + component);
     };
+    const auto endRow = [&] { *offset++ = column - columns.data(); };
     for (long long v : m_sources) {
         for (int row = 0; row < 3; ++row) {
             for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i)
                 rotationAnd(m_level.influences[size_t(i)], row);
-            offsets.push_back((long long)columns.size());
+            endRow();
         }
         for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i)
             for (int c = 0; c < 6; ++c)
-                columns.push_back(6 * m_level.influences[size_t(i)] + c);
-        offsets.push_back((long long)columns.size());
+                *column++ = int(6 * m_level.influences[size_t(i)] + c);
+        endRow();
     }
     for (const auto& edge : m_edges)
         for (int row = 0; row < 3; ++row) {
             rotationAnd(edge.first, row);
-            columns.push_back(6 * edge.second + 3 + row);
-            offsets.push_back((long long)columns.size());
+            *column++ = int(6 * edge.second + 3 + row);
+            endRow();
         }
     for (const auto& nodes : m_controlNodes)
         for (int row = 0; row < 3; ++row) {
             for (long long node : nodes)
                 rotationAnd(node, row);
-            offsets.push_back((long long)columns.size());
+            endRow();
         }
-    m_storage.setPattern(std::move(offsets), std::move(columns), variableCount());
+    m_storage.setPattern(offsets, columns, variableCount());
+    if (m_direct)
+        setCholeskyRows();
 }
 
 void Problem::updateRotations(const Vector& x)
@@ -243,7 +308,10 @@ void Problem::evaluateAll(const Vector& x, float& value, Vector& gradient, Linea
     computeResidualsAndJacobian(x, m_r);
     value = float(0.5 * double(m_r.squaredNorm()));
     m_storage.multiplyTransposed(m_r, gradient, m_parallel);
-    m_preconditioner.collect(m_storage, m_parallel);
+    if (m_direct)
+        m_cholesky.jacobianChanged();
+    else
+        m_preconditioner.collect(m_storage, m_parallel);
 }
 
 void Problem::currentVertices(const Vector& x, std::vector<Vec3>& out) const

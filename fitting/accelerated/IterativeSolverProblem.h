@@ -2,6 +2,7 @@
 
 #include "DeformerTypes.h"
 #include "JacobianSparseStorage.h"
+#include "NormalCholesky.h"
 
 #include "optimisation/WNewtonProblem.h"
 
@@ -31,12 +32,22 @@ public:
     /// the Jacobian's pattern.
     void setPairs(std::vector<long long> sources, std::vector<Vec3> targets, std::vector<Vec3> normals);
     void setConjugateGradient(long long iterations, double tolerance);
+    /// Preconditions the conjugate gradients with a sparse Cholesky of
+    /// J^T J + damping I (one product per solve) instead of the inverted
+    /// 6x6 node blocks. Its pattern is set up the first time it is turned on.
+    void setDirectSolve(bool direct);
+    bool directSolve() const { return m_direct; }
 
     void evaluateValue(const Vector& x, float& value, WNewton::Timings* timings) override;
     void evaluateAll(const Vector& x, float& value, Vector& gradient,
                      LinearSystemsSolvers::ProductHolder<float>& product, WNewton::Timings* timings) override;
     LinearSystemsSolvers::ProductHolder<float>& product() override { return m_product; }
-    LinearSystemsSolvers::Preconditioner<float, long long>& preconditioner() override { return m_preconditioner; }
+    LinearSystemsSolvers::Preconditioner<float, long long>& preconditioner() override
+    {
+        if (m_direct)
+            return m_cholesky;
+        return m_preconditioner;
+    }
     long long conjugateGradientIterations() const override { return m_cgIterations; }
     double conjugateGradientTolerance() const override { return m_cgTolerance; }
 
@@ -55,6 +66,8 @@ public:
         long long values = 0, jacobians = 0, products = 0;
     };
     const Counters& counters() const { return m_counters; }
+    /// The Cholesky preconditioner, for the debug log and checks.
+    const NormalCholesky& cholesky() const { return m_cholesky; }
 
 private:
     class Product : public LinearSystemsSolvers::ProductHolder<float>
@@ -84,6 +97,10 @@ private:
         std::vector<JacobianSparseStorage::Block> m_inverse;
     };
 
+    /// The rows' node sequences for `NormalCholesky`: every vertex's
+    /// influences, then every edge (j, k), then every control point's nodes.
+    void setCholeskyPattern();
+    void setCholeskyRows();
     Vec3 deformedVertex(long long v, const Vector& x, const std::vector<Eigen::Matrix3f>& rotations) const;
     void updateRotations(const Vector& x);
 
@@ -102,10 +119,16 @@ private:
     std::vector<std::vector<long long>> m_controlNodes;
     std::vector<Eigen::Matrix3f> m_rotations;
     JacobianSparseStorage m_storage;
+    /// The pattern's lists, kept from one set of pairs to the next.
+    std::vector<long long> m_patternOffsets;
+    std::vector<int> m_patternColumns;
     Vector m_r;
     Counters m_counters;
     Product m_product;
     BlockDiagonalPreconditioner m_preconditioner;
+    NormalCholesky m_cholesky;
+    bool m_direct = false;
+    bool m_choleskyPattern = false;
     long long m_cgIterations = 30;
     double m_cgTolerance = 0.0005;
 };

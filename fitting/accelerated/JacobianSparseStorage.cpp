@@ -16,6 +16,33 @@ void JacobianSparseStorage::setPattern(std::vector<long long> rowOffsets, std::v
     m_rowOffsets = std::move(rowOffsets);
     m_columns.assign(columns.begin(), columns.end());
     m_columnCount = columnCount;
+    buildColumnForm();
+}
+
+void JacobianSparseStorage::setPattern(const std::vector<long long>& rowOffsets, const std::vector<int>& columns,
+                                       long long columnCount)
+{
+    m_rowOffsets.assign(rowOffsets.begin(), rowOffsets.end());
+    m_columns.assign(columns.begin(), columns.end());
+    m_columnCount = columnCount;
+    buildColumnForm();
+}
+
+void JacobianSparseStorage::reserve(long long rows, long long entries, long long columnCount)
+{
+    m_rowOffsets.reserve(size_t(rows) + 1);
+    m_columns.reserve(size_t(entries));
+    m_values.reserve(size_t(entries));
+    m_columnOffsets.reserve(size_t(columnCount) + 1);
+    m_fill.reserve(size_t(columnCount));
+    m_columnRows.reserve(size_t(entries));
+    m_rowToColumn.reserve(size_t(entries));
+    m_columnValues.reserve(size_t(entries));
+}
+
+void JacobianSparseStorage::buildColumnForm()
+{
+    const long long columnCount = m_columnCount;
     m_values.assign(m_columns.size(), 0.0f);
 
     // Rows are visited in order, so each column lists its rows ascending.
@@ -24,12 +51,12 @@ void JacobianSparseStorage::setPattern(std::vector<long long> rowOffsets, std::v
         ++m_columnOffsets[size_t(c) + 1];
     for (long long c = 0; c < columnCount; ++c)
         m_columnOffsets[size_t(c) + 1] += m_columnOffsets[size_t(c)];
-    std::vector<long long> fill(m_columnOffsets.begin(), m_columnOffsets.end() - 1);
+    m_fill.assign(m_columnOffsets.begin(), m_columnOffsets.end() - 1);
     m_columnRows.resize(m_columns.size());
     m_rowToColumn.resize(m_columns.size());
     for (long long row = 0; row < rows(); ++row)
         for (long long e = m_rowOffsets[size_t(row)]; e < m_rowOffsets[size_t(row) + 1]; ++e) {
-            const long long at = fill[size_t(m_columns[size_t(e)])]++;
+            const int at = m_fill[size_t(m_columns[size_t(e)])]++;
             m_columnRows[size_t(at)] = int(row);
             m_rowToColumn[size_t(e)] = at;
         }

@@ -23,6 +23,14 @@ public:
 
     /// Rows given by their column lists (each ascending or not, unique).
     void setPattern(std::vector<long long> rowOffsets, std::vector<long long> columns, long long columnCount);
+    /// The same, copied into the storage's own lists, which keep their
+    /// memory from one set of pairs to the next: fresh lists of a million
+    /// entries cost more in page faults than in filling.
+    void setPattern(const std::vector<long long>& rowOffsets, const std::vector<int>& columns, long long columnCount);
+
+    /// Room for patterns up to this size, so that later sets of pairs grow
+    /// no list (a regrown list is copied and its fresh pages faulted in).
+    void reserve(long long rows, long long entries, long long columnCount);
 
     long long rows() const { return (long long)m_rowOffsets.size() - 1; }
     long long columns() const { return m_columnCount; }
@@ -30,6 +38,7 @@ public:
     const std::vector<int>& rowColumns() const { return m_columns; }
     /// Row-form values, to be filled in pattern order.
     std::vector<float>& values() { return m_values; }
+    const std::vector<float>& storedValues() const { return m_values; }
 
     /// Copies the row-form values into the column form.
     void syncColumns(bool parallel);
@@ -46,6 +55,8 @@ public:
     void nodeBlocks(std::vector<Block>& blocks, bool parallel) const;
 
 private:
+    void buildColumnForm();
+
     // 32-bit columns and rows: the products are bound by memory traffic.
     std::vector<long long> m_rowOffsets{0};
     std::vector<int> m_columns;
@@ -53,7 +64,8 @@ private:
     long long m_columnCount = 0;
     std::vector<long long> m_columnOffsets;
     std::vector<int> m_columnRows;
-    std::vector<long long> m_rowToColumn; ///< position in the column form of each row-form entry
+    std::vector<int> m_rowToColumn; ///< position in the column form of each row-form entry
+    std::vector<int> m_fill;        ///< scratch of `buildColumnForm`
     std::vector<float> m_columnValues;
     int m_blockCount = 4 * std::max(1, tbb::this_task_arena::max_concurrency());
     mutable std::vector<Vector> m_partials;

@@ -11,6 +11,7 @@
 #include <tbb/parallel_for.h>
 
 #include <cmath>
+#include <ctime>
 
 #include <limits>
 
@@ -268,7 +269,7 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
                measured.rms > 3.0 * best.rms + 1e-2 * double(m_normalisedSize);
     };
     for (int i = 1; i <= subdivisions; ++i) {
-        double pairSeconds = 0, solveSeconds = 0;
+        double pairSeconds = 0, solveSeconds = 0, solveCpuSeconds = 0;
         m_callback.setLevel(i - 1);
         if (m_callback.isInterrupted())
             break;
@@ -350,15 +351,18 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             if (m_callback.isInterrupted())
                 break;
             stage.start();
+            const std::clock_t solveCpu = std::clock();
             EmbeddedGraphDeformer::SolveBudget budget;
             budget.iterations = j + 1 == m_parameters.icpIterations ? m_parameters.maxOptimizationIterations
                                                                     : m_parameters.optimizationIterations;
             budget.stepTolerance = double((m_parameters.dpInitial - m_parameters.dpFinal) * u + m_parameters.dpFinal);
             budget.conjugateGradientIterations = m_parameters.conjugateGradientIterations;
+            budget.directSolveNodes = m_parameters.directSolveNodes;
             budget.interrupted = &m_callback.interruptedFlag();
             deformer->solve(sources, targets, normals, m_current, nodes, state, budget);
             ++solved;
             solveSeconds += double(stage.nsecsElapsed()) / 1e9;
+            solveCpuSeconds += double(std::clock() - solveCpu) / CLOCKS_PER_SEC;
             m_callback.update(toQt(m_current), toQt(nodes));
         }
         // The level's last round is judged too, before the next level starts from it.
@@ -367,16 +371,22 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
         QString work;
         if (auto* fast = dynamic_cast<EmbeddedGraphDeformer::IterativeSolverDeformer::Deformer*>(deformer)) {
             const auto& c = fast->problem()->counters();
-            work = QStringLiteral(", %1 values, %2 Jacobians, %3 products").arg(c.values).arg(c.jacobians).arg(c.products);
+            work = QStringLiteral(", %1 values, %2 Jacobians, %3 products, %4 factorisations of %5 sums of J^T J")
+                       .arg(c.values)
+                       .arg(c.jacobians)
+                       .arg(c.products)
+                       .arg(fast->problem()->cholesky().factorisations())
+                       .arg(fast->problem()->cholesky().assemblies());
         }
-        qDebug().noquote() << QStringLiteral("Level %1: %2 nodes, pairs %3 s, solves %4 s%5, RMS to the nearest target "
+        qDebug().noquote() << QStringLiteral("Level %1: %2 nodes, pairs %3 s, solves %4 s (process CPU %7 s)%5, RMS to the nearest target "
                                              "vertex %6")
                                   .arg(i)
                                   .arg(level.nodes.size())
                                   .arg(pairSeconds)
                                   .arg(solveSeconds)
                                   .arg(work)
-                                  .arg(distance.rms / double(m_scale));
+                                  .arg(distance.rms / double(m_scale))
+                                  .arg(solveCpuSeconds);
     }
     if (m_parameters.repairFolds && !m_callback.isInterrupted())
         repairFolds();

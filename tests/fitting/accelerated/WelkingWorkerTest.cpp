@@ -2,6 +2,8 @@
 
 #include "fitting/accelerated/Deformer.h"
 #include "fitting/accelerated/EmbeddedGraphSampler.h"
+#include "fitting/accelerated/FoldOvers.h"
+#include "fitting/accelerated/IterativeSolverProblem.h"
 #include "fitting/accelerated/WelkingWorker.h"
 
 #include "geometry/GeomStackTriangulated.h"
@@ -275,4 +277,37 @@ TEST(WelkingWorker, ARoundThatThrowsTheShapeOffIsUndoneAndAnUnguardedOneReported
     EXPECT_EQ(unguarded->course().flownOffVertices, fit.source.vertexCount());
     EXPECT_GT(unguarded->course().endDistance, unguarded->course().startDistance);
     EXPECT_GT(meanBumpError(thrown), 100 * meanBumpError(good));
+}
+
+TEST(WelkingWorker, CholeskyOnCoarseLevelsFitsAsTheBlockPreconditionerDoes)
+{
+    // A pose-free pair with a bend: the coarse levels solve through the
+    // Cholesky preconditioner (up to 1000 nodes), or through the node
+    // blocks everywhere (0). Both must land on the target alike, and the
+    // Cholesky must neither add fold-overs nor take more steps.
+    const Fit fit;
+    QVector<QVector3D> results[2];
+    long long products[2] = {0, 0};
+    for (int run = 0; run < 2; ++run) {
+        AcceleratedParameters parameters;
+        parameters.repairFolds = false; // judge the solves, not the repair
+        parameters.directSolveNodes = run == 0 ? 0 : 1000;
+        auto worker = fit.worker(parameters);
+        EmbeddedGraphDeformer::IterativeSolverDeformer::Deformer deformer;
+        results[run] = runWith(*worker, deformer);
+        ASSERT_EQ(results[run].size(), fit.source.vertexCount());
+        ASSERT_NE(deformer.problem(), nullptr);
+        EXPECT_EQ(deformer.problem()->directSolve(), run == 1); // the last level has few nodes here
+        products[run] = deformer.problem()->counters().products;
+        EXPECT_LT(meanBumpError(results[run]), 0.03) << run;
+        EXPECT_LE(foldedTriangleCount(results[run], fit.source.triangleVertexIndices()),
+                  foldedTriangleCount(fit.source.vertices(), fit.source.triangleVertexIndices()))
+            << run;
+    }
+    double largest = 0;
+    for (int i = 0; i < results[0].size(); ++i)
+        largest = std::max(largest, double((results[0][i] - results[1][i]).length()));
+    EXPECT_LT(largest, 0.05); // on a 10 x 10 grid
+    // One product per solve against tens: the point of the factor.
+    EXPECT_LT(2 * products[1], products[0]);
 }
