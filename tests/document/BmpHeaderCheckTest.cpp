@@ -73,7 +73,7 @@ const std::vector<std::array<uchar, 3>> twoColours = {{{255, 0, 0}}, {{0, 0, 255
 
 // Found by fuzz_image: 62 bytes of BMP whose width, 33556996, made
 // OpenImageIO's scanline reader, which converts 64 rows at a time whatever
-// the height, ask for 64 x 33556996 pixels of three floats: 25.8 GB.
+// the height, ask for 64 rows of 33556996 pixels at 12 bytes: 25.8 GB.
 TEST_F(BmpHeaderCheck, RowLongerThanAnyTextureIsRefusedBeforeTheDecoder)
 {
     const QString path = QStringLiteral(ZWELK_FUZZ_REGRESSIONS "/image/bmp-row-longer-than-any-texture.bmp");
