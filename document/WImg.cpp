@@ -2,6 +2,7 @@
 
 #include "BmpHeaderCheck.h"
 #include "ExrHeaderCheck.h"
+#include "PngHeaderCheck.h"
 #include "ImageFileIO.h"
 
 #include <QFile>
@@ -60,11 +61,13 @@ bool WImg::load(const QString& path, QString* error)
 {
     m_mat.release();
     m_attributes.clear();
-    // OpenEXR and OpenImageIO's BMP reader allocate what a damaged header
-    // claims before they fail; the header is checked on its own first.
+    // OpenEXR, libpng and OpenImageIO's BMP reader allocate what a damaged
+    // header claims before they fail; the header is checked on its own first.
     QString headerProblem = exrHeaderProblem(path);
     if (headerProblem.isEmpty())
         headerProblem = bmpHeaderProblem(path);
+    if (headerProblem.isEmpty())
+        headerProblem = pngHeaderProblem(path);
     if (!headerProblem.isEmpty()) {
         setError(error, headerProblem);
         return false;
