@@ -1,6 +1,7 @@
 // The image file module (see ImageFileIO.h): the only code that calls
 // OpenImageIO, loaded by the first image read or write.
 #include "ImageFileIO.h"
+#include "ImageLimits.h"
 
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imageio.h>
@@ -22,11 +23,6 @@ OIIO::TypeDesc oiioType(int cvDepthValue)
     }
 }
 
-// Textures are at most 16384 pixels square; a strip as long may be wider.
-constexpr int largestSquare = 16384;
-constexpr long long maxPixels = (long long)largestSquare * largestSquare;
-constexpr int maxSide = 4 * largestSquare;
-
 } // namespace
 
 extern "C" {
@@ -47,10 +43,8 @@ __attribute__((visibility("default"))) bool zwelkReadImage(const std::string& fi
     }
     // The size comes from the header: a damaged one must not make the
     // decoder and the pixel matrix claim gigabytes before the read fails.
-    if (layout.width > maxSide || layout.height > maxSide || (long long)layout.width * layout.height > maxPixels) {
-        error = "The image is " + std::to_string(layout.width) + " x " + std::to_string(layout.height) +
-                " pixels, larger than the " + std::to_string(largestSquare) + " x " + std::to_string(largestSquare) +
-                " that can be read";
+    if (!Welk::ImageLimits::fits(layout.width, layout.height)) {
+        error = Welk::ImageLimits::tooLarge(layout.width, layout.height);
         return false;
     }
     const int depth = layout.format == OIIO::TypeDesc::UINT8    ? CV_8U

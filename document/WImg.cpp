@@ -1,6 +1,8 @@
 #include "WImg.h"
 
+#include "BmpHeaderCheck.h"
 #include "ExrHeaderCheck.h"
+#include "PngHeaderCheck.h"
 #include "ImageFileIO.h"
 
 #include <QFile>
@@ -59,9 +61,13 @@ bool WImg::load(const QString& path, QString* error)
 {
     m_mat.release();
     m_attributes.clear();
-    // OpenEXR allocates what a damaged header claims before it fails; the
-    // header is checked on its own first.
-    const QString headerProblem = exrHeaderProblem(path);
+    // OpenEXR, libpng and OpenImageIO's BMP reader allocate what a damaged
+    // header claims before they fail; the header is checked on its own first.
+    QString headerProblem = exrHeaderProblem(path);
+    if (headerProblem.isEmpty())
+        headerProblem = bmpHeaderProblem(path);
+    if (headerProblem.isEmpty())
+        headerProblem = pngHeaderProblem(path);
     if (!headerProblem.isEmpty()) {
         setError(error, headerProblem);
         return false;

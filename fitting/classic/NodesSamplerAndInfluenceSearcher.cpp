@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <mutex>
 
 namespace DeformationGraphRoutine {
 
@@ -82,6 +83,8 @@ NodesSamplerAndInfluenceSearcher::sample(const QVector<QVector3D>& vertices, con
         [&] { return createState(vertices, connectivity); });
     std::atomic<bool> interrupted{false};
     std::atomic<int> done{0};
+    std::mutex reporting;
+    int reported = 0;
     tbb::parallel_for(tbb::blocked_range<int>(0, n, 64), [&](const tbb::blocked_range<int>& range) {
         MarchingState& local = *states.local();
         for (int v = range.begin(); v < range.end(); ++v) {
@@ -99,13 +102,17 @@ NodesSamplerAndInfluenceSearcher::sample(const QVector<QVector3D>& vertices, con
             }
         }
         const int value = done.fetch_add(range.size()) + int(range.size());
+        // The notifier is the caller's and need not be thread-safe: one
+        // worker at a time asks it (a report per 64 vertices), and a value
+        // counted earlier but reported later never takes the progress back.
         if (weightNotifier) {
-            // The notifier is the caller's and need not be thread-safe in
-            // its reporting; interruption is read from any thread.
-            if (weightNotifier->isInterrupted())
+            const std::lock_guard<std::mutex> lock(reporting);
+            if (weightNotifier->isInterrupted()) {
                 interrupted = true;
-            else
+            } else if (value > reported) {
+                reported = value;
                 weightNotifier->setValue(value);
+            }
         }
     });
     if (interrupted) {

@@ -3,6 +3,7 @@
 #include <QDebug>
 #include <QElapsedTimer>
 
+#include "ThreadHandOver.h"
 #include "document/WImg.h"
 #include <opencv2/imgproc.hpp>
 
@@ -39,6 +40,7 @@ public:
                      cv::BORDER_REPLICATE | cv::BORDER_ISOLATED);
             padded.rowRange(r0 - p0, r1 - p0).copyTo(m_smoothed.rowRange(r0, r1));
         }
+        handOverFrom(this);
     }
 
 private:
@@ -203,7 +205,9 @@ bool WExtrapolateImage::extrapolate(cv::Mat& image, int depth, int iterations, P
                 } else {
                     delta.create(result.size(), result.type());
                     const int stripes = std::max(1, cv::getNumThreads());
-                    cv::parallel_for_(cv::Range(0, stripes), Utils::ParallelLaplas(result, delta, stripes), -1.0);
+                    const Utils::ParallelLaplas smoothing(result, delta, stripes);
+                    cv::parallel_for_(cv::Range(0, stripes), smoothing, -1.0);
+                    handOverTo(&smoothing);
                     std::swap(result, delta);
                 }
                 writeStage(writeIntermediate, QStringLiteral("iter_%1_b_iter_%2").arg(level).arg(i), result, full);

@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <memory>
+#include <vector>
 
 using namespace DeformationGraphRoutine;
 
@@ -246,4 +248,60 @@ TEST(DeformationGraph, LevelsRunFromCoarseToFine)
     EXPECT_EQ(levels[2].nodes.size(), 1);
     EXPECT_TRUE(levels[0].nodes.isEmpty());
     EXPECT_TRUE(levels[1].nodes.isEmpty());
+}
+
+namespace {
+
+/// Records the values it is given in call order, and whether two calls ever
+/// overlapped.
+class RecordingNotifier : public SamplerNotifier
+{
+public:
+    explicit RecordingNotifier(int capacity) : m_values(size_t(capacity), -1) {}
+    void setValue(int value) override
+    {
+        if (m_inside.fetch_add(1) != 0)
+            overlapped = true;
+        const int slot = m_calls.fetch_add(1);
+        if (slot < int(m_values.size()))
+            m_values[size_t(slot)] = value;
+        // A little work inside the call, so that overlapping calls would meet.
+        volatile int spin = 0;
+        for (int i = 0; i < 20000; ++i)
+            spin = spin + i;
+        m_inside.fetch_sub(1);
+    }
+    bool isInterrupted() override { return false; }
+    std::vector<int> values() const
+    {
+        return {m_values.begin(), m_values.begin() + std::min<size_t>(size_t(m_calls.load()), m_values.size())};
+    }
+    std::atomic<bool> overlapped{false};
+
+private:
+    std::vector<int> m_values;
+    std::atomic<int> m_inside{0};
+    std::atomic<int> m_calls{0};
+};
+
+} // namespace
+
+// The influence search runs on every worker; the notifier behind it is the
+// caller's (a progress dialog), so it is asked by one worker at a time and
+// its value never goes back.
+TEST(DeformationGraph, InfluenceProgressComesFromOneWorkerAtATimeAndOnlyGrows)
+{
+    const ClassicMeshes::Mesh mesh = ClassicMeshes::grid(80, 10.0f);
+    MeshConnectivity connectivity(mesh.vertices.size(), mesh.triangles);
+    const int n = mesh.vertices.size();
+    RecordingNotifier notifier(n);
+    const NodesSamplerAndInfluenceSearcher::Result result =
+        FastMarching2NodesSamplerAndInfluenceSearcher().sample(mesh.vertices, connectivity, 1.0f, 6, nullptr, &notifier);
+    EXPECT_FALSE(result.interrupted);
+    EXPECT_FALSE(notifier.overlapped);
+    const std::vector<int> values = notifier.values();
+    ASSERT_FALSE(values.empty());
+    for (size_t i = 1; i < values.size(); ++i)
+        EXPECT_LT(values[i - 1], values[i]) << "call " << i;
+    EXPECT_LE(values.back(), n);
 }
