@@ -4,6 +4,7 @@
 #include "ImageLimits.h"
 
 #include <OpenImageIO/imagebuf.h>
+#include <OpenImageIO/imagecache.h>
 #include <OpenImageIO/imageio.h>
 
 #include <string>
@@ -30,6 +31,13 @@ extern "C" {
 __attribute__((visibility("default"))) bool zwelkReadImage(const std::string& file, cv::Mat& mat,
                                                            QVariantMap& attributes, std::string& error)
 {
+    // The shared image cache keeps a file's header by its name, and a file
+    // replaced within the same second still looks unchanged to it: the size
+    // checked below would be the old file's and the read the new one's.
+    if (OIIO::ImageCache* cache = OIIO::ImageCache::create(true)) {
+        cache->invalidate(OIIO::ustring(file), true);
+        OIIO::ImageCache::destroy(cache);
+    }
     OIIO::ImageBuf buffer(file);
     // Reading the header first tells the pixel type to keep.
     if (!buffer.init_spec(file, 0, 0)) {

@@ -174,3 +174,28 @@ TEST(WImg, ImagesBeyondTheLargestTextureAreRefusedFromTheHeader)
         EXPECT_FALSE(error.contains(QStringLiteral("larger than"))) << error.toStdString();
     }
 }
+
+// Found by fuzz_image: an EXR of 20000516 x 3 pixels written over an image
+// just read under the same name. OpenImageIO's shared cache still gave the
+// old file's header, so the size check passed and the read of the new file
+// asked for 30.7 GB. The header checked must be the file's own.
+TEST(WImg, ImageReplacedUnderItsNameIsCheckedAnew)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("texture.exr"));
+    WImg small(4, 3, 3, WImg::Float32);
+    QString error;
+    ASSERT_TRUE(small.save(path, &error)) << error.toStdString();
+    WImg image;
+    ASSERT_TRUE(image.load(path, &error)) << error.toStdString();
+    const QByteArray wide =
+        TestSupport::readFile(QStringLiteral(ZWELK_FUZZ_REGRESSIONS "/image/exr-replacing-a-read-image-under-its-name.exr"));
+    ASSERT_FALSE(wide.isEmpty());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(wide);
+    file.close();
+    EXPECT_FALSE(image.load(path, &error));
+    EXPECT_TRUE(image.isNull());
+    EXPECT_TRUE(error.startsWith(QStringLiteral("The image is 20000516 x 3 pixels"))) << error.toStdString();
+}
