@@ -2,6 +2,8 @@
 #include "fitting/accelerated/EmbeddedGraphSampler.h"
 #include "fitting/accelerated/IterativeSolverProblem.h"
 
+#include "WavyPatch.h"
+
 #include <Eigen/Geometry>
 #include <gtest/gtest.h>
 
@@ -13,37 +15,12 @@ using WelkingAcceleratedVersion::EmbeddedGraphLevel;
 
 namespace {
 
-struct Patch
-{
-    std::vector<Vec3> vertices;
-    std::vector<long long> triangles;
-    EmbeddedGraphLevel level;
-    std::vector<Vec3> nodes;
-};
+using Patch = TestSupport::WavyPatch;
 
 /// A wavy 8 x 8 grid with one graph level of radius 2.5.
 Patch patch()
 {
-    Patch p;
-    const int n = 8;
-    for (int y = 0; y < n; ++y)
-        for (int x = 0; x < n; ++x)
-            p.vertices.emplace_back(float(x), float(y), 0.4f * std::sin(0.9f * float(x)) * std::cos(0.5f * float(y)));
-    for (int y = 0; y + 1 < n; ++y)
-        for (int x = 0; x + 1 < n; ++x) {
-            const long long a = y * n + x;
-            p.triangles.insert(p.triangles.end(), {a, a + 1, a + n + 1, a, a + n + 1, a + n});
-        }
-    WelkingAcceleratedVersion::GraphSamplingParameters parameters;
-    parameters.levels = 1;
-    parameters.samplingFinal = 2.5f;
-    parameters.samplingInitial = 5.0f;
-    parameters.normalizeRadius = false;
-    parameters.nodesPerVertex = 4;
-    p.level = WelkingAcceleratedVersion::buildEmbeddedGraph(parameters, p.vertices, p.triangles)[0];
-    for (long long node : p.level.nodes)
-        p.nodes.push_back(p.vertices[size_t(node)]);
-    return p;
+    return Patch(8);
 }
 
 std::vector<std::vector<std::pair<long long, float>>> nodeVertices(const EmbeddedGraphLevel& level)

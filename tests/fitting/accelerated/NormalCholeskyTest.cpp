@@ -2,6 +2,8 @@
 #include "fitting/accelerated/IterativeSolverProblem.h"
 #include "fitting/accelerated/NormalCholesky.h"
 
+#include "WavyPatch.h"
+
 #include "optimisation/LinearSystemsSolvers.h"
 
 #include <Eigen/Cholesky>
@@ -18,36 +20,14 @@ namespace {
 
 /// A wavy 9 x 9 grid with one graph level of radius 2.5 and a control
 /// point, matched to targets a little above it: every row kind of the fit.
-struct Level
+struct Level : TestSupport::WavyPatch
 {
-    std::vector<Vec3> vertices;
-    std::vector<long long> triangles;
-    EmbeddedGraphLevel level;
-    std::vector<Vec3> nodes;
     std::vector<long long> sources;
     std::vector<Vec3> targets, normals;
     ControlPoint control;
 
-    Level()
+    Level() : WavyPatch(9)
     {
-        const int n = 9;
-        for (int y = 0; y < n; ++y)
-            for (int x = 0; x < n; ++x)
-                vertices.emplace_back(float(x), float(y), 0.4f * std::sin(0.9f * float(x)) * std::cos(0.5f * float(y)));
-        for (int y = 0; y + 1 < n; ++y)
-            for (int x = 0; x + 1 < n; ++x) {
-                const long long a = y * n + x;
-                triangles.insert(triangles.end(), {a, a + 1, a + n + 1, a, a + n + 1, a + n});
-            }
-        WelkingAcceleratedVersion::GraphSamplingParameters parameters;
-        parameters.levels = 1;
-        parameters.samplingFinal = 2.5f;
-        parameters.samplingInitial = 5.0f;
-        parameters.normalizeRadius = false;
-        parameters.nodesPerVertex = 4;
-        level = WelkingAcceleratedVersion::buildEmbeddedGraph(parameters, vertices, triangles)[0];
-        for (long long node : level.nodes)
-            nodes.push_back(vertices[size_t(node)]);
         // Every third vertex is matched, so that some nodes see few pairs.
         for (long long v = 0; v < (long long)vertices.size(); v += 3) {
             sources.push_back(v);
