@@ -14,7 +14,7 @@ using WelkingAcceleratedVersion::EmbeddedGraphLevel;
 Problem::Problem(const EmbeddedGraphLevel& level, std::vector<Vec3> restVertices, std::vector<Vec3> nodePositions,
                  std::vector<ControlPoint> controls, const EnergyWeights& weights, bool parallel)
     : m_level(level), m_rest(std::move(restVertices)), m_nodes(std::move(nodePositions)),
-      m_controls(std::move(controls)), m_weights(weights), m_parallel(parallel), m_product(m_storage, m_parallel, m_counters.products)
+      m_controls(std::move(controls)), m_weights(weights), m_parallel(parallel), m_product(m_jacobian, m_parallel, m_counters.products)
 {
     for (size_t j = 0; j + 1 < level.neighbourOffsets.size(); ++j)
         for (long long e = level.neighbourOffsets[j]; e < level.neighbourOffsets[j + 1]; ++e)
@@ -37,6 +37,7 @@ Problem::Problem(const EmbeddedGraphLevel& level, std::vector<Vec3> restVertices
     m_patternOffsets.reserve(size_t(rows) + 1);
     m_patternColumns.reserve(size_t(entries));
     m_storage.reserve(rows, entries, variableCount());
+    m_jacobian.setWeights(m_weights);
     setPairs({}, {}, {});
 }
 
@@ -55,6 +56,8 @@ void Problem::setDirectSolve(bool direct)
         return;
     if (!m_choleskyPattern)
         setCholeskyPattern();
+    if (!m_sparsePatternCurrent)
+        setSparsePattern();
     setCholeskyRows();
 }
 
@@ -102,6 +105,28 @@ void Problem::setPairs(std::vector<long long> sources, std::vector<Vec3> targets
     m_targets = std::move(targets);
     m_normals = std::move(normals);
 
+    std::vector<long long> pairOffsets(m_sources.size() + 1, 0);
+    std::vector<int> pairNodes;
+    for (size_t p = 0; p < m_sources.size(); ++p)
+        pairOffsets[p + 1] = pairOffsets[p] + m_level.influenceOffsets[size_t(m_sources[p]) + 1] -
+                             m_level.influenceOffsets[size_t(m_sources[p])];
+    pairNodes.reserve(size_t(pairOffsets.back()));
+    for (long long v : m_sources)
+        for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i)
+            pairNodes.push_back(int(m_level.influences[size_t(i)]));
+    m_jacobian.setPattern((long long)m_nodes.size(), std::move(pairOffsets), std::move(pairNodes), m_edges, m_controlNodes);
+    for (size_t p = 0; p < m_normals.size(); ++p)
+        m_jacobian.pairNormal((long long)p) = m_normals[p];
+    m_sparsePatternCurrent = false;
+    m_sparseValuesCurrent = false;
+    if (m_direct) {
+        setSparsePattern();
+        setCholeskyRows();
+    }
+}
+
+void Problem::setSparsePattern()
+{
     // Only structurally non-zero entries: a row of component i reads a
     // node's rotation and the i-th component of its translation.
     // Sized exactly first: grown by doubling, these lists (about a million
@@ -150,8 +175,8 @@ void Problem::setPairs(std::vector<long long> sources, std::vector<Vec3> targets
             endRow();
         }
     m_storage.setPattern(offsets, columns, variableCount());
-    if (m_direct)
-        setCholeskyRows();
+    m_sparsePatternCurrent = true;
+    m_sparseValuesCurrent = false;
 }
 
 void Problem::updateRotations(const Vector& x)
@@ -210,24 +235,83 @@ void Problem::computeResiduals(const Vector& x, Vector& r)
 void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
 {
     computeResiduals(x, r);
-    std::vector<float>& values = m_storage.values();
-    const std::vector<long long>& offsets = m_storage.rowOffsets();
     const long long pairs = (long long)m_sources.size();
-    const float alpha = m_weights.pointToPoint, beta = m_weights.pointToPlane;
-
+    const std::vector<long long>& pairOffsets = m_jacobian.pairOffsets();
     forRange(pairs, m_parallel, [&](long long begin, long long end) {
         Eigen::Matrix3f D;
         for (long long p = begin; p < end; ++p) {
             const long long v = m_sources[size_t(p)];
-            const Vec3& n = m_normals[size_t(p)];
-            long long at[4];
-            for (int row = 0; row < 4; ++row)
-                at[row] = offsets[size_t(4 * p + row)];
-            for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i) {
+            long long slot = pairOffsets[size_t(p)];
+            for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i, ++slot) {
                 const long long k = m_level.influences[size_t(i)];
                 const float w = m_level.weights[size_t(i)];
                 rotateMRP(x.segment<3>(6 * k), m_rest[size_t(v)] - m_nodes[size_t(k)], &D);
-                D *= w;
+                m_jacobian.pairRotation(slot) = w * D;
+                m_jacobian.pairWeight(slot) = w;
+            }
+        }
+    });
+
+    forRange((long long)m_edges.size(), m_parallel, [&](long long begin, long long end) {
+        for (long long e = begin; e < end; ++e) {
+            const long long j = m_edges[size_t(e)].first, k = m_edges[size_t(e)].second;
+            rotateMRP(x.segment<3>(6 * j), m_nodes[size_t(k)] - m_nodes[size_t(j)], &m_jacobian.edgeRotation(e));
+        }
+    });
+
+    const std::vector<long long>& controlOffsets = m_jacobian.controlOffsets();
+    Eigen::Matrix3f D;
+    for (size_t c = 0; c < m_controls.size(); ++c) {
+        const ControlPoint& control = m_controls[c];
+        const std::vector<long long>& nodes = m_controlNodes[c];
+        // d point / d node, summed over the corners that node moves.
+        const long long first = controlOffsets[c];
+        for (size_t slot = 0; slot < nodes.size(); ++slot) {
+            m_jacobian.controlRotation(first + (long long)slot).setZero();
+            m_jacobian.controlTranslation(first + (long long)slot) = 0.0f;
+        }
+        for (int corner = 0; corner < 3; ++corner) {
+            const long long v = control.corners[corner];
+            for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i) {
+                const long long k = m_level.influences[size_t(i)];
+                const float w = control.weights[corner] * m_level.weights[size_t(i)];
+                rotateMRP(x.segment<3>(6 * k), m_rest[size_t(v)] - m_nodes[size_t(k)], &D);
+                const long long slot = first + (long long)(std::lower_bound(nodes.begin(), nodes.end(), k) - nodes.begin());
+                m_jacobian.controlRotation(slot) += w * D;
+                m_jacobian.controlTranslation(slot) += w;
+            }
+        }
+    }
+    m_sparseValuesCurrent = false;
+}
+
+const JacobianSparseStorage& Problem::jacobian()
+{
+    if (!m_sparsePatternCurrent)
+        setSparsePattern();
+    if (!m_sparseValuesCurrent)
+        fillSparseValues();
+    return m_storage;
+}
+
+void Problem::fillSparseValues()
+{
+    // The entries in the pattern's order (see setSparsePattern).
+    std::vector<float>& values = m_storage.values();
+    const std::vector<long long>& offsets = m_storage.rowOffsets();
+    const std::vector<long long>& pairOffsets = m_jacobian.pairOffsets();
+    const long long pairs = (long long)m_sources.size();
+    const float alpha = m_weights.pointToPoint, beta = m_weights.pointToPlane;
+    NodeBlockJacobian& J = m_jacobian;
+    forRange(pairs, m_parallel, [&](long long begin, long long end) {
+        for (long long p = begin; p < end; ++p) {
+            const Vec3& n = J.pairNormal(p);
+            long long at[4];
+            for (int row = 0; row < 4; ++row)
+                at[row] = offsets[size_t(4 * p + row)];
+            for (long long slot = pairOffsets[size_t(p)]; slot < pairOffsets[size_t(p) + 1]; ++slot) {
+                const Eigen::Matrix3f& D = J.pairRotation(slot);
+                const float w = J.pairWeight(slot);
                 const Eigen::RowVector3f nD = n.transpose() * D;
                 for (int row = 0; row < 3; ++row) {
                     float* out = &values[size_t(at[row])];
@@ -245,14 +329,11 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
             }
         }
     });
-
     const long long edgeRow = 4 * pairs;
     const float gamma = m_weights.smoothness;
     forRange((long long)m_edges.size(), m_parallel, [&](long long begin, long long end) {
-        Eigen::Matrix3f D;
         for (long long e = begin; e < end; ++e) {
-            const long long j = m_edges[size_t(e)].first, k = m_edges[size_t(e)].second;
-            rotateMRP(x.segment<3>(6 * j), m_nodes[size_t(k)] - m_nodes[size_t(j)], &D);
+            const Eigen::Matrix3f& D = J.edgeRotation(e);
             for (int row = 0; row < 3; ++row) {
                 float* out = &values[size_t(offsets[size_t(edgeRow + 3 * e + row)])];
                 for (int c = 0; c < 3; ++c)
@@ -262,36 +343,20 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
             }
         }
     });
-
     const long long controlRow = edgeRow + 3 * (long long)m_edges.size();
     const float kappa = m_weights.controlPoints;
-    Eigen::Matrix3f D;
-    for (size_t c = 0; c < m_controls.size(); ++c) {
-        const ControlPoint& control = m_controls[c];
-        const std::vector<long long>& nodes = m_controlNodes[c];
-        // d point / d node, summed over the corners that node moves.
-        std::vector<Eigen::Matrix<float, 3, 6>> blocks(nodes.size(), Eigen::Matrix<float, 3, 6>::Zero());
-        for (int corner = 0; corner < 3; ++corner) {
-            const long long v = control.corners[corner];
-            for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i) {
-                const long long k = m_level.influences[size_t(i)];
-                const float w = control.weights[corner] * m_level.weights[size_t(i)];
-                rotateMRP(x.segment<3>(6 * k), m_rest[size_t(v)] - m_nodes[size_t(k)], &D);
-                const size_t slot = size_t(std::lower_bound(nodes.begin(), nodes.end(), k) - nodes.begin());
-                blocks[slot].leftCols<3>() += w * D;
-                blocks[slot].rightCols<3>() += w * Eigen::Matrix3f::Identity();
-            }
-        }
+    const std::vector<long long>& controlOffsets = J.controlOffsets();
+    for (long long c = 0; c < (long long)m_controls.size(); ++c)
         for (int row = 0; row < 3; ++row) {
-            float* out = &values[size_t(offsets[size_t(controlRow + 3 * (long long)c + row)])];
-            for (size_t slot = 0; slot < nodes.size(); ++slot) {
+            float* out = &values[size_t(offsets[size_t(controlRow + 3 * c + row)])];
+            for (long long slot = controlOffsets[size_t(c)]; slot < controlOffsets[size_t(c) + 1]; ++slot, out += 4) {
                 for (int col = 0; col < 3; ++col)
-                    out[4 * slot + size_t(col)] = kappa * blocks[slot](row, col);
-                out[4 * slot + 3] = kappa * blocks[slot](row, 3 + row);
+                    out[col] = kappa * J.controlRotation(slot)(row, col);
+                out[3] = kappa * J.controlTranslation(slot);
             }
         }
-    }
     m_storage.syncColumns(m_parallel);
+    m_sparseValuesCurrent = true;
 }
 
 void Problem::evaluateValue(const Vector& x, float& value, WNewton::Timings*)
@@ -307,11 +372,13 @@ void Problem::evaluateAll(const Vector& x, float& value, Vector& gradient, Linea
     ++m_counters.jacobians;
     computeResidualsAndJacobian(x, m_r);
     value = float(0.5 * double(m_r.squaredNorm()));
-    m_storage.multiplyTransposed(m_r, gradient, m_parallel);
-    if (m_direct)
+    m_jacobian.multiplyTransposed(m_r, gradient, m_parallel);
+    if (m_direct) {
+        fillSparseValues();
         m_cholesky.jacobianChanged();
-    else
-        m_preconditioner.collect(m_storage, m_parallel);
+    } else {
+        m_preconditioner.collect(m_jacobian, m_parallel);
+    }
 }
 
 void Problem::currentVertices(const Vector& x, std::vector<Vec3>& out) const
@@ -336,7 +403,7 @@ void Problem::currentNodes(const Vector& x, std::vector<Vec3>& out) const
 void Problem::Product::multiply(const Vector& v, Vector& y) const
 {
     ++m_count;
-    m_storage.multiplyNormal(v, y, m_parallel);
+    m_jacobian.multiplyNormal(v, y, m_parallel);
     y += float(m_damping) * v;
 }
 

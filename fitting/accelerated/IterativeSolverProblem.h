@@ -2,6 +2,7 @@
 
 #include "DeformerTypes.h"
 #include "JacobianSparseStorage.h"
+#include "NodeBlockJacobian.h"
 #include "NormalCholesky.h"
 
 #include "optimisation/WNewtonProblem.h"
@@ -55,7 +56,12 @@ public:
     void computeResiduals(const Vector& x, Vector& r);
     /// Fills the Jacobian at x; `jacobian()` then reads it.
     void computeResidualsAndJacobian(const Vector& x, Vector& r);
-    const JacobianSparseStorage& jacobian() const { return m_storage; }
+    /// The Jacobian as the products use it.
+    const NodeBlockJacobian& nodeBlockJacobian() const { return m_jacobian; }
+    /// The same Jacobian entry by entry (only structurally non-zero
+    /// entries), written from the blocks when asked for: for the Cholesky
+    /// preconditioner and for checks.
+    const JacobianSparseStorage& jacobian();
 
     void currentVertices(const Vector& x, std::vector<Vec3>& out) const;
     void currentNodes(const Vector& x, std::vector<Vec3>& out) const;
@@ -73,14 +79,14 @@ private:
     class Product : public LinearSystemsSolvers::ProductHolder<float>
     {
     public:
-        Product(const JacobianSparseStorage& storage, const bool& parallel, long long& count)
-            : m_storage(storage), m_parallel(parallel), m_count(count)
+        Product(const NodeBlockJacobian& jacobian, const bool& parallel, long long& count)
+            : m_jacobian(jacobian), m_parallel(parallel), m_count(count)
         {
         }
         void multiply(const Vector& v, Vector& y) const override;
 
     private:
-        const JacobianSparseStorage& m_storage;
+        const NodeBlockJacobian& m_jacobian;
         const bool& m_parallel;
         long long& m_count;
     };
@@ -88,7 +94,7 @@ private:
     class BlockDiagonalPreconditioner : public LinearSystemsSolvers::Preconditioner<float, long long>
     {
     public:
-        void collect(const JacobianSparseStorage& storage, bool parallel) { storage.nodeBlocks(m_blocks, parallel); }
+        void collect(const NodeBlockJacobian& jacobian, bool parallel) { jacobian.nodeBlocks(m_blocks, parallel); }
         void refresh(double damping) override;
         void apply(const Vector& in, Vector& out) const override;
 
@@ -101,6 +107,9 @@ private:
     /// influences, then every edge (j, k), then every control point's nodes.
     void setCholeskyPattern();
     void setCholeskyRows();
+    /// The entry-by-entry pattern of the current pairs, and its values.
+    void setSparsePattern();
+    void fillSparseValues();
     Vec3 deformedVertex(long long v, const Vector& x, const std::vector<Eigen::Matrix3f>& rotations) const;
     void updateRotations(const Vector& x);
 
@@ -118,7 +127,10 @@ private:
     /// Per control point, the nodes that move it (unique).
     std::vector<std::vector<long long>> m_controlNodes;
     std::vector<Eigen::Matrix3f> m_rotations;
+    NodeBlockJacobian m_jacobian;
     JacobianSparseStorage m_storage;
+    bool m_sparsePatternCurrent = false;
+    bool m_sparseValuesCurrent = false;
     /// The pattern's lists, kept from one set of pairs to the next.
     std::vector<long long> m_patternOffsets;
     std::vector<int> m_patternColumns;

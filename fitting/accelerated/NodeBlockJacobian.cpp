@@ -1,0 +1,311 @@
+#include "NodeBlockJacobian.h"
+
+#include "ParallelRange.h"
+
+
+namespace EmbeddedGraphDeformer {
+namespace IterativeSolverDeformer {
+
+namespace {
+
+// The products' inner steps on plain floats: at -O2 GCC leaves Eigen's
+// fixed-size 3x3 products as calls, which cost more than the arithmetic.
+// Matrices are Eigen's column-major 3x3.
+
+/// d += M x + w t
+inline void addRotated(const float* M, const float* x, float w, const float* t, float* d)
+{
+    for (int r = 0; r < 3; ++r)
+        d[r] += M[r] * x[0] + M[r + 3] * x[1] + M[r + 6] * x[2] + w * t[r];
+}
+
+/// s += M^T g, t += w g
+inline void scatter(const float* M, const float* g, float w, float* s, float* t)
+{
+    for (int c = 0; c < 3; ++c)
+        s[c] += M[3 * c] * g[0] + M[3 * c + 1] * g[1] + M[3 * c + 2] * g[2];
+    for (int r = 0; r < 3; ++r)
+        t[r] += w * g[r];
+}
+
+} // namespace
+
+void NodeBlockJacobian::setPattern(long long nodes, std::vector<long long> pairOffsets, std::vector<int> pairNodes,
+                                   const std::vector<std::pair<long long, long long>>& edges,
+                                   const std::vector<std::vector<long long>>& controlNodes)
+{
+    m_nodes = nodes;
+    m_pairOffsets = std::move(pairOffsets);
+    m_pairNodes = std::move(pairNodes);
+    m_pairNormals.resize(size_t(pairs()));
+    m_edgeNodes.resize(2 * edges.size());
+    for (size_t e = 0; e < edges.size(); ++e) {
+        m_edgeNodes[2 * e] = int(edges[e].first);
+        m_edgeNodes[2 * e + 1] = int(edges[e].second);
+    }
+    m_controlOffsets.assign(1, 0);
+    m_controlNodes.clear();
+    for (const auto& list : controlNodes) {
+        for (long long node : list)
+            m_controlNodes.push_back(int(node));
+        m_controlOffsets.push_back((long long)m_controlNodes.size());
+    }
+    m_edgeBlock = (long long)m_pairNodes.size();
+    m_controlBlock = m_edgeBlock + (long long)edges.size();
+    const long long blocks = m_controlBlock + (long long)m_controlNodes.size();
+    m_rotations.resize(size_t(blocks));
+    m_translations.resize(size_t(blocks));
+    std::fill(m_translations.begin() + m_edgeBlock, m_translations.begin() + m_controlBlock, 1.0f);
+    m_reduced.resize(3 * size_t(pairs() + this->edges() + controls()));
+
+    // Incidence by node, each node's entries in group order.
+    const auto visit = [&](const auto& add) {
+        for (long long p = 0; p < pairs(); ++p)
+            for (long long i = m_pairOffsets[size_t(p)]; i < m_pairOffsets[size_t(p) + 1]; ++i)
+                add(m_pairNodes[size_t(i)], p, i);
+        const long long edgeGroup = pairs();
+        for (long long e = 0; e < this->edges(); ++e) {
+            add(m_edgeNodes[size_t(2 * e)], edgeGroup + e, m_edgeBlock + e);
+            add(m_edgeNodes[size_t(2 * e + 1)], edgeGroup + e, -1);
+        }
+        const long long controlGroup = edgeGroup + this->edges();
+        for (long long c = 0; c < controls(); ++c)
+            for (long long i = m_controlOffsets[size_t(c)]; i < m_controlOffsets[size_t(c) + 1]; ++i)
+                add(m_controlNodes[size_t(i)], controlGroup + c, m_controlBlock + i);
+    };
+    // Entries through a block first, then the far ends of edges: the
+    // gather's loops then run without a branch per entry.
+    m_incidenceOffsets.assign(size_t(nodes) + 1, 0);
+    m_incidenceSplit.assign(size_t(nodes), 0);
+    visit([&](long long node, long long, long long block) {
+        ++m_incidenceOffsets[size_t(node) + 1];
+        if (block >= 0)
+            ++m_incidenceSplit[size_t(node)];
+    });
+    for (long long k = 0; k < nodes; ++k) {
+        m_incidenceOffsets[size_t(k) + 1] += m_incidenceOffsets[size_t(k)];
+        m_incidenceSplit[size_t(k)] += m_incidenceOffsets[size_t(k)];
+    }
+    std::vector<long long> fillBlocks(m_incidenceOffsets.begin(), m_incidenceOffsets.end() - 1);
+    std::vector<long long> fillEnds(m_incidenceSplit);
+    m_incidenceGroup.resize(size_t(m_incidenceOffsets.back()));
+    m_incidenceBlock.resize(size_t(m_incidenceOffsets.back()));
+    visit([&](long long node, long long group, long long block) {
+        const long long at = block >= 0 ? fillBlocks[size_t(node)]++ : fillEnds[size_t(node)]++;
+        m_incidenceGroup[size_t(at)] = int(group);
+        m_incidenceBlock[size_t(at)] = int(block);
+    });
+}
+
+void NodeBlockJacobian::gather(Vector& out, bool parallel) const
+{
+    out.resize(6 * m_nodes);
+    const float* reduced = m_reduced.data();
+    // Coarse levels have few nodes with thousands of entries each: tasks
+    // are sized by entries, not by nodes.
+    const long long entries = m_incidenceOffsets.back();
+    const long long grain = std::max<long long>(1, 4096 * m_nodes / std::max<long long>(1, entries));
+    forRange(m_nodes, parallel, [&](long long begin, long long end) {
+        for (long long k = begin; k < end; ++k) {
+            float s[3] = {0.0f, 0.0f, 0.0f}, t[3] = {0.0f, 0.0f, 0.0f};
+            const long long split = m_incidenceSplit[size_t(k)];
+            for (long long e = m_incidenceOffsets[size_t(k)]; e < split; ++e) {
+                const int block = m_incidenceBlock[size_t(e)];
+                scatter(m_rotations[size_t(block)].data(), reduced + 3 * (long long)m_incidenceGroup[size_t(e)],
+                        m_translations[size_t(block)], s, t);
+            }
+            for (long long e = split; e < m_incidenceOffsets[size_t(k) + 1]; ++e) {
+                const float* g = reduced + 3 * (long long)m_incidenceGroup[size_t(e)];
+                for (int r = 0; r < 3; ++r)
+                    t[r] -= g[r];
+            }
+            float* o = out.data() + 6 * k;
+            for (int r = 0; r < 3; ++r) {
+                o[r] = s[r];
+                o[3 + r] = t[r];
+            }
+        }
+    }, grain);
+}
+
+void NodeBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool parallel) const
+{
+    // J v, group by group, each group's rows multiplied by their own
+    // weights once more (the row weight of J^T), reduced to one 3-vector.
+    const float a2 = m_weights.pointToPoint * m_weights.pointToPoint;
+    const float b2 = m_weights.pointToPlane * m_weights.pointToPlane;
+    const float g2 = m_weights.smoothness * m_weights.smoothness;
+    const float k2 = m_weights.controlPoints * m_weights.controlPoints;
+    const float* x = v.data();
+    float* reduced = m_reduced.data();
+    forRange(pairs(), parallel, [&](long long begin, long long end) {
+        for (long long p = begin; p < end; ++p) {
+            float d[3] = {0.0f, 0.0f, 0.0f};
+            for (long long i = m_pairOffsets[size_t(p)]; i < m_pairOffsets[size_t(p) + 1]; ++i) {
+                const long long k = m_pairNodes[size_t(i)];
+                addRotated(m_rotations[size_t(i)].data(), x + 6 * k, m_translations[size_t(i)], x + 6 * k + 3, d);
+            }
+            const float* n = m_pairNormals[size_t(p)].data();
+            const float plane = b2 * (n[0] * d[0] + n[1] * d[1] + n[2] * d[2]);
+            for (int r = 0; r < 3; ++r)
+                reduced[3 * p + r] = a2 * d[r] + plane * n[r];
+        }
+    }, 256);
+    const long long edgeGroup = pairs();
+    forRange(edges(), parallel, [&](long long begin, long long end) {
+        for (long long e = begin; e < end; ++e) {
+            const long long j = m_edgeNodes[size_t(2 * e)], k = m_edgeNodes[size_t(2 * e + 1)];
+            const float* M = m_rotations[size_t(m_edgeBlock + e)].data();
+            const float *s = x + 6 * j, *tj = x + 6 * j + 3, *tk = x + 6 * k + 3;
+            float* g = reduced + 3 * (edgeGroup + e);
+            for (int r = 0; r < 3; ++r)
+                g[r] = g2 * (M[r] * s[0] + M[r + 3] * s[1] + M[r + 6] * s[2] + tj[r] - tk[r]);
+        }
+    }, 1024);
+    const long long controlGroup = edgeGroup + edges();
+    for (long long c = 0; c < controls(); ++c) {
+        float d[3] = {0.0f, 0.0f, 0.0f};
+        for (long long i = m_controlOffsets[size_t(c)]; i < m_controlOffsets[size_t(c) + 1]; ++i) {
+            const long long k = m_controlNodes[size_t(i)];
+            addRotated(m_rotations[size_t(m_controlBlock + i)].data(), x + 6 * k, m_translations[size_t(m_controlBlock + i)],
+                       x + 6 * k + 3, d);
+        }
+        for (int r = 0; r < 3; ++r)
+            reduced[3 * (controlGroup + c) + r] = k2 * d[r];
+    }
+    gather(out, parallel);
+}
+
+void NodeBlockJacobian::multiplyTransposed(const Vector& u, Vector& out, bool parallel) const
+{
+    // Each group's rows of u, times their row weights, reduced to one
+    // 3-vector as in the normal product.
+    float* reduced = m_reduced.data();
+    const float alpha = m_weights.pointToPoint, beta = m_weights.pointToPlane;
+    forRange(pairs(), parallel, [&](long long begin, long long end) {
+        for (long long p = begin; p < end; ++p) {
+            const float* n = m_pairNormals[size_t(p)].data();
+            const float plane = beta * u[4 * p + 3];
+            for (int r = 0; r < 3; ++r)
+                reduced[3 * p + r] = alpha * u[4 * p + r] + plane * n[r];
+        }
+    }, 1024);
+    const long long groups = pairs() + edges() + controls();
+    const float gamma = m_weights.smoothness, kappa = m_weights.controlPoints;
+    for (long long g = pairs(); g < groups; ++g) {
+        const float weight = g < pairs() + edges() ? gamma : kappa;
+        for (int r = 0; r < 3; ++r)
+            reduced[3 * g + r] = weight * u[pairs() + 3 * g + r];
+    }
+    gather(out, parallel);
+}
+
+void NodeBlockJacobian::multiply(const Vector& v, Vector& out, bool parallel) const
+{
+    out.resize(rows());
+    const long long edgeRow = 4 * pairs(), controlRow = edgeRow + 3 * edges();
+    forRange(pairs(), parallel, [&](long long begin, long long end) {
+        for (long long p = begin; p < end; ++p) {
+            Vec3 d = Vec3::Zero();
+            for (long long i = m_pairOffsets[size_t(p)]; i < m_pairOffsets[size_t(p) + 1]; ++i) {
+                const long long k = m_pairNodes[size_t(i)];
+                d += m_rotations[size_t(i)] * v.segment<3>(6 * k) + m_translations[size_t(i)] * v.segment<3>(6 * k + 3);
+            }
+            out.segment<3>(4 * p) = m_weights.pointToPoint * d;
+            out[4 * p + 3] = m_weights.pointToPlane * m_pairNormals[size_t(p)].dot(d);
+        }
+    });
+    forRange(edges(), parallel, [&](long long begin, long long end) {
+        for (long long e = begin; e < end; ++e) {
+            const long long j = m_edgeNodes[size_t(2 * e)], k = m_edgeNodes[size_t(2 * e + 1)];
+            out.segment<3>(edgeRow + 3 * e) =
+                m_weights.smoothness *
+                (m_rotations[size_t(m_edgeBlock + e)] * v.segment<3>(6 * j) + v.segment<3>(6 * j + 3) - v.segment<3>(6 * k + 3));
+        }
+    });
+    for (long long c = 0; c < controls(); ++c) {
+        Vec3 d = Vec3::Zero();
+        for (long long i = m_controlOffsets[size_t(c)]; i < m_controlOffsets[size_t(c) + 1]; ++i) {
+            const long long k = m_controlNodes[size_t(i)];
+            d += m_rotations[size_t(m_controlBlock + i)] * v.segment<3>(6 * k) + m_translations[size_t(m_controlBlock + i)] * v.segment<3>(6 * k + 3);
+        }
+        out.segment<3>(controlRow + 3 * c) = m_weights.controlPoints * d;
+    }
+}
+
+void NodeBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) const
+{
+    const float a2 = m_weights.pointToPoint * m_weights.pointToPoint;
+    const float b2 = m_weights.pointToPlane * m_weights.pointToPlane;
+    const float g2 = m_weights.smoothness * m_weights.smoothness;
+    const float k2 = m_weights.controlPoints * m_weights.controlPoints;
+    const long long edgeGroup = pairs(), controlGroup = edgeGroup + edges();
+    blocks.resize(size_t(m_nodes));
+    const long long grain = std::max<long long>(1, 1024 * m_nodes / std::max<long long>(1, m_incidenceOffsets.back()));
+    forRange(m_nodes, parallel, [&](long long begin, long long end) {
+        for (long long k = begin; k < end; ++k) {
+            // [M^T S M, w M^T S; w S M, w^2 S] for rows that reach the node
+            // through M and w and are weighted by S (3x3).
+            Matrix3 MSM = Matrix3::Zero(), SM = Matrix3::Zero(), wwS = Matrix3::Zero();
+            for (long long e = m_incidenceOffsets[size_t(k)]; e < m_incidenceOffsets[size_t(k) + 1]; ++e) {
+                const long long group = m_incidenceGroup[size_t(e)];
+                const int block = m_incidenceBlock[size_t(e)];
+                Matrix3 S;
+                if (group < edgeGroup) {
+                    const Vec3& n = m_pairNormals[size_t(group)];
+                    S = a2 * Matrix3::Identity() + b2 * n * n.transpose();
+                } else {
+                    S = (group < controlGroup ? g2 : k2) * Matrix3::Identity();
+                }
+                if (block < 0) {
+                    wwS += S;
+                    continue;
+                }
+                const Matrix3& M = m_rotations[size_t(block)];
+                const float w = m_translations[size_t(block)];
+                const Matrix3 SMe = S * M;
+                MSM += M.transpose() * SMe;
+                SM += w * SMe;
+                wwS += (w * w) * S;
+            }
+            Block& block = blocks[size_t(k)];
+            block.topLeftCorner<3, 3>() = MSM;
+            block.topRightCorner<3, 3>() = SM.transpose();
+            block.bottomLeftCorner<3, 3>() = SM;
+            block.bottomRightCorner<3, 3>() = wwS;
+        }
+    }, grain);
+}
+
+Eigen::MatrixXd NodeBlockJacobian::dense() const
+{
+    Eigen::MatrixXd J = Eigen::MatrixXd::Zero(rows(), columns());
+    const auto put = [&](long long row, long long k, const Matrix3& D, double translation, double scale) {
+        J.block<3, 3>(row, 6 * k) += scale * D.cast<double>();
+        J.block<3, 3>(row, 6 * k + 3).diagonal().array() += scale * translation;
+    };
+    for (long long p = 0; p < pairs(); ++p) {
+        Eigen::MatrixXd d = Eigen::MatrixXd::Zero(3, columns());
+        for (long long i = m_pairOffsets[size_t(p)]; i < m_pairOffsets[size_t(p) + 1]; ++i) {
+            const long long k = m_pairNodes[size_t(i)];
+            d.block<3, 3>(0, 6 * k) += m_rotations[size_t(i)].cast<double>();
+            d.block<3, 3>(0, 6 * k + 3).diagonal().array() += double(m_translations[size_t(i)]);
+        }
+        J.middleRows(4 * p, 3) = double(m_weights.pointToPoint) * d;
+        J.row(4 * p + 3) = double(m_weights.pointToPlane) * m_pairNormals[size_t(p)].cast<double>().transpose() * d;
+    }
+    const long long edgeRow = 4 * pairs(), controlRow = edgeRow + 3 * edges();
+    for (long long e = 0; e < edges(); ++e) {
+        const long long j = m_edgeNodes[size_t(2 * e)], k = m_edgeNodes[size_t(2 * e + 1)];
+        put(edgeRow + 3 * e, j, m_rotations[size_t(m_edgeBlock + e)], 1.0, m_weights.smoothness);
+        J.block<3, 3>(edgeRow + 3 * e, 6 * k + 3).diagonal().array() -= double(m_weights.smoothness);
+    }
+    for (long long c = 0; c < controls(); ++c)
+        for (long long i = m_controlOffsets[size_t(c)]; i < m_controlOffsets[size_t(c) + 1]; ++i)
+            put(controlRow + 3 * c, m_controlNodes[size_t(i)], m_rotations[size_t(m_controlBlock + i)],
+                m_translations[size_t(m_controlBlock + i)], m_weights.controlPoints);
+    return J;
+}
+
+} // namespace IterativeSolverDeformer
+} // namespace EmbeddedGraphDeformer
