@@ -146,28 +146,45 @@ void EmbeddedGraphSampler::appendInfluences(const std::vector<std::pair<float, l
 void EmbeddedGraphSampler::connectSharedInfluences(EmbeddedGraphLevel& level,
                                                    std::vector<std::pair<long long, long long>> extraPairs)
 {
-    std::vector<std::pair<long long, long long>> pairs;
-    for (const auto& p : extraPairs) {
-        pairs.push_back(p);
-        pairs.emplace_back(p.second, p.first);
-    }
-    for (size_t v = 0; v + 1 < level.influenceOffsets.size(); ++v) {
-        const long long begin = level.influenceOffsets[v], end = level.influenceOffsets[v + 1];
-        for (long long a = begin; a < end; ++a)
-            for (long long b = begin; b < end; ++b)
-                if (level.influences[size_t(a)] != level.influences[size_t(b)])
-                    pairs.emplace_back(level.influences[size_t(a)], level.influences[size_t(b)]);
-    }
-    std::sort(pairs.begin(), pairs.end());
-    pairs.erase(std::unique(pairs.begin(), pairs.end()), pairs.end());
-    level.neighbourOffsets.assign(level.nodes.size() + 1, 0);
-    for (const auto& p : pairs)
-        ++level.neighbourOffsets[size_t(p.first) + 1];
-    for (size_t i = 0; i < level.nodes.size(); ++i)
-        level.neighbourOffsets[i + 1] += level.neighbourOffsets[i];
-    level.neighbours.clear();
-    for (const auto& p : pairs)
-        level.neighbours.push_back(p.second);
+    // Each node's neighbours ascending and unique. Lists are collected per
+    // node and sorted there: one sort of every (a, b) pair of the level, as
+    // many as 56 per vertex on coarse levels, took longer than the fit of
+    // its level.
+    const size_t nodes = level.nodes.size();
+    const size_t vertices = level.influenceOffsets.empty() ? 0 : level.influenceOffsets.size() - 1;
+    std::vector<long long> offsets(nodes + 1, 0);
+    const auto visit = [&](const auto& add) {
+        for (const auto& p : extraPairs) {
+            add(p.first, p.second);
+            add(p.second, p.first);
+        }
+        for (size_t v = 0; v < vertices; ++v) {
+            const long long begin = level.influenceOffsets[v], end = level.influenceOffsets[v + 1];
+            for (long long i = begin; i < end; ++i)
+                for (long long j = begin; j < end; ++j)
+                    if (level.influences[size_t(i)] != level.influences[size_t(j)])
+                        add(level.influences[size_t(i)], level.influences[size_t(j)]);
+        }
+    };
+    visit([&](long long a, long long) { ++offsets[size_t(a) + 1]; });
+    for (size_t n = 0; n < nodes; ++n)
+        offsets[n + 1] += offsets[n];
+    std::vector<long long> lists(static_cast<size_t>(offsets[nodes]));
+    std::vector<long long> fill(offsets.begin(), offsets.end() - 1);
+    visit([&](long long a, long long b) { lists[size_t(fill[size_t(a)]++)] = b; });
+    std::vector<long long> kept(nodes, 0);
+    tbb::parallel_for(size_t(0), nodes, [&](size_t n) {
+        const auto first = lists.begin() + offsets[n], last = lists.begin() + offsets[n + 1];
+        std::sort(first, last);
+        kept[n] = std::unique(first, last) - first;
+    });
+    level.neighbourOffsets.assign(nodes + 1, 0);
+    for (size_t n = 0; n < nodes; ++n)
+        level.neighbourOffsets[n + 1] = level.neighbourOffsets[n] + kept[n];
+    level.neighbours.resize(size_t(level.neighbourOffsets[nodes]));
+    for (size_t n = 0; n < nodes; ++n)
+        std::copy(lists.begin() + offsets[n], lists.begin() + offsets[n] + kept[n],
+                  level.neighbours.begin() + level.neighbourOffsets[n]);
 }
 
 // --- geodesic -----------------------------------------------------------------
