@@ -409,12 +409,15 @@ void Problem::Product::multiply(const Vector& v, Vector& y) const
 
 void Problem::BlockDiagonalPreconditioner::refresh(double damping)
 {
+    // Once per damping, thousands of 6x6 factorisations: worth both cores.
     m_inverse.resize(m_blocks.size());
-    for (size_t i = 0; i < m_blocks.size(); ++i) {
-        JacobianSparseStorage::Block damped = m_blocks[i];
-        damped.diagonal().array() += float(damping);
-        m_inverse[i] = damped.ldlt().solve(JacobianSparseStorage::Block::Identity());
-    }
+    forRange((long long)m_blocks.size(), m_parallel, [&](long long begin, long long end) {
+        for (long long i = begin; i < end; ++i) {
+            JacobianSparseStorage::Block damped = m_blocks[size_t(i)];
+            damped.diagonal().array() += float(damping);
+            m_inverse[size_t(i)] = damped.ldlt().solve(JacobianSparseStorage::Block::Identity());
+        }
+    }, 256);
 }
 
 void Problem::BlockDiagonalPreconditioner::apply(const Vector& in, Vector& out) const

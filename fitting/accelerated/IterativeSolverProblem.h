@@ -94,13 +94,18 @@ private:
     class BlockDiagonalPreconditioner : public LinearSystemsSolvers::Preconditioner<float, long long>
     {
     public:
-        void collect(const NodeBlockJacobian& jacobian, bool parallel) { jacobian.nodeBlocks(m_blocks, parallel); }
+        void collect(const NodeBlockJacobian& jacobian, bool parallel)
+        {
+            m_parallel = parallel;
+            jacobian.nodeBlocks(m_blocks, parallel);
+        }
         void refresh(double damping) override;
         void apply(const Vector& in, Vector& out) const override;
 
     private:
         std::vector<JacobianSparseStorage::Block> m_blocks;
         std::vector<JacobianSparseStorage::Block> m_inverse;
+        bool m_parallel = true;
     };
 
     /// The rows' node sequences for `NormalCholesky`: every vertex's
