@@ -40,6 +40,15 @@ struct AcceleratedParameters
     /// After the last level, relax the vertices around fold-overs that the
     /// fit added until none is left ("Repair_folds").
     bool repairFolds = true;
+    /// On the finest level, besides every basemesh vertex looking for its
+    /// nearest target vertex, about as many target vertices look for their
+    /// nearest basemesh vertex (never one on the basemesh's or the target's
+    /// open border), so that parts of the target that no basemesh vertex
+    /// came near still draw it ("Coverage_pairs"). Off by default: which
+    /// basemesh vertex is nearest flips with tiny changes of the input, and
+    /// with it a whole pair, so the fit stops being a continuous function of
+    /// its landmarks; and the cartoon fit, free to shear, overshoots with it.
+    bool coveragePairs = false;
 };
 
 } // namespace WelkingAcceleratedVersion

@@ -10,6 +10,7 @@
 #include <tbb/enumerable_thread_specific.h>
 #include <tbb/parallel_for.h>
 
+#include <algorithm>
 #include <cmath>
 #include <ctime>
 
@@ -57,6 +58,29 @@ std::vector<Vec3> vertexNormals(const std::vector<Vec3>& vertices, const std::ve
             n /= length;
     }
     return normals;
+}
+
+/// A flag per vertex: on an edge that only one triangle uses.
+std::vector<char> boundaryVertices(size_t vertexCount, const std::vector<long long>& triangles)
+{
+    std::vector<std::pair<long long, long long>> edges;
+    edges.reserve(triangles.size());
+    for (size_t t = 0; t + 2 < triangles.size(); t += 3)
+        for (int c = 0; c < 3; ++c) {
+            const long long a = triangles[t + size_t(c)], b = triangles[t + size_t((c + 1) % 3)];
+            edges.emplace_back(std::min(a, b), std::max(a, b));
+        }
+    std::sort(edges.begin(), edges.end());
+    std::vector<char> boundary(vertexCount, 0);
+    for (size_t i = 0; i < edges.size();) {
+        size_t j = i + 1;
+        while (j < edges.size() && edges[j] == edges[i])
+            ++j;
+        if (j - i == 1 && edges[i].first >= 0 && size_t(edges[i].second) < vertexCount)
+            boundary[size_t(edges[i].first)] = boundary[size_t(edges[i].second)] = 1;
+        i = j;
+    }
+    return boundary;
 }
 
 } // namespace
@@ -113,6 +137,20 @@ WelkingWorker::WelkingWorker(const QVector<QVector3D>& sourceVertices, const QVe
     }
 
     m_tree.reset(KDTreeAcceleratedVersion::build<float, long long>(m_target, 128));
+
+    if (m_parameters.coveragePairs) {
+        // About one sample per basemesh vertex, so a dense scan costs no
+        // more per round than the basemesh's own matching; none on the
+        // scan's open borders, whose nearest basemesh vertex says nothing
+        // about where the basemesh should go.
+        m_sourceBoundary = boundaryVertices(m_source.size(), m_sourceTriangles);
+        const std::vector<long long> triangles(targetTriangles.begin(), targetTriangles.end());
+        const std::vector<char> targetBoundary = boundaryVertices(m_target.size(), triangles);
+        const size_t stride = std::max<size_t>(1, (m_target.size() + m_source.size() - 1) / std::max<size_t>(1, m_source.size()));
+        for (size_t t = 0; t < m_target.size(); t += stride)
+            if (!targetBoundary[t])
+                m_coverageSamples.push_back((long long)t);
+    }
 
     const int controlCount = std::min(sourcePoints.size(), targetPoints.size());
     for (int i = 0; i < controlCount; ++i) {
@@ -234,6 +272,29 @@ void WelkingWorker::findPairs(std::vector<long long>& sources, std::vector<Vec3>
             targets.push_back(m_target[size_t(match[v])]);
             normals.push_back(m_targetNormals[size_t(match[v])]);
         }
+    if (m_coverageSamples.empty() || !m_coverageActive)
+        return;
+    // Coverage: target samples pull their nearest basemesh vertex, so that
+    // parts of the target that no basemesh vertex has near it are reached.
+    std::unique_ptr<KDTreeAcceleratedVersion::Node<float, long long>> tree(
+        KDTreeAcceleratedVersion::build<float, long long>(m_current, 128));
+    std::vector<long long> nearest(m_coverageSamples.size(), -1);
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, m_coverageSamples.size(), 512), [&](const tbb::blocked_range<size_t>& r) {
+        for (size_t i = r.begin(); i < r.end(); ++i) {
+            const long long t = m_coverageSamples[i];
+            const long long v = tree->findNearestPointInd(m_target[size_t(t)], m_current);
+            if (v < 0 || m_excluded[size_t(v)] || m_sourceBoundary[size_t(v)] || !m_current[size_t(v)].allFinite())
+                continue;
+            if (currentNormals[size_t(v)].dot(m_targetNormals[size_t(t)]) >= m_parameters.normalsThreshold)
+                nearest[i] = v;
+        }
+    });
+    for (size_t i = 0; i < nearest.size(); ++i)
+        if (nearest[i] >= 0) {
+            sources.push_back(nearest[i]);
+            targets.push_back(m_target[size_t(m_coverageSamples[i])]);
+            normals.push_back(m_targetNormals[size_t(m_coverageSamples[i])]);
+        }
 }
 
 void WelkingWorker::run(EmbeddedGraphDeformer::Abstract::Deformer* deformer)
@@ -275,6 +336,11 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             break;
         const EmbeddedGraphLevel& level = m_levels[size_t(i - 1)];
         const float t = float(subdivisions - i) / float(subdivisions);
+        // Coverage pairs on the finest level only: there a pair adds four
+        // rows to a node's own block, while on the coarse levels it adds rows
+        // over eight nodes and doubled the cost of every product, for less
+        // coverage than on the finest level alone (spare-bear).
+        m_coverageActive = i == subdivisions;
 
         std::vector<std::vector<std::pair<long long, float>>> nodeVertices(level.nodes.size());
         for (size_t v = 0; v + 1 < level.influenceOffsets.size(); ++v)

@@ -105,6 +105,11 @@ protected:
     std::vector<Vec3> m_targetNormals;
     std::vector<Vec3> m_current;
     std::unique_ptr<KDTreeAcceleratedVersion::Node<float, long long>> m_tree;
+    /// Target vertices that also look for their nearest basemesh vertex,
+    /// and the basemesh's border vertices, which they never take.
+    std::vector<long long> m_coverageSamples;
+    std::vector<char> m_sourceBoundary;
+    bool m_coverageActive = false; ///< on the current level
     WelkingCallback m_callback;
     float m_normalisedSize = 100.0f;
     float m_scale = 1.0f; ///< normalised units per target unit

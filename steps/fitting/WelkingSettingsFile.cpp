@@ -77,6 +77,7 @@ bool load(const QString& path, WelkingSettings& settings, QString& error, Dialog
         settings.rigidity = readKey(s, "Rigity", defaults.rigidity, 0.0f, 10.0f);
     a.rejectWorseRounds = s.value(QStringLiteral("Reject_worse_rounds"), da.rejectWorseRounds).toBool();
     a.repairFolds = s.value(QStringLiteral("Repair_folds"), da.repairFolds).toBool();
+    a.coveragePairs = s.value(QStringLiteral("Coverage_pairs"), da.coveragePairs).toBool();
     a.directSolveNodes = readKey(s, "Direct_solve_nodes", da.directSolveNodes, 0, 100000);
     s.endGroup();
     g.levels = a.subdivisions;
@@ -106,6 +107,7 @@ bool save(const QString& path, const WelkingSettings& settings, QString& error)
     s.setValue(QStringLiteral("Rigity"), settings.rigidity);
     s.setValue(QStringLiteral("Reject_worse_rounds"), a.rejectWorseRounds);
     s.setValue(QStringLiteral("Repair_folds"), a.repairFolds);
+    s.setValue(QStringLiteral("Coverage_pairs"), a.coveragePairs);
     s.setValue(QStringLiteral("Direct_solve_nodes"), a.directSolveNodes);
     s.endGroup();
     s.sync();

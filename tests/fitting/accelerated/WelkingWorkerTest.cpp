@@ -311,3 +311,83 @@ TEST(WelkingWorker, CholeskyOnCoarseLevelsFitsAsTheBlockPreconditionerDoes)
     // One product per solve against tens: the point of the factor.
     EXPECT_LT(2 * products[1], products[0]);
 }
+
+namespace {
+
+/// A closed latitude-longitude sphere; with `spike`, the region around +x
+/// pushed out into a horn 1.5 radii long.
+GeometryStack2::GeomStackTriangulated sphere(int rings, int segments, bool spike)
+{
+    QVector<QVector3D> vertices;
+    QVector<QVector<int>> polygons;
+    const float pi = 3.14159265f;
+    vertices.append(QVector3D(0, 0, 1));
+    for (int r = 1; r < rings; ++r)
+        for (int s = 0; s < segments; ++s) {
+            const float theta = pi * float(r) / float(rings), phi = 2 * pi * float(s) / float(segments);
+            QVector3D p(std::sin(theta) * std::cos(phi), std::sin(theta) * std::sin(phi), std::cos(theta));
+            if (spike)
+                p *= 1.0f + 1.5f * std::pow(std::max(0.0f, p.x()), 12.0f);
+            vertices.append(p);
+        }
+    vertices.append(QVector3D(0, 0, -1));
+    const auto at = [&](int r, int s) { return 1 + (r - 1) * segments + (s % segments); };
+    for (int s = 0; s < segments; ++s) {
+        polygons.append({0, at(1, s), at(1, s + 1)});
+        for (int r = 1; r + 1 < rings; ++r)
+            polygons.append({at(r, s), at(r + 1, s), at(r + 1, s + 1), at(r, s + 1)});
+        polygons.append({at(rings - 1, s), int(vertices.size()) - 1, at(rings - 1, s + 1)});
+    }
+    return GeometryStack2::GeomStackTriangulated(TestSupport::polygonSoup(vertices, polygons));
+}
+
+/// The largest distance from a target vertex to the nearest result vertex.
+float worstCoverage(const QVector<QVector3D>& target, const QVector<QVector3D>& result)
+{
+    float worst = 0;
+    for (const QVector3D& t : target) {
+        float nearest = std::numeric_limits<float>::max();
+        for (const QVector3D& v : result)
+            nearest = std::min(nearest, (t - v).lengthSquared());
+        worst = std::max(worst, nearest);
+    }
+    return std::sqrt(worst);
+}
+
+} // namespace
+
+TEST(WelkingWorker, CoveragePairsDrawTheBasemeshIntoPartsOfTheTargetItNeverCameNear)
+{
+    // Closest points from the sphere alone climb the horn only as far as
+    // smoothness lets the nearest target vertices pull; target vertices
+    // on the horn looking for the basemesh reach its tip.
+    const GeometryStack2::GeomStackTriangulated source = sphere(24, 48, false);
+    const GeometryStack2::GeomStackTriangulated target = sphere(48, 96, true);
+    std::vector<Vertex> vertices;
+    for (const QVector3D& v : source.vertices())
+        vertices.emplace_back(v.x(), v.y(), v.z());
+    const std::vector<long long> triangles(source.triangleVertexIndices().begin(), source.triangleVertexIndices().end());
+    GraphSamplingParameters sampling;
+    const auto levels = buildEmbeddedGraph(sampling, vertices, triangles);
+    const auto fitWith = [&](bool coverage) {
+        AcceleratedParameters parameters;
+        parameters.coveragePairs = coverage;
+        FastWelkingWorker worker(source.vertices(), source.triangleVertexIndices(), QMatrix4x4(), target.vertices(),
+                                 target.normals(), QMatrix4x4(), target.triangleVertexIndices(), {}, {}, {}, levels,
+                                 parameters, 100.0f, nullptr);
+        QVector<QVector3D> result;
+        QObject::connect(&worker, &WelkingWorker::finished, [&](QVector<QVector3D> v) { result = v; });
+        worker.start();
+        return result;
+    };
+    const QVector<QVector3D> without = fitWith(false), with = fitWith(true);
+    ASSERT_EQ(with.size(), source.vertexCount());
+    const float worstWithout = worstCoverage(target.vertices(), without);
+    const float worstWith = worstCoverage(target.vertices(), with);
+    EXPECT_LT(worstWith, 0.7f * worstWithout) << worstWith << " against " << worstWithout;
+    // And the horn's tip, 2.5 from the centre, is reached.
+    float reach = 0;
+    for (const QVector3D& v : with)
+        reach = std::max(reach, v.x());
+    EXPECT_GT(reach, 2.2f);
+}
