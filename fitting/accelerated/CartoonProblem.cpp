@@ -1,5 +1,7 @@
 #include "CartoonProblem.h"
 
+#include "ParallelRange.h"
+
 #include <Eigen/Cholesky>
 
 #include <algorithm>
@@ -32,7 +34,7 @@ inline Eigen::Matrix3f matrixOf(const Eigen::VectorXf& x, long long node)
 Problem::Problem(const EmbeddedGraphLevel& level, std::vector<Vec3> restVertices, std::vector<Vec3> nodePositions,
                  std::vector<ControlPoint> controls, const EnergyWeights& weights, float rigidity)
     : m_level(level), m_rest(std::move(restVertices)), m_nodes(std::move(nodePositions)),
-      m_controls(std::move(controls)), m_weights(weights), m_rigidity(rigidity), m_product(m_J)
+      m_controls(std::move(controls)), m_weights(weights), m_rigidity(rigidity), m_product(m_blocks)
 {
     for (size_t j = 0; j + 1 < level.neighbourOffsets.size(); ++j)
         for (long long e = level.neighbourOffsets[j]; e < level.neighbourOffsets[j + 1]; ++e)
@@ -72,6 +74,8 @@ Problem::Problem(const EmbeddedGraphLevel& level, std::vector<Vec3> restVertices
         const int* end = m_J.innerIndexPtr() + m_J.outerIndexPtr()[e.row() + 1];
         m_positions.push_back(int(std::lower_bound(begin, end, e.col()) - m_J.innerIndexPtr()));
     }
+    m_blocks.setWeights(m_weights);
+    setPairs({}, {}, {});
 }
 
 Eigen::VectorXf Problem::identity() const
@@ -92,6 +96,78 @@ void Problem::setPairs(const std::vector<long long>& sources, const std::vector<
         m_pairTargets[size_t(sources[p])] = targets[p];
         m_pairNormals[size_t(sources[p])] = normals[p];
     }
+    fillBlocks();
+}
+
+void Problem::fillBlocks()
+{
+    std::vector<long long> pairOffsets{0};
+    std::vector<int> pairNodes;
+    for (size_t v = 0; v < m_rest.size(); ++v)
+        if (m_paired[v]) {
+            for (const auto& influence : m_influences[v])
+                pairNodes.push_back(int(influence.first));
+            pairOffsets.push_back((long long)pairNodes.size());
+        }
+    std::vector<long long> controlOffsets{0};
+    std::vector<int> controlNodes;
+    for (const auto& terms : m_controlTerms) {
+        for (const auto& term : terms)
+            controlNodes.push_back(int(term.first));
+        controlOffsets.push_back((long long)controlNodes.size());
+    }
+    m_blocks.setPattern((long long)m_nodes.size(), std::move(pairOffsets), std::move(pairNodes), m_edges,
+                        std::move(controlOffsets), std::move(controlNodes));
+    long long pair = 0, slot = 0;
+    for (size_t v = 0; v < m_rest.size(); ++v)
+        if (m_paired[v]) {
+            m_blocks.pairNormal(pair++) = m_pairNormals[v];
+            for (const auto& [k, w] : m_influences[v]) {
+                m_blocks.pairOffset(slot) = w * (m_rest[v] - m_nodes[size_t(k)]);
+                m_blocks.pairWeight(slot++) = w;
+            }
+        }
+    for (size_t e = 0; e < m_edges.size(); ++e)
+        m_blocks.edgeOffset((long long)e) = m_nodes[size_t(m_edges[e].second)] - m_nodes[size_t(m_edges[e].first)];
+    slot = 0;
+    for (const auto& terms : m_controlTerms)
+        for (const auto& [k, list] : terms) {
+            Vec3 a = Vec3::Zero();
+            float w = 0.0f;
+            for (const auto& [weight, offset] : list) {
+                a += weight * offset;
+                w += weight;
+            }
+            m_blocks.controlOffset(slot) = a;
+            m_blocks.controlWeight(slot++) = w;
+        }
+}
+
+void Problem::fillRigidity(const Vector& x)
+{
+    if (m_rigidity == 0.0f) {
+        m_blocks.setRigidity({});
+        return;
+    }
+    std::vector<AffineBlockJacobian::RigidityBlock> blocks(m_nodes.size());
+    for (long long k = 0; k < (long long)m_nodes.size(); ++k) {
+        // The nine rows' derivatives by A's entries (column-major, as the
+        // unknowns), as in visitJacobian.
+        Eigen::Matrix<float, 9, 9> J = Eigen::Matrix<float, 9, 9>::Zero();
+        const Eigen::Matrix3f A = matrixOf(x, k);
+        for (int p = 0; p < 3; ++p)
+            for (int q = 0; q < 3; ++q)
+                for (int i = 0; i < 3; ++i) {
+                    if (p == q) {
+                        J(3 * p + q, 3 * p + i) += m_rigidity * 2.0f * A(i, p);
+                    } else {
+                        J(3 * p + q, 3 * p + i) += m_rigidity * A(i, q);
+                        J(3 * p + q, 3 * q + i) += m_rigidity * A(i, p);
+                    }
+                }
+        blocks[size_t(k)] = J.transpose() * J;
+    }
+    m_blocks.setRigidity(std::move(blocks));
 }
 
 void Problem::setConjugateGradient(long long iterations, double tolerance)
@@ -222,7 +298,8 @@ void Problem::evaluateAll(const Vector& x, float& value, Vector& gradient, Linea
     value = float(0.5 * double(m_r.squaredNorm()));
     computeJacobian(x);
     gradient = m_J.transpose() * m_r;
-    m_preconditioner.collect(m_J, (long long)m_nodes.size());
+    fillRigidity(x);
+    m_preconditioner.collect(m_blocks);
 }
 
 void Problem::currentVertices(const Vector& x, std::vector<Vec3>& out) const
@@ -246,30 +323,20 @@ void Problem::currentNodes(const Vector& x, std::vector<Vec3>& out) const
 
 void Problem::Product::multiply(const Vector& v, Vector& y) const
 {
-    m_Jv.noalias() = m_J * v;
-    y.noalias() = m_J.transpose() * m_Jv;
+    m_J.multiplyNormal(v, y, true);
     y += float(m_damping) * v;
-}
-
-void Problem::BlockDiagonalPreconditioner::collect(const Jacobian& J, long long nodes)
-{
-    m_blocks.assign(size_t(nodes), Block::Zero());
-    for (int row = 0; row < J.outerSize(); ++row) {
-        for (Jacobian::InnerIterator a(J, row); a; ++a)
-            for (Jacobian::InnerIterator b(J, row); b; ++b)
-                if (a.col() / 12 == b.col() / 12)
-                    m_blocks[size_t(a.col() / 12)](a.col() % 12, b.col() % 12) += a.value() * b.value();
-    }
 }
 
 void Problem::BlockDiagonalPreconditioner::refresh(double damping)
 {
     m_inverse.resize(m_blocks.size());
-    for (size_t i = 0; i < m_blocks.size(); ++i) {
-        Block damped = m_blocks[i];
-        damped.diagonal().array() += float(damping);
-        m_inverse[i] = damped.ldlt().solve(Block::Identity());
-    }
+    EmbeddedGraphDeformer::forRange((long long)m_blocks.size(), true, [&](long long begin, long long end) {
+        for (long long i = begin; i < end; ++i) {
+            Block damped = m_blocks[size_t(i)];
+            damped.diagonal().array() += float(damping);
+            m_inverse[size_t(i)] = damped.ldlt().solve(Block::Identity());
+        }
+    }, 64);
 }
 
 void Problem::BlockDiagonalPreconditioner::apply(const Vector& in, Vector& out) const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "AffineBlockJacobian.h"
 #include "DeformerTypes.h"
 
 #include "optimisation/WNewtonProblem.h"
@@ -23,7 +24,9 @@ using EmbeddedGraphDeformer::Vec3;
 /// control points (three rows each), rigidity (nine rows per node, the
 /// entries of A^T A - I). The Jacobian is an Eigen sparse matrix whose
 /// structure is set when the problem is made; later evaluations only
-/// rewrite its values.
+/// rewrite its values. It gives the gradient; the conjugate gradients'
+/// products and the preconditioner's blocks come from the same Jacobian
+/// held by its structure (`AffineBlockJacobian`), in parallel.
 class Problem : public WNewton::MatrixFreeProblem<float>
 {
 public:
@@ -65,12 +68,11 @@ private:
     class Product : public LinearSystemsSolvers::ProductHolder<float>
     {
     public:
-        explicit Product(const Jacobian& J) : m_J(J) {}
+        explicit Product(const AffineBlockJacobian& J) : m_J(J) {}
         void multiply(const Vector& v, Vector& y) const override;
 
     private:
-        const Jacobian& m_J;
-        mutable Vector m_Jv;
+        const AffineBlockJacobian& m_J;
     };
 
     /// Inverts one 12 x 12 block of J^T J + damping I per node.
@@ -78,7 +80,7 @@ private:
     {
     public:
         using Block = Eigen::Matrix<float, 12, 12>;
-        void collect(const Jacobian& J, long long nodes);
+        void collect(const AffineBlockJacobian& J) { J.nodeBlocks(m_blocks, true); }
         void refresh(double damping) override;
         void apply(const Vector& in, Vector& out) const override;
 
@@ -102,7 +104,13 @@ private:
     std::vector<std::vector<std::pair<long long, float>>> m_influences;
     /// Per control point, the (node, weight, rest offset) terms, by node.
     std::vector<std::vector<std::pair<long long, std::vector<std::pair<float, Vec3>>>>> m_controlTerms;
+    /// The blocks' values that do not depend on the state, for the pairs set.
+    void fillBlocks();
+    /// The rigidity rows' J^T J per node at x (none when their weight is 0).
+    void fillRigidity(const Vector& x);
+
     Jacobian m_J;
+    AffineBlockJacobian m_blocks;
     std::vector<int> m_positions; ///< value index of each emitted entry
     Vector m_r;
     Product m_product;

@@ -73,49 +73,25 @@ void NodeBlockJacobian::setPattern(long long nodes, std::vector<long long> pairO
             for (long long i = m_controlOffsets[size_t(c)]; i < m_controlOffsets[size_t(c) + 1]; ++i)
                 add(m_controlNodes[size_t(i)], controlGroup + c, m_controlBlock + i);
     };
-    // Entries through a block first, then the far ends of edges: the
-    // gather's loops then run without a branch per entry.
-    m_incidenceOffsets.assign(size_t(nodes) + 1, 0);
-    m_incidenceSplit.assign(size_t(nodes), 0);
-    visit([&](long long node, long long, long long block) {
-        ++m_incidenceOffsets[size_t(node) + 1];
-        if (block >= 0)
-            ++m_incidenceSplit[size_t(node)];
-    });
-    for (long long k = 0; k < nodes; ++k) {
-        m_incidenceOffsets[size_t(k) + 1] += m_incidenceOffsets[size_t(k)];
-        m_incidenceSplit[size_t(k)] += m_incidenceOffsets[size_t(k)];
-    }
-    std::vector<long long> fillBlocks(m_incidenceOffsets.begin(), m_incidenceOffsets.end() - 1);
-    std::vector<long long> fillEnds(m_incidenceSplit);
-    m_incidenceGroup.resize(size_t(m_incidenceOffsets.back()));
-    m_incidenceBlock.resize(size_t(m_incidenceOffsets.back()));
-    visit([&](long long node, long long group, long long block) {
-        const long long at = block >= 0 ? fillBlocks[size_t(node)]++ : fillEnds[size_t(node)]++;
-        m_incidenceGroup[size_t(at)] = int(group);
-        m_incidenceBlock[size_t(at)] = int(block);
-    });
+    m_incidence.build(nodes, visit);
 }
 
 void NodeBlockJacobian::gather(Vector& out, bool parallel) const
 {
     out.resize(6 * m_nodes);
     const float* reduced = m_reduced.data();
-    // Coarse levels have few nodes with thousands of entries each: tasks
-    // are sized by entries, not by nodes.
-    const long long entries = m_incidenceOffsets.back();
-    const long long grain = std::max<long long>(1, 4096 * m_nodes / std::max<long long>(1, entries));
+    const NodeIncidence& in = m_incidence;
     forRange(m_nodes, parallel, [&](long long begin, long long end) {
         for (long long k = begin; k < end; ++k) {
             float s[3] = {0.0f, 0.0f, 0.0f}, t[3] = {0.0f, 0.0f, 0.0f};
-            const long long split = m_incidenceSplit[size_t(k)];
-            for (long long e = m_incidenceOffsets[size_t(k)]; e < split; ++e) {
-                const int block = m_incidenceBlock[size_t(e)];
-                scatter(m_rotations[size_t(block)].data(), reduced + 3 * (long long)m_incidenceGroup[size_t(e)],
+            const long long split = in.split[size_t(k)];
+            for (long long e = in.offsets[size_t(k)]; e < split; ++e) {
+                const int block = in.block[size_t(e)];
+                scatter(m_rotations[size_t(block)].data(), reduced + 3 * (long long)in.group[size_t(e)],
                         m_translations[size_t(block)], s, t);
             }
-            for (long long e = split; e < m_incidenceOffsets[size_t(k) + 1]; ++e) {
-                const float* g = reduced + 3 * (long long)m_incidenceGroup[size_t(e)];
+            for (long long e = split; e < in.offsets[size_t(k) + 1]; ++e) {
+                const float* g = reduced + 3 * (long long)in.group[size_t(e)];
                 for (int r = 0; r < 3; ++r)
                     t[r] -= g[r];
             }
@@ -125,7 +101,7 @@ void NodeBlockJacobian::gather(Vector& out, bool parallel) const
                 o[3 + r] = t[r];
             }
         }
-    }, grain);
+    }, in.grain(m_nodes, 4096));
 }
 
 void NodeBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool parallel) const
@@ -241,15 +217,14 @@ void NodeBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) co
     const float k2 = m_weights.controlPoints * m_weights.controlPoints;
     const long long edgeGroup = pairs(), controlGroup = edgeGroup + edges();
     blocks.resize(size_t(m_nodes));
-    const long long grain = std::max<long long>(1, 1024 * m_nodes / std::max<long long>(1, m_incidenceOffsets.back()));
     forRange(m_nodes, parallel, [&](long long begin, long long end) {
         for (long long k = begin; k < end; ++k) {
             // [M^T S M, w M^T S; w S M, w^2 S] for rows that reach the node
             // through M and w and are weighted by S (3x3).
             Matrix3 MSM = Matrix3::Zero(), SM = Matrix3::Zero(), wwS = Matrix3::Zero();
-            for (long long e = m_incidenceOffsets[size_t(k)]; e < m_incidenceOffsets[size_t(k) + 1]; ++e) {
-                const long long group = m_incidenceGroup[size_t(e)];
-                const int block = m_incidenceBlock[size_t(e)];
+            for (long long e = m_incidence.offsets[size_t(k)]; e < m_incidence.offsets[size_t(k) + 1]; ++e) {
+                const long long group = m_incidence.group[size_t(e)];
+                const int block = m_incidence.block[size_t(e)];
                 Matrix3 S;
                 if (group < edgeGroup) {
                     const Vec3& n = m_pairNormals[size_t(group)];
@@ -274,7 +249,7 @@ void NodeBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) co
             block.bottomLeftCorner<3, 3>() = SM;
             block.bottomRightCorner<3, 3>() = wwS;
         }
-    }, grain);
+    }, m_incidence.grain(m_nodes, 1024));
 }
 
 Eigen::MatrixXd NodeBlockJacobian::dense() const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "DeformerTypes.h"
+#include "NodeIncidence.h"
 
 #include <algorithm>
 #include <utility>
@@ -98,13 +99,7 @@ private:
     std::vector<Matrix3> m_rotations;
     std::vector<float> m_translations;
     long long m_edgeBlock = 0, m_controlBlock = 0;
-    // Per node, the groups touching it and the block through which they
-    // do; block -1 is the far end of an edge (translation factor -1).
-    // A node's entries through a block come first, up to its split.
-    std::vector<long long> m_incidenceOffsets{0};
-    std::vector<long long> m_incidenceSplit;
-    std::vector<int> m_incidenceGroup;
-    std::vector<int> m_incidenceBlock;
+    NodeIncidence m_incidence;
     mutable std::vector<float> m_reduced; ///< 3 per row group
 };
 

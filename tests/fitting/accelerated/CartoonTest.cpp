@@ -108,6 +108,56 @@ TEST(CartoonDeformer, JacobianMatchesFiniteDifferences)
     }
 }
 
+TEST(CartoonDeformer, BlockProductsAndPreconditionerAgreeWithTheSparseJacobian)
+{
+    // The conjugate gradients see J^T J through the Jacobian's blocks, the
+    // gradient through the sparse matrix: both must be the same matrix,
+    // with and without the rigidity rows.
+    const auto mesh = sphere(8, 10);
+    const auto levels = levelsFor(mesh, 25.0f, 1);
+    const std::vector<Vec3> rest = toVec(mesh.vertices());
+    std::vector<Vec3> nodes;
+    for (long long n : levels[0].nodes)
+        nodes.push_back(rest[size_t(n)]);
+    ControlPoint control;
+    control.corners[0] = 3;
+    control.corners[1] = 4;
+    control.corners[2] = 14;
+    control.weights[0] = 0.2f;
+    control.weights[1] = 0.3f;
+    control.weights[2] = 0.5f;
+    EnergyWeights weights;
+    weights.smoothness = 0.6f;
+    for (float rigidity : {0.0f, 0.7f}) {
+        CartoonWelking::Iterative::Problem problem(levels[0], rest, nodes, {control}, weights, rigidity);
+        problem.setPairs({1, 7, 30, 44, 45}, {Vec3(0, 0, 6), Vec3(1, 5, 2), Vec3(-3, 2, 1), Vec3(2, -4, -2), Vec3(1, 1, 1)},
+                         {Vec3(0, 0, 1), Vec3(0, 1, 0), Vec3(-1, 0, 0), Vec3(0.6f, -0.8f, 0), Vec3(0, 0.6f, 0.8f)});
+        std::mt19937 random(19);
+        std::uniform_real_distribution<float> u(-0.3f, 0.3f);
+        Eigen::VectorXf x = problem.identity(), v(problem.variableCount()), gradient, y, z;
+        for (Eigen::Index i = 0; i < x.size(); ++i) {
+            x[i] += u(random);
+            v[i] = u(random);
+        }
+        float value = 0;
+        problem.evaluateAll(x, value, gradient, problem.product(), nullptr);
+        const Eigen::MatrixXd J = Eigen::MatrixXd(problem.jacobian().cast<double>());
+        const Eigen::MatrixXd H = J.transpose() * J + 0.3 * Eigen::MatrixXd::Identity(J.cols(), J.cols());
+        problem.product().setDamping(0.3);
+        problem.product().multiply(v, y);
+        const Eigen::VectorXd expected = H * v.cast<double>();
+        EXPECT_LT((y.cast<double>() - expected).norm(), 1e-5 * expected.norm()) << "rigidity " << rigidity;
+
+        problem.preconditioner().refresh(0.3);
+        problem.preconditioner().apply(v, z);
+        for (long long k = 0; k < (long long)nodes.size(); ++k) {
+            const Eigen::VectorXd block = H.block(12 * k, 12 * k, 12, 12).ldlt().solve(v.segment<12>(12 * k).cast<double>());
+            ASSERT_LT((z.segment<12>(12 * k).cast<double>() - block).norm(), 1e-3 * (1 + block.norm()))
+                << "node " << k << ", rigidity " << rigidity;
+        }
+    }
+}
+
 TEST(CartoonDeformer, IdentityStaysAndInitialisationFitsAffineMotion)
 {
     const auto mesh = sphere(8, 10);

@@ -1,0 +1,172 @@
+#include "AffineBlockJacobian.h"
+
+#include "ParallelRange.h"
+
+namespace CartoonWelking {
+namespace Iterative {
+
+using EmbeddedGraphDeformer::forRange;
+
+namespace {
+
+/// d += sum_c a_c x[3c .. 3c + 2] + w x[9 .. 11] for one node's unknowns x.
+inline void addMoved(const float* a, float w, const float* x, float* d)
+{
+    for (int r = 0; r < 3; ++r)
+        d[r] += a[0] * x[r] + a[1] * x[3 + r] + a[2] * x[6 + r] + w * x[9 + r];
+}
+
+} // namespace
+
+void AffineBlockJacobian::setPattern(long long nodes, std::vector<long long> pairOffsets, std::vector<int> pairNodes,
+                                     const std::vector<std::pair<long long, long long>>& edges,
+                                     std::vector<long long> controlOffsets, std::vector<int> controlNodes)
+{
+    m_nodes = nodes;
+    m_pairOffsets = std::move(pairOffsets);
+    m_pairNodes = std::move(pairNodes);
+    m_pairNormals.resize(size_t(pairs()));
+    m_edgeNodes.resize(2 * edges.size());
+    for (size_t e = 0; e < edges.size(); ++e) {
+        m_edgeNodes[2 * e] = int(edges[e].first);
+        m_edgeNodes[2 * e + 1] = int(edges[e].second);
+    }
+    m_controlOffsets = std::move(controlOffsets);
+    m_controlNodes = std::move(controlNodes);
+    m_edgeBlock = (long long)m_pairNodes.size();
+    m_controlBlock = m_edgeBlock + this->edges();
+    const long long blocks = m_controlBlock + (long long)m_controlNodes.size();
+    m_offsets.resize(size_t(blocks));
+    m_translations.resize(size_t(blocks));
+    std::fill(m_translations.begin() + m_edgeBlock, m_translations.begin() + m_controlBlock, 1.0f);
+    m_reduced.resize(3 * size_t(pairs() + this->edges() + controls()));
+    m_incidence.build(nodes, [&](const auto& add) {
+        for (long long p = 0; p < pairs(); ++p)
+            for (long long i = m_pairOffsets[size_t(p)]; i < m_pairOffsets[size_t(p) + 1]; ++i)
+                add(m_pairNodes[size_t(i)], p, i);
+        const long long edgeGroup = pairs();
+        for (long long e = 0; e < this->edges(); ++e) {
+            add(m_edgeNodes[size_t(2 * e)], edgeGroup + e, m_edgeBlock + e);
+            add(m_edgeNodes[size_t(2 * e + 1)], edgeGroup + e, -1);
+        }
+        const long long controlGroup = edgeGroup + this->edges();
+        for (long long c = 0; c < controls(); ++c)
+            for (long long i = m_controlOffsets[size_t(c)]; i < m_controlOffsets[size_t(c) + 1]; ++i)
+                add(m_controlNodes[size_t(i)], controlGroup + c, m_controlBlock + i);
+    });
+}
+
+void AffineBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool parallel) const
+{
+    const float a2 = m_weights.pointToPoint * m_weights.pointToPoint;
+    const float b2 = m_weights.pointToPlane * m_weights.pointToPlane;
+    const float g2 = m_weights.smoothness * m_weights.smoothness;
+    const float k2 = m_weights.controlPoints * m_weights.controlPoints;
+    const float* x = v.data();
+    float* reduced = m_reduced.data();
+    // First pass: every group's rows of J v, weighted once more by their
+    // row weight, as one 3-vector.
+    forRange(pairs(), parallel, [&](long long begin, long long end) {
+        for (long long p = begin; p < end; ++p) {
+            float d[3] = {0.0f, 0.0f, 0.0f};
+            for (long long i = m_pairOffsets[size_t(p)]; i < m_pairOffsets[size_t(p) + 1]; ++i)
+                addMoved(m_offsets[size_t(i)].data(), m_translations[size_t(i)], x + 12 * (long long)m_pairNodes[size_t(i)], d);
+            const float* n = m_pairNormals[size_t(p)].data();
+            const float plane = b2 * (n[0] * d[0] + n[1] * d[1] + n[2] * d[2]);
+            for (int r = 0; r < 3; ++r)
+                reduced[3 * p + r] = a2 * d[r] + plane * n[r];
+        }
+    }, 256);
+    const long long edgeGroup = pairs();
+    forRange(edges(), parallel, [&](long long begin, long long end) {
+        for (long long e = begin; e < end; ++e) {
+            const long long j = m_edgeNodes[size_t(2 * e)], k = m_edgeNodes[size_t(2 * e + 1)];
+            float d[3] = {0.0f, 0.0f, 0.0f};
+            addMoved(m_offsets[size_t(m_edgeBlock + e)].data(), 1.0f, x + 12 * j, d);
+            for (int r = 0; r < 3; ++r)
+                reduced[3 * (edgeGroup + e) + r] = g2 * (d[r] - x[12 * k + 9 + r]);
+        }
+    }, 1024);
+    const long long controlGroup = edgeGroup + edges();
+    for (long long c = 0; c < controls(); ++c) {
+        float d[3] = {0.0f, 0.0f, 0.0f};
+        for (long long i = m_controlOffsets[size_t(c)]; i < m_controlOffsets[size_t(c) + 1]; ++i)
+            addMoved(m_offsets[size_t(m_controlBlock + i)].data(), m_translations[size_t(m_controlBlock + i)],
+                     x + 12 * (long long)m_controlNodes[size_t(i)], d);
+        for (int r = 0; r < 3; ++r)
+            reduced[3 * (controlGroup + c) + r] = k2 * d[r];
+    }
+
+    // Second pass: each node gathers a_c g and w g from its groups.
+    out.resize(12 * m_nodes);
+    const EmbeddedGraphDeformer::NodeIncidence& in = m_incidence;
+    forRange(m_nodes, parallel, [&](long long begin, long long end) {
+        for (long long k = begin; k < end; ++k) {
+            float sum[12] = {};
+            for (long long e = in.offsets[size_t(k)]; e < in.split[size_t(k)]; ++e) {
+                const float* g = reduced + 3 * (long long)in.group[size_t(e)];
+                const float* a = m_offsets[size_t(in.block[size_t(e)])].data();
+                const float w = m_translations[size_t(in.block[size_t(e)])];
+                for (int r = 0; r < 3; ++r) {
+                    sum[r] += a[0] * g[r];
+                    sum[3 + r] += a[1] * g[r];
+                    sum[6 + r] += a[2] * g[r];
+                    sum[9 + r] += w * g[r];
+                }
+            }
+            for (long long e = in.split[size_t(k)]; e < in.offsets[size_t(k) + 1]; ++e) {
+                const float* g = reduced + 3 * (long long)in.group[size_t(e)];
+                for (int r = 0; r < 3; ++r)
+                    sum[9 + r] -= g[r];
+            }
+            float* o = out.data() + 12 * k;
+            for (int i = 0; i < 12; ++i)
+                o[i] = sum[i];
+            if (!m_rigidity.empty())
+                Eigen::Map<Eigen::Matrix<float, 9, 1>>(o) +=
+                    m_rigidity[size_t(k)] * Eigen::Map<const Eigen::Matrix<float, 9, 1>>(x + 12 * k);
+        }
+    }, in.grain(m_nodes, 4096));
+}
+
+void AffineBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) const
+{
+    // A group reaching a node through (a, w) with row weights S adds
+    // kron(u u^T, S) for u = (a, w): the unknowns are three columns of A
+    // and t, three values each.
+    const float a2 = m_weights.pointToPoint * m_weights.pointToPoint;
+    const float b2 = m_weights.pointToPlane * m_weights.pointToPlane;
+    const float g2 = m_weights.smoothness * m_weights.smoothness;
+    const float k2 = m_weights.controlPoints * m_weights.controlPoints;
+    const long long edgeGroup = pairs(), controlGroup = edgeGroup + edges();
+    const EmbeddedGraphDeformer::NodeIncidence& in = m_incidence;
+    blocks.resize(size_t(m_nodes));
+    forRange(m_nodes, parallel, [&](long long begin, long long end) {
+        for (long long k = begin; k < end; ++k) {
+            Block& block = blocks[size_t(k)];
+            block.setZero();
+            for (long long e = in.offsets[size_t(k)]; e < in.offsets[size_t(k) + 1]; ++e) {
+                const long long group = in.group[size_t(e)];
+                const int b = in.block[size_t(e)];
+                Eigen::Matrix3f S;
+                if (group < edgeGroup) {
+                    const Vec3& n = m_pairNormals[size_t(group)];
+                    S = a2 * Eigen::Matrix3f::Identity() + b2 * n * n.transpose();
+                } else {
+                    S = (group < controlGroup ? g2 : k2) * Eigen::Matrix3f::Identity();
+                }
+                Eigen::Vector4f u(0.0f, 0.0f, 0.0f, -1.0f);
+                if (b >= 0)
+                    u << m_offsets[size_t(b)], m_translations[size_t(b)];
+                for (int p = 0; p < 4; ++p)
+                    for (int q = 0; q < 4; ++q)
+                        block.block<3, 3>(3 * p, 3 * q) += (u[p] * u[q]) * S;
+            }
+            if (!m_rigidity.empty())
+                block.topLeftCorner<9, 9>() += m_rigidity[size_t(k)];
+        }
+    }, in.grain(m_nodes, 1024));
+}
+
+} // namespace Iterative
+} // namespace CartoonWelking
