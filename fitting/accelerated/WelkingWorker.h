@@ -105,6 +105,8 @@ protected:
     std::vector<Vec3> m_targetNormals;
     std::vector<Vec3> m_current;
     std::unique_ptr<KDTreeAcceleratedVersion::Node<float, long long>> m_tree;
+    /// Each vertex's nearest target vertex in the last search (-1: none yet).
+    mutable std::vector<long long> m_previousMatch;
     /// Target vertices that also look for their nearest basemesh vertex,
     /// and the basemesh's border vertices, which they never take.
     std::vector<long long> m_coverageSamples;
