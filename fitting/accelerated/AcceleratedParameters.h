@@ -44,10 +44,11 @@ struct AcceleratedParameters
     /// nearest target vertex, about as many target vertices look for their
     /// nearest basemesh vertex (never one on the basemesh's or the target's
     /// open border), so that parts of the target that no basemesh vertex
-    /// came near still draw it ("Coverage_pairs"). Off by default: which
+    /// came near still draw it ("Coverage_pairs"; the fast fit only: the
+    /// cartoon energy holds one pair per vertex). Off by default: which
     /// basemesh vertex is nearest flips with tiny changes of the input, and
     /// with it a whole pair, so the fit stops being a continuous function of
-    /// its landmarks; and the cartoon fit, free to shear, overshoots with it.
+    /// its landmarks.
     bool coveragePairs = false;
 };
 
