@@ -41,15 +41,14 @@ struct AcceleratedParameters
     /// fit added until none is left ("Repair_folds").
     bool repairFolds = true;
     /// On the finest level, besides every basemesh vertex looking for its
-    /// nearest target vertex, about as many target vertices look for their
-    /// nearest basemesh vertex (never one on the basemesh's or the target's
-    /// open border), so that parts of the target that no basemesh vertex
+    /// nearest target vertex, about as many target vertices look for the
+    /// nearest point of the basemesh's surface (never near an open border
+    /// of either mesh), so that parts of the target that no basemesh vertex
     /// came near still draw it ("Coverage_pairs"; the fast fit only: the
-    /// cartoon energy holds one pair per vertex). Off by default: which
-    /// basemesh vertex is nearest flips with tiny changes of the input, and
-    /// with it a whole pair, so the fit stops being a continuous function of
-    /// its landmarks.
-    bool coveragePairs = false;
+    /// cartoon energy holds one pair per vertex). The point slides over the
+    /// surface continuously, so the fit stays continuous in its input, as
+    /// it would not if the nearest vertex were pulled.
+    bool coveragePairs = true;
 };
 
 } // namespace WelkingAcceleratedVersion

@@ -25,10 +25,11 @@ void Deformer::solve(const std::vector<long long>& sources, const std::vector<Ve
                      const std::vector<Vec3>& normals, std::vector<Vec3>& vertices, std::vector<Vec3>& nodes,
                      Eigen::VectorXf& state, const SolveBudget& budget)
 {
-    m_problem->setPairs(sources, targets, normals);
+    m_problem->setPairs(sources, targets, normals, m_surfacePairs);
     m_problem->setConjugateGradient(budget.conjugateGradientIterations, m_cgTolerance);
     const long long nodeCount = m_problem->variableCount() / 6;
-    m_problem->setDirectSolve(nodeCount > 0 && nodeCount <= budget.directSolveNodes);
+    // The Cholesky's pattern is that of vertex pairs only.
+    m_problem->setDirectSolve(nodeCount > 0 && nodeCount <= budget.directSolveNodes && m_surfacePairs.empty());
     EmbeddedGraphDeformer::solveWithBudget(*m_problem, state, budget);
     m_problem->currentVertices(state, vertices);
     m_problem->currentNodes(state, nodes);

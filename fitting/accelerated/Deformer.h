@@ -32,6 +32,9 @@ public:
                        const std::vector<Vec3>& normals, std::vector<Vec3>& vertices, std::vector<Vec3>& nodes,
                        Eigen::VectorXf& state, const SolveBudget& budget) = 0;
 
+    /// Pairs from points of the surface for the next solves, beside the
+    /// vertex pairs `solve` takes; a deformer without them ignores them.
+    virtual void setSurfacePairs(std::vector<SurfacePair>) {}
     /// A state in which every node carries its influenced vertices from
     /// `restVertices` to `currentVertices` as well as a rigid motion can.
     /// `nodeVertices` lists, per node, (vertex, weight) pairs.
@@ -62,11 +65,13 @@ public:
     void initializeVariables(const std::vector<Vec3>& restVertices, const std::vector<Vec3>& currentVertices,
                              const std::vector<std::vector<std::pair<long long, float>>>& nodeVertices,
                              const std::vector<Vec3>& nodePositions, Eigen::VectorXf& state) override;
+    void setSurfacePairs(std::vector<SurfacePair> pairs) override { m_surfacePairs = std::move(pairs); }
 
     Problem* problem() const { return m_problem.get(); }
 
 private:
     std::unique_ptr<Problem> m_problem;
+    std::vector<SurfacePair> m_surfacePairs;
     double m_cgTolerance = 0.0005;
 };
 

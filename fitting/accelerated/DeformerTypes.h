@@ -21,6 +21,18 @@ struct ControlPoint
     Vec3 target = Vec3::Zero();
 };
 
+/// A pair from a point of the basemesh's surface, given as a triangle's
+/// three vertices and barycentric weights, to a target point and normal.
+/// Unlike a vertex pair it moves continuously as the point slides over the
+/// surface.
+struct SurfacePair
+{
+    long long corners[3] = {0, 0, 0};
+    float weights[3] = {1.0f, 0.0f, 0.0f};
+    Vec3 target = Vec3::Zero();
+    Vec3 normal = Vec3::Zero();
+};
+
 /// The budget of one solve.
 struct SolveBudget
 {

@@ -99,26 +99,41 @@ void Problem::setCholeskyRows()
     m_cholesky.setRowSequences(std::move(rows));
 }
 
-void Problem::setPairs(std::vector<long long> sources, std::vector<Vec3> targets, std::vector<Vec3> normals)
+void Problem::setPairs(std::vector<long long> sources, std::vector<Vec3> targets, std::vector<Vec3> normals,
+                       std::vector<SurfacePair> surface)
 {
+    m_surface = std::move(surface);
     m_sources = std::move(sources);
     m_targets = std::move(targets);
     m_normals = std::move(normals);
 
-    std::vector<long long> pairOffsets(m_sources.size() + 1, 0);
+    std::vector<long long> pairOffsets{0};
     std::vector<int> pairNodes;
-    for (size_t p = 0; p < m_sources.size(); ++p)
-        pairOffsets[p + 1] = pairOffsets[p] + m_level.influenceOffsets[size_t(m_sources[p]) + 1] -
-                             m_level.influenceOffsets[size_t(m_sources[p])];
-    pairNodes.reserve(size_t(pairOffsets.back()));
-    for (long long v : m_sources)
+    for (long long v : m_sources) {
         for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i)
             pairNodes.push_back(int(m_level.influences[size_t(i)]));
+        pairOffsets.push_back((long long)pairNodes.size());
+    }
+    // A surface pair moves with every node of its corners, each once.
+    for (const SurfacePair& pair : m_surface) {
+        const size_t first = pairNodes.size();
+        for (long long corner : pair.corners)
+            for (long long i = m_level.influenceOffsets[size_t(corner)]; i < m_level.influenceOffsets[size_t(corner) + 1]; ++i)
+                pairNodes.push_back(int(m_level.influences[size_t(i)]));
+        std::sort(pairNodes.begin() + long(first), pairNodes.end());
+        pairNodes.erase(std::unique(pairNodes.begin() + long(first), pairNodes.end()), pairNodes.end());
+        pairOffsets.push_back((long long)pairNodes.size());
+    }
     m_jacobian.setPattern((long long)m_nodes.size(), std::move(pairOffsets), std::move(pairNodes), m_edges, m_controlNodes);
     for (size_t p = 0; p < m_normals.size(); ++p)
         m_jacobian.pairNormal((long long)p) = m_normals[p];
+    for (size_t s = 0; s < m_surface.size(); ++s)
+        m_jacobian.pairNormal((long long)(m_normals.size() + s)) = m_surface[s].normal;
     m_sparsePatternCurrent = false;
     m_sparseValuesCurrent = false;
+    // The Cholesky's rows follow vertex pairs only.
+    if (!m_surface.empty())
+        setDirectSolve(false);
     if (m_direct) {
         setSparsePattern();
         setCholeskyRows();
@@ -132,10 +147,10 @@ void Problem::setSparsePattern()
     // Sized exactly first: grown by doubling, these lists (about a million
     // columns on a 10k-vertex basemesh) cost more in copies and fresh pages
     // than in filling, once per round.
-    long long rowCount = 4 * (long long)m_sources.size() + 3 * (long long)(m_edges.size() + m_controlNodes.size());
-    long long columnCount = 15 * (long long)m_edges.size();
-    for (long long v : m_sources)
-        columnCount += 18 * (m_level.influenceOffsets[size_t(v) + 1] - m_level.influenceOffsets[size_t(v)]);
+    const std::vector<long long>& pairOffsets = m_jacobian.pairOffsets();
+    const std::vector<int>& pairNodes = m_jacobian.pairNodes();
+    long long rowCount = 4 * pairCount() + 3 * (long long)(m_edges.size() + m_controlNodes.size());
+    long long columnCount = 15 * (long long)m_edges.size() + 18 * (long long)pairNodes.size();
     for (const auto& nodes : m_controlNodes)
         columnCount += 12 * (long long)nodes.size();
     std::vector<long long>& offsets = m_patternOffsets;
@@ -151,15 +166,15 @@ void Problem::setSparsePattern()
         *column++ = int(6 * node + 3 + component);
     };
     const auto endRow = [&] { *offset++ = column - columns.data(); };
-    for (long long v : m_sources) {
+    for (long long p = 0; p < pairCount(); ++p) {
         for (int row = 0; row < 3; ++row) {
-            for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i)
-                rotationAnd(m_level.influences[size_t(i)], row);
+            for (long long i = pairOffsets[size_t(p)]; i < pairOffsets[size_t(p) + 1]; ++i)
+                rotationAnd(pairNodes[size_t(i)], row);
             endRow();
         }
-        for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i)
+        for (long long i = pairOffsets[size_t(p)]; i < pairOffsets[size_t(p) + 1]; ++i)
             for (int c = 0; c < 6; ++c)
-                *column++ = int(6 * m_level.influences[size_t(i)] + c);
+                *column++ = int(6 * pairNodes[size_t(i)] + c);
         endRow();
     }
     for (const auto& edge : m_edges)
@@ -203,9 +218,9 @@ Vec3 Problem::deformedVertex(long long v, const Vector& x, const std::vector<Eig
 void Problem::computeResiduals(const Vector& x, Vector& r)
 {
     updateRotations(x);
-    const long long pairs = (long long)m_sources.size();
+    const long long pairs = (long long)m_sources.size(), surfacePairs = (long long)m_surface.size();
     const long long edges = (long long)m_edges.size();
-    r.resize(4 * pairs + 3 * edges + 3 * (long long)m_controls.size());
+    r.resize(4 * pairCount() + 3 * edges + 3 * (long long)m_controls.size());
     forRange(pairs, m_parallel, [&](long long begin, long long end) {
         for (long long p = begin; p < end; ++p) {
             const Vec3 d = deformedVertex(m_sources[size_t(p)], x, m_rotations) - m_targets[size_t(p)];
@@ -213,7 +228,18 @@ void Problem::computeResiduals(const Vector& x, Vector& r)
             r[4 * p + 3] = m_weights.pointToPlane * d.dot(m_normals[size_t(p)]);
         }
     });
-    const long long edgeRow = 4 * pairs;
+    forRange(surfacePairs, m_parallel, [&](long long begin, long long end) {
+        for (long long s = begin; s < end; ++s) {
+            const SurfacePair& pair = m_surface[size_t(s)];
+            Vec3 point = Vec3::Zero();
+            for (int c = 0; c < 3; ++c)
+                point += pair.weights[c] * deformedVertex(pair.corners[c], x, m_rotations);
+            const Vec3 d = point - pair.target;
+            r.segment<3>(4 * (pairs + s)) = m_weights.pointToPoint * d;
+            r[4 * (pairs + s) + 3] = m_weights.pointToPlane * d.dot(pair.normal);
+        }
+    });
+    const long long edgeRow = 4 * pairCount();
     forRange(edges, m_parallel, [&](long long begin, long long end) {
         for (long long e = begin; e < end; ++e) {
             const long long j = m_edges[size_t(e)].first, k = m_edges[size_t(e)].second;
@@ -248,6 +274,32 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
                 rotateMRP(x.segment<3>(6 * k), m_rest[size_t(v)] - m_nodes[size_t(k)], &D);
                 m_jacobian.pairRotation(slot) = w * D;
                 m_jacobian.pairWeight(slot) = w;
+            }
+        }
+    });
+    const std::vector<int>& pairNodes = m_jacobian.pairNodes();
+    forRange((long long)m_surface.size(), m_parallel, [&](long long begin, long long end) {
+        Eigen::Matrix3f D;
+        for (long long s = begin; s < end; ++s) {
+            const SurfacePair& pair = m_surface[size_t(s)];
+            const long long first = pairOffsets[size_t(pairs + s)], last = pairOffsets[size_t(pairs + s) + 1];
+            for (long long slot = first; slot < last; ++slot) {
+                m_jacobian.pairRotation(slot).setZero();
+                m_jacobian.pairWeight(slot) = 0.0f;
+            }
+            // d point / d node, summed over the corners that node moves.
+            for (int c = 0; c < 3; ++c) {
+                const long long v = pair.corners[c];
+                for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i) {
+                    const long long k = m_level.influences[size_t(i)];
+                    const float w = pair.weights[c] * m_level.weights[size_t(i)];
+                    rotateMRP(x.segment<3>(6 * k), m_rest[size_t(v)] - m_nodes[size_t(k)], &D);
+                    const long long slot =
+                        first + (std::lower_bound(pairNodes.begin() + first, pairNodes.begin() + last, int(k)) -
+                                 (pairNodes.begin() + first));
+                    m_jacobian.pairRotation(slot) += w * D;
+                    m_jacobian.pairWeight(slot) += w;
+                }
             }
         }
     });
@@ -300,7 +352,7 @@ void Problem::fillSparseValues()
     std::vector<float>& values = m_storage.values();
     const std::vector<long long>& offsets = m_storage.rowOffsets();
     const std::vector<long long>& pairOffsets = m_jacobian.pairOffsets();
-    const long long pairs = (long long)m_sources.size();
+    const long long pairs = pairCount();
     const float alpha = m_weights.pointToPoint, beta = m_weights.pointToPlane;
     NodeBlockJacobian& J = m_jacobian;
     forRange(pairs, m_parallel, [&](long long begin, long long end) {

@@ -29,9 +29,11 @@ public:
             std::vector<Vec3> nodePositions, std::vector<ControlPoint> controls, const EnergyWeights& weights,
             bool parallel);
 
-    /// Sets the pairs (source vertex, target point and normal) and with them
-    /// the Jacobian's pattern.
-    void setPairs(std::vector<long long> sources, std::vector<Vec3> targets, std::vector<Vec3> normals);
+    /// Sets the pairs (source vertex, target point and normal), and pairs
+    /// from points of the surface after them, and with them the Jacobian's
+    /// pattern.
+    void setPairs(std::vector<long long> sources, std::vector<Vec3> targets, std::vector<Vec3> normals,
+                  std::vector<SurfacePair> surface = {});
     void setConjugateGradient(long long iterations, double tolerance);
     /// Preconditions the conjugate gradients with a sparse Cholesky of
     /// J^T J + damping I (one product per solve) instead of the inverted
@@ -116,6 +118,7 @@ private:
     void setSparsePattern();
     void fillSparseValues();
     Vec3 deformedVertex(long long v, const Vector& x, const std::vector<Eigen::Matrix3f>& rotations) const;
+    long long pairCount() const { return (long long)(m_sources.size() + m_surface.size()); }
     void updateRotations(const Vector& x);
 
     const WelkingAcceleratedVersion::EmbeddedGraphLevel& m_level;
@@ -127,6 +130,7 @@ private:
     std::vector<long long> m_sources;
     std::vector<Vec3> m_targets;
     std::vector<Vec3> m_normals;
+    std::vector<SurfacePair> m_surface;
     /// Directed neighbour entries (j, k) in row order.
     std::vector<std::pair<long long, long long>> m_edges;
     /// Per control point, the nodes that move it (unique).

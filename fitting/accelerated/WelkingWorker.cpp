@@ -4,6 +4,8 @@
 #include "FoldOvers.h"
 #include "IterativeSolverProblem.h"
 
+#include "search/ClosestPointOnTriangle.h"
+
 #include <QDebug>
 #include <QElapsedTimer>
 
@@ -144,6 +146,19 @@ WelkingWorker::WelkingWorker(const QVector<QVector3D>& sourceVertices, const QVe
         // scan's open borders, whose nearest basemesh vertex says nothing
         // about where the basemesh should go.
         m_sourceBoundary = boundaryVertices(m_source.size(), m_sourceTriangles);
+        m_vertexTriangleOffsets.assign(m_source.size() + 1, 0);
+        for (long long corner : m_sourceTriangles)
+            if (corner >= 0 && size_t(corner) < m_source.size())
+                ++m_vertexTriangleOffsets[size_t(corner) + 1];
+        for (size_t v = 0; v < m_source.size(); ++v)
+            m_vertexTriangleOffsets[v + 1] += m_vertexTriangleOffsets[v];
+        m_vertexTriangles.resize(size_t(m_vertexTriangleOffsets.back()));
+        std::vector<long long> fill(m_vertexTriangleOffsets.begin(), m_vertexTriangleOffsets.end() - 1);
+        for (size_t c = 0; c < m_sourceTriangles.size(); ++c) {
+            const long long corner = m_sourceTriangles[c];
+            if (corner >= 0 && size_t(corner) < m_source.size())
+                m_vertexTriangles[size_t(fill[size_t(corner)]++)] = (long long)(c / 3);
+        }
         const std::vector<long long> triangles(targetTriangles.begin(), targetTriangles.end());
         const std::vector<char> targetBoundary = boundaryVertices(m_target.size(), triangles);
         const size_t stride = std::max<size_t>(1, (m_target.size() + m_source.size() - 1) / std::max<size_t>(1, m_source.size()));
@@ -279,29 +294,65 @@ void WelkingWorker::findPairs(std::vector<long long>& sources, std::vector<Vec3>
             targets.push_back(m_target[size_t(match[v])]);
             normals.push_back(m_targetNormals[size_t(match[v])]);
         }
+    m_surfacePairs.clear();
     if (m_coverageSamples.empty() || !m_coverageActive)
         return;
-    // Coverage: target samples pull their nearest basemesh vertex, so that
-    // parts of the target that no basemesh vertex has near it are reached.
+    // Coverage: target samples pull the nearest point of the basemesh's
+    // surface, so that parts of the target that no basemesh vertex has near
+    // it are reached. The point is found among the triangles around the
+    // nearest vertex; unlike the vertex itself it slides continuously as
+    // the shape changes, so the fit stays continuous in its input.
     std::unique_ptr<KDTreeAcceleratedVersion::Node<float, long long>> tree(
         KDTreeAcceleratedVersion::build<float, long long>(m_current, 128));
-    std::vector<long long> nearest(m_coverageSamples.size(), -1);
-    tbb::parallel_for(tbb::blocked_range<size_t>(0, m_coverageSamples.size(), 512), [&](const tbb::blocked_range<size_t>& r) {
+    std::vector<EmbeddedGraphDeformer::SurfacePair> found(m_coverageSamples.size());
+    std::vector<char> kept(m_coverageSamples.size(), 0);
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, m_coverageSamples.size(), 256), [&](const tbb::blocked_range<size_t>& r) {
         for (size_t i = r.begin(); i < r.end(); ++i) {
             const long long t = m_coverageSamples[i];
-            const long long v = tree->findNearestPointInd(m_target[size_t(t)], m_current);
+            const Vec3& point = m_target[size_t(t)];
+            const long long v = tree->findNearestPointInd(point, m_current);
             if (v < 0 || m_excluded[size_t(v)] || m_sourceBoundary[size_t(v)] || !m_current[size_t(v)].allFinite())
                 continue;
-            if (currentNormals[size_t(v)].dot(m_targetNormals[size_t(t)]) >= m_parameters.normalsThreshold)
-                nearest[i] = v;
+            const QVector3D p(point.x(), point.y(), point.z());
+            float best = std::numeric_limits<float>::max();
+            EmbeddedGraphDeformer::SurfacePair pair;
+            for (long long k = m_vertexTriangleOffsets[size_t(v)]; k < m_vertexTriangleOffsets[size_t(v) + 1]; ++k) {
+                const long long* corners = &m_sourceTriangles[size_t(3 * m_vertexTriangles[size_t(k)])];
+                const auto at = [&](int c) {
+                    const Vec3& q = m_current[size_t(corners[c])];
+                    return QVector3D(q.x(), q.y(), q.z());
+                };
+                float a = 0, b = 0;
+                const QVector3D nearest = ClosestTriangleSearch::closestPointOnTriangle(at(0), at(1), at(2), p, a, b);
+                const float distance = (nearest - p).lengthSquared();
+                if (distance < best) {
+                    best = distance;
+                    for (int c = 0; c < 3; ++c)
+                        pair.corners[c] = corners[c];
+                    pair.weights[0] = a;
+                    pair.weights[1] = b;
+                    pair.weights[2] = 1.0f - a - b;
+                }
+            }
+            if (best == std::numeric_limits<float>::max())
+                continue;
+            Vec3 normal = Vec3::Zero();
+            bool usable = true;
+            for (int c = 0; c < 3; ++c) {
+                usable = usable && !m_excluded[size_t(pair.corners[c])];
+                normal += pair.weights[c] * currentNormals[size_t(pair.corners[c])];
+            }
+            if (!usable || normal.normalized().dot(m_targetNormals[size_t(t)]) < m_parameters.normalsThreshold)
+                continue;
+            pair.target = point;
+            pair.normal = m_targetNormals[size_t(t)];
+            found[i] = pair;
+            kept[i] = 1;
         }
     });
-    for (size_t i = 0; i < nearest.size(); ++i)
-        if (nearest[i] >= 0) {
-            sources.push_back(nearest[i]);
-            targets.push_back(m_target[size_t(m_coverageSamples[i])]);
-            normals.push_back(m_targetNormals[size_t(m_coverageSamples[i])]);
-        }
+    for (size_t i = 0; i < found.size(); ++i)
+        if (kept[i])
+            m_surfacePairs.push_back(found[i]);
 }
 
 void WelkingWorker::run(EmbeddedGraphDeformer::Abstract::Deformer* deformer)
@@ -432,6 +483,7 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             budget.conjugateGradientIterations = m_parameters.conjugateGradientIterations;
             budget.directSolveNodes = m_parameters.directSolveNodes;
             budget.interrupted = &m_callback.interruptedFlag();
+            deformer->setSurfacePairs(m_surfacePairs);
             deformer->solve(sources, targets, normals, m_current, nodes, state, budget);
             ++solved;
             solveSeconds += double(stage.nsecsElapsed()) / 1e9;

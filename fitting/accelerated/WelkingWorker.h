@@ -111,6 +111,11 @@ protected:
     /// and the basemesh's border vertices, which they never take.
     std::vector<long long> m_coverageSamples;
     std::vector<char> m_sourceBoundary;
+    /// The triangles around each basemesh vertex (offsets, then indices).
+    std::vector<long long> m_vertexTriangleOffsets;
+    std::vector<long long> m_vertexTriangles;
+    /// The coverage pairs of the last `findPairs`, for the next solve.
+    mutable std::vector<EmbeddedGraphDeformer::SurfacePair> m_surfacePairs;
     bool m_coverageActive = false; ///< on the current level
     WelkingCallback m_callback;
     float m_normalisedSize = 100.0f;

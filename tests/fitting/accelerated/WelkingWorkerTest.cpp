@@ -291,6 +291,7 @@ TEST(WelkingWorker, CholeskyOnCoarseLevelsFitsAsTheBlockPreconditionerDoes)
     for (int run = 0; run < 2; ++run) {
         AcceleratedParameters parameters;
         parameters.repairFolds = false; // judge the solves, not the repair
+        parameters.coveragePairs = false; // the Cholesky's pattern has vertex pairs only
         parameters.directSolveNodes = run == 0 ? 0 : 1000;
         auto worker = fit.worker(parameters);
         EmbeddedGraphDeformer::IterativeSolverDeformer::Deformer deformer;
