@@ -22,38 +22,13 @@ void AffineBlockJacobian::setPattern(long long nodes, std::vector<long long> pai
                                      const std::vector<std::pair<long long, long long>>& edges,
                                      std::vector<long long> controlOffsets, std::vector<int> controlNodes)
 {
-    m_nodes = nodes;
-    m_pairOffsets = std::move(pairOffsets);
-    m_pairNodes = std::move(pairNodes);
+    m_groups.set(nodes, std::move(pairOffsets), std::move(pairNodes), edges, std::move(controlOffsets),
+                 std::move(controlNodes));
     m_pairNormals.resize(size_t(pairs()));
-    m_edgeNodes.resize(2 * edges.size());
-    for (size_t e = 0; e < edges.size(); ++e) {
-        m_edgeNodes[2 * e] = int(edges[e].first);
-        m_edgeNodes[2 * e + 1] = int(edges[e].second);
-    }
-    m_controlOffsets = std::move(controlOffsets);
-    m_controlNodes = std::move(controlNodes);
-    m_edgeBlock = (long long)m_pairNodes.size();
-    m_controlBlock = m_edgeBlock + this->edges();
-    const long long blocks = m_controlBlock + (long long)m_controlNodes.size();
-    m_offsets.resize(size_t(blocks));
-    m_translations.resize(size_t(blocks));
-    std::fill(m_translations.begin() + m_edgeBlock, m_translations.begin() + m_controlBlock, 1.0f);
-    m_reduced.resize(3 * size_t(pairs() + this->edges() + controls()));
-    m_incidence.build(nodes, [&](const auto& add) {
-        for (long long p = 0; p < pairs(); ++p)
-            for (long long i = m_pairOffsets[size_t(p)]; i < m_pairOffsets[size_t(p) + 1]; ++i)
-                add(m_pairNodes[size_t(i)], p, i);
-        const long long edgeGroup = pairs();
-        for (long long e = 0; e < this->edges(); ++e) {
-            add(m_edgeNodes[size_t(2 * e)], edgeGroup + e, m_edgeBlock + e);
-            add(m_edgeNodes[size_t(2 * e + 1)], edgeGroup + e, -1);
-        }
-        const long long controlGroup = edgeGroup + this->edges();
-        for (long long c = 0; c < controls(); ++c)
-            for (long long i = m_controlOffsets[size_t(c)]; i < m_controlOffsets[size_t(c) + 1]; ++i)
-                add(m_controlNodes[size_t(i)], controlGroup + c, m_controlBlock + i);
-    });
+    m_offsets.resize(size_t(m_groups.blocks()));
+    m_translations.resize(size_t(m_groups.blocks()));
+    std::fill(m_translations.begin() + m_groups.edgeBlock, m_translations.begin() + m_groups.controlBlock, 1.0f);
+    m_reduced.resize(3 * size_t(m_groups.groups()));
 }
 
 void AffineBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool parallel) const
@@ -69,8 +44,8 @@ void AffineBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool para
     forRange(pairs(), parallel, [&](long long begin, long long end) {
         for (long long p = begin; p < end; ++p) {
             float d[3] = {0.0f, 0.0f, 0.0f};
-            for (long long i = m_pairOffsets[size_t(p)]; i < m_pairOffsets[size_t(p) + 1]; ++i)
-                addMoved(m_offsets[size_t(i)].data(), m_translations[size_t(i)], x + 12 * (long long)m_pairNodes[size_t(i)], d);
+            for (long long i = m_groups.pairOffsets[size_t(p)]; i < m_groups.pairOffsets[size_t(p) + 1]; ++i)
+                addMoved(m_offsets[size_t(i)].data(), m_translations[size_t(i)], x + 12 * (long long)m_groups.pairNodes[size_t(i)], d);
             const float* n = m_pairNormals[size_t(p)].data();
             const float plane = b2 * (n[0] * d[0] + n[1] * d[1] + n[2] * d[2]);
             for (int r = 0; r < 3; ++r)
@@ -80,9 +55,9 @@ void AffineBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool para
     const long long edgeGroup = pairs();
     forRange(edges(), parallel, [&](long long begin, long long end) {
         for (long long e = begin; e < end; ++e) {
-            const long long j = m_edgeNodes[size_t(2 * e)], k = m_edgeNodes[size_t(2 * e + 1)];
+            const long long j = m_groups.edgeNodes[size_t(2 * e)], k = m_groups.edgeNodes[size_t(2 * e + 1)];
             float d[3] = {0.0f, 0.0f, 0.0f};
-            addMoved(m_offsets[size_t(m_edgeBlock + e)].data(), 1.0f, x + 12 * j, d);
+            addMoved(m_offsets[size_t(m_groups.edgeBlock + e)].data(), 1.0f, x + 12 * j, d);
             for (int r = 0; r < 3; ++r)
                 reduced[3 * (edgeGroup + e) + r] = g2 * (d[r] - x[12 * k + 9 + r]);
         }
@@ -90,17 +65,17 @@ void AffineBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool para
     const long long controlGroup = edgeGroup + edges();
     for (long long c = 0; c < controls(); ++c) {
         float d[3] = {0.0f, 0.0f, 0.0f};
-        for (long long i = m_controlOffsets[size_t(c)]; i < m_controlOffsets[size_t(c) + 1]; ++i)
-            addMoved(m_offsets[size_t(m_controlBlock + i)].data(), m_translations[size_t(m_controlBlock + i)],
-                     x + 12 * (long long)m_controlNodes[size_t(i)], d);
+        for (long long i = m_groups.controlOffsets[size_t(c)]; i < m_groups.controlOffsets[size_t(c) + 1]; ++i)
+            addMoved(m_offsets[size_t(m_groups.controlBlock + i)].data(), m_translations[size_t(m_groups.controlBlock + i)],
+                     x + 12 * (long long)m_groups.controlNodes[size_t(i)], d);
         for (int r = 0; r < 3; ++r)
             reduced[3 * (controlGroup + c) + r] = k2 * d[r];
     }
 
     // Second pass: each node gathers a_c g and w g from its groups.
-    out.resize(12 * m_nodes);
-    const EmbeddedGraphDeformer::NodeIncidence& in = m_incidence;
-    forRange(m_nodes, parallel, [&](long long begin, long long end) {
+    out.resize(12 * m_groups.nodes);
+    const EmbeddedGraphDeformer::NodeIncidence& in = m_groups.incidence;
+    forRange(m_groups.nodes, parallel, [&](long long begin, long long end) {
         for (long long k = begin; k < end; ++k) {
             float sum[12] = {};
             for (long long e = in.offsets[size_t(k)]; e < in.split[size_t(k)]; ++e) {
@@ -126,7 +101,7 @@ void AffineBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool para
                 Eigen::Map<Eigen::Matrix<float, 9, 1>>(o) +=
                     m_rigidity[size_t(k)] * Eigen::Map<const Eigen::Matrix<float, 9, 1>>(x + 12 * k);
         }
-    }, in.grain(m_nodes, 4096));
+    }, in.grain(m_groups.nodes, 4096));
 }
 
 void AffineBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) const
@@ -139,9 +114,9 @@ void AffineBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) 
     const float g2 = m_weights.smoothness * m_weights.smoothness;
     const float k2 = m_weights.controlPoints * m_weights.controlPoints;
     const long long edgeGroup = pairs(), controlGroup = edgeGroup + edges();
-    const EmbeddedGraphDeformer::NodeIncidence& in = m_incidence;
-    blocks.resize(size_t(m_nodes));
-    forRange(m_nodes, parallel, [&](long long begin, long long end) {
+    const EmbeddedGraphDeformer::NodeIncidence& in = m_groups.incidence;
+    blocks.resize(size_t(m_groups.nodes));
+    forRange(m_groups.nodes, parallel, [&](long long begin, long long end) {
         for (long long k = begin; k < end; ++k) {
             Block& block = blocks[size_t(k)];
             block.setZero();
@@ -165,7 +140,7 @@ void AffineBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) 
             if (!m_rigidity.empty())
                 block.topLeftCorner<9, 9>() += m_rigidity[size_t(k)];
         }
-    }, in.grain(m_nodes, 1024));
+    }, in.grain(m_groups.nodes, 1024));
 }
 
 } // namespace Iterative

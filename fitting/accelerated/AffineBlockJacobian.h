@@ -1,7 +1,7 @@
 #pragma once
 
 #include "DeformerTypes.h"
-#include "NodeIncidence.h"
+#include "RowGroups.h"
 
 #include <utility>
 #include <vector>
@@ -43,18 +43,18 @@ public:
                     std::vector<int> controlNodes);
     void setWeights(const EnergyWeights& weights) { m_weights = weights; }
 
-    long long nodes() const { return m_nodes; }
-    long long pairs() const { return (long long)m_pairOffsets.size() - 1; }
-    long long edges() const { return (long long)m_edgeNodes.size() / 2; }
-    long long controls() const { return (long long)m_controlOffsets.size() - 1; }
+    long long nodes() const { return m_groups.nodes; }
+    long long pairs() const { return m_groups.pairs(); }
+    long long edges() const { return m_groups.edges(); }
+    long long controls() const { return m_groups.controls(); }
 
     // Slot values: pair slots, then edges, then control slots.
     Vec3& pairOffset(long long slot) { return m_offsets[size_t(slot)]; }
     float& pairWeight(long long slot) { return m_translations[size_t(slot)]; }
     Vec3& pairNormal(long long pair) { return m_pairNormals[size_t(pair)]; }
-    Vec3& edgeOffset(long long edge) { return m_offsets[size_t(m_edgeBlock + edge)]; }
-    Vec3& controlOffset(long long slot) { return m_offsets[size_t(m_controlBlock + slot)]; }
-    float& controlWeight(long long slot) { return m_translations[size_t(m_controlBlock + slot)]; }
+    Vec3& edgeOffset(long long edge) { return m_offsets[size_t(m_groups.edgeBlock + edge)]; }
+    Vec3& controlOffset(long long slot) { return m_offsets[size_t(m_groups.controlBlock + slot)]; }
+    float& controlWeight(long long slot) { return m_translations[size_t(m_groups.controlBlock + slot)]; }
     /// The rigidity rows' J^T J per node (9x9 over A), or none at all.
     void setRigidity(std::vector<RigidityBlock> blocks) { m_rigidity = std::move(blocks); }
 
@@ -64,19 +64,12 @@ public:
     void nodeBlocks(std::vector<Block>& blocks, bool parallel) const;
 
 private:
-    long long m_nodes = 0;
+    EmbeddedGraphDeformer::RowGroups m_groups;
     EnergyWeights m_weights;
-    std::vector<long long> m_pairOffsets{0};
-    std::vector<int> m_pairNodes;
     std::vector<Vec3> m_pairNormals;
-    std::vector<int> m_edgeNodes; ///< j, k per edge
-    std::vector<long long> m_controlOffsets{0};
-    std::vector<int> m_controlNodes;
-    std::vector<Vec3> m_offsets; ///< a per block
+    std::vector<Vec3> m_offsets;       ///< a per block
     std::vector<float> m_translations; ///< w per block
-    long long m_edgeBlock = 0, m_controlBlock = 0;
     std::vector<RigidityBlock> m_rigidity;
-    EmbeddedGraphDeformer::NodeIncidence m_incidence;
     mutable std::vector<float> m_reduced; ///< 3 per row group
 };
 

@@ -24,6 +24,20 @@ inline long long tColumn(long long node, int row)
     return 12 * node + 9 + row;
 }
 
+/// A control point's terms for one node, (corner weight times influence
+/// weight, rest offset from the node), summed: the offset that multiplies
+/// the node's A, and the factor of its t.
+std::pair<Vec3, float> controlSum(const std::vector<std::pair<float, Vec3>>& terms)
+{
+    Vec3 a = Vec3::Zero();
+    float w = 0.0f;
+    for (const auto& [weight, offset] : terms) {
+        a += weight * offset;
+        w += weight;
+    }
+    return {a, w};
+}
+
 inline Eigen::Matrix3f matrixOf(const Eigen::VectorXf& x, long long node)
 {
     return Eigen::Map<const Eigen::Matrix3f>(x.data() + 12 * node);
@@ -131,13 +145,8 @@ void Problem::fillBlocks()
         m_blocks.edgeOffset((long long)e) = m_nodes[size_t(m_edges[e].second)] - m_nodes[size_t(m_edges[e].first)];
     slot = 0;
     for (const auto& terms : m_controlTerms)
-        for (const auto& [k, list] : terms) {
-            Vec3 a = Vec3::Zero();
-            float w = 0.0f;
-            for (const auto& [weight, offset] : list) {
-                a += weight * offset;
-                w += weight;
-            }
+        for (const auto& term : terms) {
+            const auto [a, w] = controlSum(term.second);
             m_blocks.controlOffset(slot) = a;
             m_blocks.controlWeight(slot++) = w;
         }
@@ -210,12 +219,7 @@ template <typename Emit> void Problem::visitJacobian(const Vector& x, Emit emit)
     const float kappa = m_weights.controlPoints;
     for (const auto& terms : m_controlTerms) {
         for (const auto& [k, list] : terms) {
-            Vec3 a = Vec3::Zero();
-            float w = 0.0f;
-            for (const auto& [weight, offset] : list) {
-                a += weight * offset;
-                w += weight;
-            }
+            const auto [a, w] = controlSum(list);
             for (int i = 0; i < 3; ++i) {
                 for (int c = 0; c < 3; ++c)
                     emit(row + i, aColumn(k, i, c), kappa * a[c]);

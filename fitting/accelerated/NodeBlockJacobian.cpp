@@ -34,54 +34,28 @@ void NodeBlockJacobian::setPattern(long long nodes, std::vector<long long> pairO
                                    const std::vector<std::pair<long long, long long>>& edges,
                                    const std::vector<std::vector<long long>>& controlNodes)
 {
-    m_nodes = nodes;
-    m_pairOffsets = std::move(pairOffsets);
-    m_pairNodes = std::move(pairNodes);
-    m_pairNormals.resize(size_t(pairs()));
-    m_edgeNodes.resize(2 * edges.size());
-    for (size_t e = 0; e < edges.size(); ++e) {
-        m_edgeNodes[2 * e] = int(edges[e].first);
-        m_edgeNodes[2 * e + 1] = int(edges[e].second);
-    }
-    m_controlOffsets.assign(1, 0);
-    m_controlNodes.clear();
+    std::vector<long long> controlOffsets{0};
+    std::vector<int> controlList;
     for (const auto& list : controlNodes) {
         for (long long node : list)
-            m_controlNodes.push_back(int(node));
-        m_controlOffsets.push_back((long long)m_controlNodes.size());
+            controlList.push_back(int(node));
+        controlOffsets.push_back((long long)controlList.size());
     }
-    m_edgeBlock = (long long)m_pairNodes.size();
-    m_controlBlock = m_edgeBlock + (long long)edges.size();
-    const long long blocks = m_controlBlock + (long long)m_controlNodes.size();
-    m_rotations.resize(size_t(blocks));
-    m_translations.resize(size_t(blocks));
-    std::fill(m_translations.begin() + m_edgeBlock, m_translations.begin() + m_controlBlock, 1.0f);
-    m_reduced.resize(3 * size_t(pairs() + this->edges() + controls()));
-
-    // Incidence by node, each node's entries in group order.
-    const auto visit = [&](const auto& add) {
-        for (long long p = 0; p < pairs(); ++p)
-            for (long long i = m_pairOffsets[size_t(p)]; i < m_pairOffsets[size_t(p) + 1]; ++i)
-                add(m_pairNodes[size_t(i)], p, i);
-        const long long edgeGroup = pairs();
-        for (long long e = 0; e < this->edges(); ++e) {
-            add(m_edgeNodes[size_t(2 * e)], edgeGroup + e, m_edgeBlock + e);
-            add(m_edgeNodes[size_t(2 * e + 1)], edgeGroup + e, -1);
-        }
-        const long long controlGroup = edgeGroup + this->edges();
-        for (long long c = 0; c < controls(); ++c)
-            for (long long i = m_controlOffsets[size_t(c)]; i < m_controlOffsets[size_t(c) + 1]; ++i)
-                add(m_controlNodes[size_t(i)], controlGroup + c, m_controlBlock + i);
-    };
-    m_incidence.build(nodes, visit);
+    m_groups.set(nodes, std::move(pairOffsets), std::move(pairNodes), edges, std::move(controlOffsets),
+                 std::move(controlList));
+    m_pairNormals.resize(size_t(pairs()));
+    m_rotations.resize(size_t(m_groups.blocks()));
+    m_translations.resize(size_t(m_groups.blocks()));
+    std::fill(m_translations.begin() + m_groups.edgeBlock, m_translations.begin() + m_groups.controlBlock, 1.0f);
+    m_reduced.resize(3 * size_t(m_groups.groups()));
 }
 
 void NodeBlockJacobian::gather(Vector& out, bool parallel) const
 {
-    out.resize(6 * m_nodes);
+    out.resize(6 * m_groups.nodes);
     const float* reduced = m_reduced.data();
-    const NodeIncidence& in = m_incidence;
-    forRange(m_nodes, parallel, [&](long long begin, long long end) {
+    const NodeIncidence& in = m_groups.incidence;
+    forRange(m_groups.nodes, parallel, [&](long long begin, long long end) {
         for (long long k = begin; k < end; ++k) {
             float s[3] = {0.0f, 0.0f, 0.0f}, t[3] = {0.0f, 0.0f, 0.0f};
             const long long split = in.split[size_t(k)];
@@ -101,7 +75,7 @@ void NodeBlockJacobian::gather(Vector& out, bool parallel) const
                 o[3 + r] = t[r];
             }
         }
-    }, in.grain(m_nodes, 4096));
+    }, in.grain(m_groups.nodes, 4096));
 }
 
 void NodeBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool parallel) const
@@ -117,8 +91,8 @@ void NodeBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool parall
     forRange(pairs(), parallel, [&](long long begin, long long end) {
         for (long long p = begin; p < end; ++p) {
             float d[3] = {0.0f, 0.0f, 0.0f};
-            for (long long i = m_pairOffsets[size_t(p)]; i < m_pairOffsets[size_t(p) + 1]; ++i) {
-                const long long k = m_pairNodes[size_t(i)];
+            for (long long i = m_groups.pairOffsets[size_t(p)]; i < m_groups.pairOffsets[size_t(p) + 1]; ++i) {
+                const long long k = m_groups.pairNodes[size_t(i)];
                 addRotated(m_rotations[size_t(i)].data(), x + 6 * k, m_translations[size_t(i)], x + 6 * k + 3, d);
             }
             const float* n = m_pairNormals[size_t(p)].data();
@@ -130,8 +104,8 @@ void NodeBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool parall
     const long long edgeGroup = pairs();
     forRange(edges(), parallel, [&](long long begin, long long end) {
         for (long long e = begin; e < end; ++e) {
-            const long long j = m_edgeNodes[size_t(2 * e)], k = m_edgeNodes[size_t(2 * e + 1)];
-            const float* M = m_rotations[size_t(m_edgeBlock + e)].data();
+            const long long j = m_groups.edgeNodes[size_t(2 * e)], k = m_groups.edgeNodes[size_t(2 * e + 1)];
+            const float* M = m_rotations[size_t(m_groups.edgeBlock + e)].data();
             const float *s = x + 6 * j, *tj = x + 6 * j + 3, *tk = x + 6 * k + 3;
             float* g = reduced + 3 * (edgeGroup + e);
             for (int r = 0; r < 3; ++r)
@@ -141,9 +115,9 @@ void NodeBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool parall
     const long long controlGroup = edgeGroup + edges();
     for (long long c = 0; c < controls(); ++c) {
         float d[3] = {0.0f, 0.0f, 0.0f};
-        for (long long i = m_controlOffsets[size_t(c)]; i < m_controlOffsets[size_t(c) + 1]; ++i) {
-            const long long k = m_controlNodes[size_t(i)];
-            addRotated(m_rotations[size_t(m_controlBlock + i)].data(), x + 6 * k, m_translations[size_t(m_controlBlock + i)],
+        for (long long i = m_groups.controlOffsets[size_t(c)]; i < m_groups.controlOffsets[size_t(c) + 1]; ++i) {
+            const long long k = m_groups.controlNodes[size_t(i)];
+            addRotated(m_rotations[size_t(m_groups.controlBlock + i)].data(), x + 6 * k, m_translations[size_t(m_groups.controlBlock + i)],
                        x + 6 * k + 3, d);
         }
         for (int r = 0; r < 3; ++r)
@@ -183,8 +157,8 @@ void NodeBlockJacobian::multiply(const Vector& v, Vector& out, bool parallel) co
     forRange(pairs(), parallel, [&](long long begin, long long end) {
         for (long long p = begin; p < end; ++p) {
             Vec3 d = Vec3::Zero();
-            for (long long i = m_pairOffsets[size_t(p)]; i < m_pairOffsets[size_t(p) + 1]; ++i) {
-                const long long k = m_pairNodes[size_t(i)];
+            for (long long i = m_groups.pairOffsets[size_t(p)]; i < m_groups.pairOffsets[size_t(p) + 1]; ++i) {
+                const long long k = m_groups.pairNodes[size_t(i)];
                 d += m_rotations[size_t(i)] * v.segment<3>(6 * k) + m_translations[size_t(i)] * v.segment<3>(6 * k + 3);
             }
             out.segment<3>(4 * p) = m_weights.pointToPoint * d;
@@ -193,17 +167,17 @@ void NodeBlockJacobian::multiply(const Vector& v, Vector& out, bool parallel) co
     });
     forRange(edges(), parallel, [&](long long begin, long long end) {
         for (long long e = begin; e < end; ++e) {
-            const long long j = m_edgeNodes[size_t(2 * e)], k = m_edgeNodes[size_t(2 * e + 1)];
+            const long long j = m_groups.edgeNodes[size_t(2 * e)], k = m_groups.edgeNodes[size_t(2 * e + 1)];
             out.segment<3>(edgeRow + 3 * e) =
                 m_weights.smoothness *
-                (m_rotations[size_t(m_edgeBlock + e)] * v.segment<3>(6 * j) + v.segment<3>(6 * j + 3) - v.segment<3>(6 * k + 3));
+                (m_rotations[size_t(m_groups.edgeBlock + e)] * v.segment<3>(6 * j) + v.segment<3>(6 * j + 3) - v.segment<3>(6 * k + 3));
         }
     });
     for (long long c = 0; c < controls(); ++c) {
         Vec3 d = Vec3::Zero();
-        for (long long i = m_controlOffsets[size_t(c)]; i < m_controlOffsets[size_t(c) + 1]; ++i) {
-            const long long k = m_controlNodes[size_t(i)];
-            d += m_rotations[size_t(m_controlBlock + i)] * v.segment<3>(6 * k) + m_translations[size_t(m_controlBlock + i)] * v.segment<3>(6 * k + 3);
+        for (long long i = m_groups.controlOffsets[size_t(c)]; i < m_groups.controlOffsets[size_t(c) + 1]; ++i) {
+            const long long k = m_groups.controlNodes[size_t(i)];
+            d += m_rotations[size_t(m_groups.controlBlock + i)] * v.segment<3>(6 * k) + m_translations[size_t(m_groups.controlBlock + i)] * v.segment<3>(6 * k + 3);
         }
         out.segment<3>(controlRow + 3 * c) = m_weights.controlPoints * d;
     }
@@ -216,15 +190,15 @@ void NodeBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) co
     const float g2 = m_weights.smoothness * m_weights.smoothness;
     const float k2 = m_weights.controlPoints * m_weights.controlPoints;
     const long long edgeGroup = pairs(), controlGroup = edgeGroup + edges();
-    blocks.resize(size_t(m_nodes));
-    forRange(m_nodes, parallel, [&](long long begin, long long end) {
+    blocks.resize(size_t(m_groups.nodes));
+    forRange(m_groups.nodes, parallel, [&](long long begin, long long end) {
         for (long long k = begin; k < end; ++k) {
             // [M^T S M, w M^T S; w S M, w^2 S] for rows that reach the node
             // through M and w and are weighted by S (3x3).
             Matrix3 MSM = Matrix3::Zero(), SM = Matrix3::Zero(), wwS = Matrix3::Zero();
-            for (long long e = m_incidence.offsets[size_t(k)]; e < m_incidence.offsets[size_t(k) + 1]; ++e) {
-                const long long group = m_incidence.group[size_t(e)];
-                const int block = m_incidence.block[size_t(e)];
+            for (long long e = m_groups.incidence.offsets[size_t(k)]; e < m_groups.incidence.offsets[size_t(k) + 1]; ++e) {
+                const long long group = m_groups.incidence.group[size_t(e)];
+                const int block = m_groups.incidence.block[size_t(e)];
                 Matrix3 S;
                 if (group < edgeGroup) {
                     const Vec3& n = m_pairNormals[size_t(group)];
@@ -249,7 +223,7 @@ void NodeBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) co
             block.bottomLeftCorner<3, 3>() = SM;
             block.bottomRightCorner<3, 3>() = wwS;
         }
-    }, m_incidence.grain(m_nodes, 1024));
+    }, m_groups.incidence.grain(m_groups.nodes, 1024));
 }
 
 Eigen::MatrixXd NodeBlockJacobian::dense() const
@@ -261,8 +235,8 @@ Eigen::MatrixXd NodeBlockJacobian::dense() const
     };
     for (long long p = 0; p < pairs(); ++p) {
         Eigen::MatrixXd d = Eigen::MatrixXd::Zero(3, columns());
-        for (long long i = m_pairOffsets[size_t(p)]; i < m_pairOffsets[size_t(p) + 1]; ++i) {
-            const long long k = m_pairNodes[size_t(i)];
+        for (long long i = m_groups.pairOffsets[size_t(p)]; i < m_groups.pairOffsets[size_t(p) + 1]; ++i) {
+            const long long k = m_groups.pairNodes[size_t(i)];
             d.block<3, 3>(0, 6 * k) += m_rotations[size_t(i)].cast<double>();
             d.block<3, 3>(0, 6 * k + 3).diagonal().array() += double(m_translations[size_t(i)]);
         }
@@ -271,14 +245,14 @@ Eigen::MatrixXd NodeBlockJacobian::dense() const
     }
     const long long edgeRow = 4 * pairs(), controlRow = edgeRow + 3 * edges();
     for (long long e = 0; e < edges(); ++e) {
-        const long long j = m_edgeNodes[size_t(2 * e)], k = m_edgeNodes[size_t(2 * e + 1)];
-        put(edgeRow + 3 * e, j, m_rotations[size_t(m_edgeBlock + e)], 1.0, m_weights.smoothness);
+        const long long j = m_groups.edgeNodes[size_t(2 * e)], k = m_groups.edgeNodes[size_t(2 * e + 1)];
+        put(edgeRow + 3 * e, j, m_rotations[size_t(m_groups.edgeBlock + e)], 1.0, m_weights.smoothness);
         J.block<3, 3>(edgeRow + 3 * e, 6 * k + 3).diagonal().array() -= double(m_weights.smoothness);
     }
     for (long long c = 0; c < controls(); ++c)
-        for (long long i = m_controlOffsets[size_t(c)]; i < m_controlOffsets[size_t(c) + 1]; ++i)
-            put(controlRow + 3 * c, m_controlNodes[size_t(i)], m_rotations[size_t(m_controlBlock + i)],
-                m_translations[size_t(m_controlBlock + i)], m_weights.controlPoints);
+        for (long long i = m_groups.controlOffsets[size_t(c)]; i < m_groups.controlOffsets[size_t(c) + 1]; ++i)
+            put(controlRow + 3 * c, m_groups.controlNodes[size_t(i)], m_rotations[size_t(m_groups.controlBlock + i)],
+                m_translations[size_t(m_groups.controlBlock + i)], m_weights.controlPoints);
     return J;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "DeformerTypes.h"
-#include "NodeIncidence.h"
+#include "RowGroups.h"
 
 #include <algorithm>
 #include <utility>
@@ -46,29 +46,29 @@ public:
                     const std::vector<std::vector<long long>>& controlNodes);
     void setWeights(const EnergyWeights& weights) { m_weights = weights; }
 
-    long long nodes() const { return m_nodes; }
-    long long pairs() const { return (long long)m_pairOffsets.size() - 1; }
-    long long edges() const { return (long long)m_edgeNodes.size() / 2; }
-    long long controls() const { return (long long)m_controlOffsets.size() - 1; }
+    long long nodes() const { return m_groups.nodes; }
+    long long pairs() const { return m_groups.pairs(); }
+    long long edges() const { return m_groups.edges(); }
+    long long controls() const { return m_groups.controls(); }
     long long rows() const { return 4 * pairs() + 3 * (edges() + controls()); }
-    long long columns() const { return 6 * m_nodes; }
+    long long columns() const { return 6 * m_groups.nodes; }
     /// Stored floats, for the debug log.
     long long storedValues() const
     {
-        return 10 * (long long)m_pairNodes.size() + 3 * pairs() + 9 * edges() + 10 * (long long)m_controlNodes.size();
+        return 10 * (long long)m_groups.pairNodes.size() + 3 * pairs() + 9 * edges() + 10 * (long long)m_groups.controlNodes.size();
     }
 
     // The values, filled by the problem at every Jacobian.
-    const std::vector<long long>& pairOffsets() const { return m_pairOffsets; }
-    const std::vector<int>& pairNodes() const { return m_pairNodes; }
+    const std::vector<long long>& pairOffsets() const { return m_groups.pairOffsets; }
+    const std::vector<int>& pairNodes() const { return m_groups.pairNodes; }
     Matrix3& pairRotation(long long slot) { return m_rotations[size_t(slot)]; }
     float& pairWeight(long long slot) { return m_translations[size_t(slot)]; }
     Vec3& pairNormal(long long pair) { return m_pairNormals[size_t(pair)]; }
-    Matrix3& edgeRotation(long long edge) { return m_rotations[size_t(m_edgeBlock + edge)]; }
-    const std::vector<long long>& controlOffsets() const { return m_controlOffsets; }
-    const std::vector<int>& controlNodes() const { return m_controlNodes; }
-    Matrix3& controlRotation(long long slot) { return m_rotations[size_t(m_controlBlock + slot)]; }
-    float& controlTranslation(long long slot) { return m_translations[size_t(m_controlBlock + slot)]; }
+    Matrix3& edgeRotation(long long edge) { return m_rotations[size_t(m_groups.edgeBlock + edge)]; }
+    const std::vector<long long>& controlOffsets() const { return m_groups.controlOffsets; }
+    const std::vector<int>& controlNodes() const { return m_groups.controlNodes; }
+    Matrix3& controlRotation(long long slot) { return m_rotations[size_t(m_groups.controlBlock + slot)]; }
+    float& controlTranslation(long long slot) { return m_translations[size_t(m_groups.controlBlock + slot)]; }
 
     /// out = J v, rows in the order above.
     void multiply(const Vector& v, Vector& out, bool parallel) const;
@@ -86,20 +86,13 @@ private:
     /// each node of (M^T g, w g), from the groups' vectors in m_reduced.
     void gather(Vector& out, bool parallel) const;
 
-    long long m_nodes = 0;
+    RowGroups m_groups;
     EnergyWeights m_weights;
-    std::vector<long long> m_pairOffsets{0};
-    std::vector<int> m_pairNodes;
     std::vector<Vec3> m_pairNormals;
-    std::vector<int> m_edgeNodes; ///< j, k per edge
-    std::vector<long long> m_controlOffsets{0};
-    std::vector<int> m_controlNodes;
-    // Every 3x3 rotation block with its translation factor: the pairs'
-    // influences, then the edges (factor 1 at j), then the control points'.
+    // Every 3x3 rotation block with its translation factor, by block index
+    // (factor 1 at an edge's j).
     std::vector<Matrix3> m_rotations;
     std::vector<float> m_translations;
-    long long m_edgeBlock = 0, m_controlBlock = 0;
-    NodeIncidence m_incidence;
     mutable std::vector<float> m_reduced; ///< 3 per row group
 };
 

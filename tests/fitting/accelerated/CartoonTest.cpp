@@ -65,27 +65,41 @@ std::vector<Vec3> toVec(const QVector<QVector3D>& points)
     return result;
 }
 
+/// One graph level over a small sphere, with a control point on it.
+struct SmallLevel
+{
+    GeometryStack2::GeomStackTriangulated mesh = sphere(8, 10);
+    std::vector<WelkingAcceleratedVersion::EmbeddedGraphLevel> levels = levelsFor(mesh, 25.0f, 1);
+    std::vector<Vec3> rest = toVec(mesh.vertices());
+    std::vector<Vec3> nodes;
+
+    SmallLevel()
+    {
+        for (long long n : levels[0].nodes)
+            nodes.push_back(rest[size_t(n)]);
+    }
+    static ControlPoint control()
+    {
+        ControlPoint c;
+        c.corners[0] = 3;
+        c.corners[1] = 4;
+        c.corners[2] = 14;
+        c.weights[0] = 0.2f;
+        c.weights[1] = 0.3f;
+        c.weights[2] = 0.5f;
+        c.target = Vec3(1, 2, 3);
+        return c;
+    }
+};
+
 } // namespace
 
 TEST(CartoonDeformer, JacobianMatchesFiniteDifferences)
 {
-    const auto mesh = sphere(8, 10);
-    const auto levels = levelsFor(mesh, 25.0f, 1);
-    const std::vector<Vec3> rest = toVec(mesh.vertices());
-    std::vector<Vec3> nodes;
-    for (long long n : levels[0].nodes)
-        nodes.push_back(rest[size_t(n)]);
-    ControlPoint control;
-    control.corners[0] = 3;
-    control.corners[1] = 4;
-    control.corners[2] = 14;
-    control.weights[0] = 0.2f;
-    control.weights[1] = 0.3f;
-    control.weights[2] = 0.5f;
-    control.target = Vec3(1, 2, 3);
+    const SmallLevel small;
     EnergyWeights weights;
     weights.smoothness = 0.6f;
-    CartoonWelking::Iterative::Problem problem(levels[0], rest, nodes, {control}, weights, 0.7f);
+    CartoonWelking::Iterative::Problem problem(small.levels[0], small.rest, small.nodes, {small.control()}, weights, 0.7f);
     problem.setPairs({1, 7, 30, 44}, {Vec3(0, 0, 6), Vec3(1, 5, 2), Vec3(-3, 2, 1), Vec3(2, -4, -2)},
                      {Vec3(0, 0, 1), Vec3(0, 1, 0), Vec3(-1, 0, 0), Vec3(0.6f, -0.8f, 0)});
     std::mt19937 random(9);
@@ -113,23 +127,13 @@ TEST(CartoonDeformer, BlockProductsAndPreconditionerAgreeWithTheSparseJacobian)
     // The conjugate gradients see J^T J through the Jacobian's blocks, the
     // gradient through the sparse matrix: both must be the same matrix,
     // with and without the rigidity rows.
-    const auto mesh = sphere(8, 10);
-    const auto levels = levelsFor(mesh, 25.0f, 1);
-    const std::vector<Vec3> rest = toVec(mesh.vertices());
-    std::vector<Vec3> nodes;
-    for (long long n : levels[0].nodes)
-        nodes.push_back(rest[size_t(n)]);
-    ControlPoint control;
-    control.corners[0] = 3;
-    control.corners[1] = 4;
-    control.corners[2] = 14;
-    control.weights[0] = 0.2f;
-    control.weights[1] = 0.3f;
-    control.weights[2] = 0.5f;
+    const SmallLevel small;
+    const std::vector<Vec3>& nodes = small.nodes;
     EnergyWeights weights;
     weights.smoothness = 0.6f;
     for (float rigidity : {0.0f, 0.7f}) {
-        CartoonWelking::Iterative::Problem problem(levels[0], rest, nodes, {control}, weights, rigidity);
+        CartoonWelking::Iterative::Problem problem(small.levels[0], small.rest, nodes, {small.control()}, weights,
+                                                   rigidity);
         problem.setPairs({1, 7, 30, 44, 45}, {Vec3(0, 0, 6), Vec3(1, 5, 2), Vec3(-3, 2, 1), Vec3(2, -4, -2), Vec3(1, 1, 1)},
                          {Vec3(0, 0, 1), Vec3(0, 1, 0), Vec3(-1, 0, 0), Vec3(0.6f, -0.8f, 0), Vec3(0, 0.6f, 0.8f)});
         std::mt19937 random(19);

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "NodeIncidence.h"
+
+#include <utility>
+#include <vector>
+
+namespace EmbeddedGraphDeformer {
+
+/// The row groups of a fit's Jacobian, by kind and in row order: pairs,
+/// each moving with a list of nodes; directed graph edges (j, k); control
+/// points, each moving with a list of nodes. Every (group, node) with a
+/// block of values has a block index: the pairs' slots first, then one per
+/// edge (its node j), then the control points' slots. With them, the
+/// per-node incidence the products gather with.
+struct RowGroups
+{
+    long long nodes = 0;
+    std::vector<long long> pairOffsets{0};
+    std::vector<int> pairNodes;
+    std::vector<int> edgeNodes; ///< j, k per edge
+    std::vector<long long> controlOffsets{0};
+    std::vector<int> controlNodes;
+    long long edgeBlock = 0, controlBlock = 0;
+    NodeIncidence incidence;
+
+    long long pairs() const { return (long long)pairOffsets.size() - 1; }
+    long long edges() const { return (long long)edgeNodes.size() / 2; }
+    long long controls() const { return (long long)controlOffsets.size() - 1; }
+    long long groups() const { return pairs() + edges() + controls(); }
+    long long blocks() const { return controlBlock + (long long)controlNodes.size(); }
+
+    void set(long long nodeCount, std::vector<long long> pairOffsetList, std::vector<int> pairNodeList,
+             const std::vector<std::pair<long long, long long>>& edgeList, std::vector<long long> controlOffsetList,
+             std::vector<int> controlNodeList)
+    {
+        nodes = nodeCount;
+        pairOffsets = std::move(pairOffsetList);
+        pairNodes = std::move(pairNodeList);
+        edgeNodes.resize(2 * edgeList.size());
+        for (size_t e = 0; e < edgeList.size(); ++e) {
+            edgeNodes[2 * e] = int(edgeList[e].first);
+            edgeNodes[2 * e + 1] = int(edgeList[e].second);
+        }
+        controlOffsets = std::move(controlOffsetList);
+        controlNodes = std::move(controlNodeList);
+        edgeBlock = (long long)pairNodes.size();
+        controlBlock = edgeBlock + edges();
+        incidence.build(nodes, [&](const auto& add) {
+            for (long long p = 0; p < pairs(); ++p)
+                for (long long i = pairOffsets[size_t(p)]; i < pairOffsets[size_t(p) + 1]; ++i)
+                    add(pairNodes[size_t(i)], p, i);
+            const long long edgeGroup = pairs();
+            for (long long e = 0; e < edges(); ++e) {
+                add(edgeNodes[size_t(2 * e)], edgeGroup + e, edgeBlock + e);
+                add(edgeNodes[size_t(2 * e + 1)], edgeGroup + e, -1);
+            }
+            const long long controlGroup = edgeGroup + edges();
+            for (long long c = 0; c < controls(); ++c)
+                for (long long i = controlOffsets[size_t(c)]; i < controlOffsets[size_t(c) + 1]; ++i)
+                    add(controlNodes[size_t(i)], controlGroup + c, controlBlock + i);
+        });
+    }
+};
+
+} // namespace EmbeddedGraphDeformer
