@@ -62,15 +62,19 @@ std::vector<Vec3> vertexNormals(const std::vector<Vec3>& vertices, const std::ve
     return normals;
 }
 
-/// A flag per vertex: on an edge that only one triangle uses.
-std::vector<char> boundaryVertices(size_t vertexCount, const std::vector<long long>& triangles)
+/// A flag per vertex: on an edge that only one triangle uses. Only the
+/// vertices `asked` flags are judged (all when it is empty), and only their
+/// edges are sorted: on a dense scan that is a few thousandths of them.
+template <typename Triangles>
+std::vector<char> boundaryVertices(size_t vertexCount, const Triangles& triangles, const std::vector<char>& asked = {})
 {
+    const auto wanted = [&](long long v) { return v >= 0 && size_t(v) < vertexCount && (asked.empty() || asked[size_t(v)]); };
     std::vector<std::pair<long long, long long>> edges;
-    edges.reserve(triangles.size());
-    for (size_t t = 0; t + 2 < triangles.size(); t += 3)
+    for (size_t t = 0; t + 2 < size_t(triangles.size()); t += 3)
         for (int c = 0; c < 3; ++c) {
             const long long a = triangles[t + size_t(c)], b = triangles[t + size_t((c + 1) % 3)];
-            edges.emplace_back(std::min(a, b), std::max(a, b));
+            if (wanted(a) || wanted(b))
+                edges.emplace_back(std::min(a, b), std::max(a, b));
         }
     std::sort(edges.begin(), edges.end());
     std::vector<char> boundary(vertexCount, 0);
@@ -159,9 +163,11 @@ WelkingWorker::WelkingWorker(const QVector<QVector3D>& sourceVertices, const QVe
             if (corner >= 0 && size_t(corner) < m_source.size())
                 m_vertexTriangles[size_t(fill[size_t(corner)]++)] = (long long)(c / 3);
         }
-        const std::vector<long long> triangles(targetTriangles.begin(), targetTriangles.end());
-        const std::vector<char> targetBoundary = boundaryVertices(m_target.size(), triangles);
         const size_t stride = std::max<size_t>(1, (m_target.size() + m_source.size() - 1) / std::max<size_t>(1, m_source.size()));
+        std::vector<char> sampled(m_target.size(), 0);
+        for (size_t t = 0; t < m_target.size(); t += stride)
+            sampled[t] = 1;
+        const std::vector<char> targetBoundary = boundaryVertices(m_target.size(), targetTriangles, sampled);
         for (size_t t = 0; t < m_target.size(); t += stride)
             if (!targetBoundary[t])
                 m_coverageSamples.push_back((long long)t);
