@@ -2,7 +2,6 @@
 
 #include "ParallelRange.h"
 
-
 namespace EmbeddedGraphDeformer {
 namespace IterativeSolverDeformer {
 
