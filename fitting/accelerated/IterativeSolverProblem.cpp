@@ -279,28 +279,10 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
     });
     const std::vector<int>& pairNodes = m_jacobian.pairNodes();
     forRange((long long)m_surface.size(), m_parallel, [&](long long begin, long long end) {
-        Eigen::Matrix3f D;
         for (long long s = begin; s < end; ++s) {
-            const SurfacePair& pair = m_surface[size_t(s)];
             const long long first = pairOffsets[size_t(pairs + s)], last = pairOffsets[size_t(pairs + s) + 1];
-            for (long long slot = first; slot < last; ++slot) {
-                m_jacobian.pairRotation(slot).setZero();
-                m_jacobian.pairWeight(slot) = 0.0f;
-            }
-            // d point / d node, summed over the corners that node moves.
-            for (int c = 0; c < 3; ++c) {
-                const long long v = pair.corners[c];
-                for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i) {
-                    const long long k = m_level.influences[size_t(i)];
-                    const float w = pair.weights[c] * m_level.weights[size_t(i)];
-                    rotateMRP(x.segment<3>(6 * k), m_rest[size_t(v)] - m_nodes[size_t(k)], &D);
-                    const long long slot =
-                        first + (std::lower_bound(pairNodes.begin() + first, pairNodes.begin() + last, int(k)) -
-                                 (pairNodes.begin() + first));
-                    m_jacobian.pairRotation(slot) += w * D;
-                    m_jacobian.pairWeight(slot) += w;
-                }
-            }
+            fillPointBlocks(m_surface[size_t(s)].corners, m_surface[size_t(s)].weights, x, pairNodes.data() + first,
+                            last - first, &m_jacobian.pairRotation(first), &m_jacobian.pairWeight(first));
         }
     });
 
@@ -312,29 +294,32 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
     });
 
     const std::vector<long long>& controlOffsets = m_jacobian.controlOffsets();
-    Eigen::Matrix3f D;
+    const std::vector<int>& controlNodes = m_jacobian.controlNodes();
     for (size_t c = 0; c < m_controls.size(); ++c) {
-        const ControlPoint& control = m_controls[c];
-        const std::vector<long long>& nodes = m_controlNodes[c];
-        // d point / d node, summed over the corners that node moves.
-        const long long first = controlOffsets[c];
-        for (size_t slot = 0; slot < nodes.size(); ++slot) {
-            m_jacobian.controlRotation(first + (long long)slot).setZero();
-            m_jacobian.controlTranslation(first + (long long)slot) = 0.0f;
-        }
-        for (int corner = 0; corner < 3; ++corner) {
-            const long long v = control.corners[corner];
-            for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i) {
-                const long long k = m_level.influences[size_t(i)];
-                const float w = control.weights[corner] * m_level.weights[size_t(i)];
-                rotateMRP(x.segment<3>(6 * k), m_rest[size_t(v)] - m_nodes[size_t(k)], &D);
-                const long long slot = first + (long long)(std::lower_bound(nodes.begin(), nodes.end(), k) - nodes.begin());
-                m_jacobian.controlRotation(slot) += w * D;
-                m_jacobian.controlTranslation(slot) += w;
-            }
-        }
+        const long long first = controlOffsets[c], last = controlOffsets[c + 1];
+        fillPointBlocks(m_controls[c].corners, m_controls[c].weights, x, controlNodes.data() + first, last - first,
+                        &m_jacobian.controlRotation(first), &m_jacobian.controlTranslation(first));
     }
     m_sparseValuesCurrent = false;
+}
+
+void Problem::fillPointBlocks(const long long* corners, const float* weights, const Vector& x, const int* nodes,
+                              long long count, Eigen::Matrix3f* rotations, float* translations) const
+{
+    std::fill(rotations, rotations + count, Eigen::Matrix3f::Zero());
+    std::fill(translations, translations + count, 0.0f);
+    Eigen::Matrix3f D;
+    for (int c = 0; c < 3; ++c) {
+        const long long v = corners[c];
+        for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i) {
+            const long long k = m_level.influences[size_t(i)];
+            const float w = weights[c] * m_level.weights[size_t(i)];
+            rotateMRP(x.segment<3>(6 * k), m_rest[size_t(v)] - m_nodes[size_t(k)], &D);
+            const long long slot = std::lower_bound(nodes, nodes + count, int(k)) - nodes;
+            rotations[slot] += w * D;
+            translations[slot] += w;
+        }
+    }
 }
 
 const JacobianSparseStorage& Problem::jacobian()

@@ -118,6 +118,12 @@ private:
     void setSparsePattern();
     void fillSparseValues();
     Vec3 deformedVertex(long long v, const Vector& x, const std::vector<Eigen::Matrix3f>& rotations) const;
+    /// The blocks of a point on a triangle (three corners, barycentric
+    /// weights), d point / d node summed over the corners each node moves,
+    /// for its `count` nodes (ascending) from `rotations` and `translations`
+    /// on: a control point's or a surface pair's.
+    void fillPointBlocks(const long long* corners, const float* weights, const Vector& x, const int* nodes,
+                         long long count, Eigen::Matrix3f* rotations, float* translations) const;
     long long pairCount() const { return (long long)(m_sources.size() + m_surface.size()); }
     void updateRotations(const Vector& x);
 

@@ -30,6 +30,7 @@ TEST(WelkingSettingsFile, RoundTripKeepsEveryKey)
     written.rigidity = 3;
     written.accelerated.rejectWorseRounds = false;
     written.accelerated.repairFolds = false;
+    written.accelerated.coveragePairs = false;
     written.accelerated.directSolveNodes = 500;
     QString error;
     ASSERT_TRUE(WelkingSettingsFile::save(path, written, error)) << error.toStdString();
@@ -49,6 +50,7 @@ TEST(WelkingSettingsFile, RoundTripKeepsEveryKey)
     EXPECT_FLOAT_EQ(read.rigidity, 3.0f);
     EXPECT_FALSE(read.accelerated.rejectWorseRounds);
     EXPECT_FALSE(read.accelerated.repairFolds);
+    EXPECT_FALSE(read.accelerated.coveragePairs);
     EXPECT_EQ(read.accelerated.directSolveNodes, 500);
     // Keys without a setting keep their values.
     EXPECT_FLOAT_EQ(read.accelerated.pointToPointWeight, 0.1f);
