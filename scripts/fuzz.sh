@@ -65,7 +65,8 @@ fi
 
 # Qt's logging would bury libFuzzer's output.
 export QT_LOGGING_RULES='*=false'
-export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:allocator_may_return_null=1}
+# intercept_tls_get_addr=0: see sanitize.sh (the leak check's tracer crash).
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:allocator_may_return_null=1:intercept_tls_get_addr=0}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1:suppressions=$PWD/tests/sanitize/ubsan.supp}
 # Leaks inside the image decoders and Qt's JSON parser are theirs
 # (tests/sanitize/lsan.supp says which); their frames are only seen when
