@@ -43,25 +43,33 @@ public:
     void apply(const Vector<Scalar>& in, Vector<Scalar>& out) const override { out = in; }
 };
 
-/// Preconditioned conjugate gradients for A x = b from x = 0. Stops when the
-/// residual norm is at most `relativeTolerance` times |b|, or after
-/// `maxIterations`.
+/// Preconditioned conjugate gradients for A x = b, from x = 0 or, with
+/// `startFromX`, from the x given. Stops when the residual norm is at most
+/// `relativeTolerance` times |b|, or after `maxIterations`.
 template <typename Scalar, typename Index>
 WNewton::CGInfo conjugateGradient(const ProductHolder<Scalar>& A, const Preconditioner<Scalar, Index>& M,
                                   const Vector<Scalar>& b, Vector<Scalar>& x, long long maxIterations,
-                                  double relativeTolerance, const std::atomic<bool>* interrupted = nullptr)
+                                  double relativeTolerance, const std::atomic<bool>* interrupted = nullptr,
+                                  bool startFromX = false)
 {
     WNewton::CGInfo info;
     info.valid = true;
-    x.setZero(b.size());
     const double bNorm = double(b.norm());
-    if (bNorm == 0.0)
+    if (bNorm == 0.0) {
+        x.setZero(b.size());
         return info;
+    }
     Vector<Scalar> r = b, z(b.size()), p(b.size()), Ap(b.size());
+    if (startFromX && x.size() == b.size()) {
+        A.multiply(x, Ap);
+        r -= Ap;
+    } else {
+        x.setZero(b.size());
+    }
     M.apply(r, z);
     p = z;
     double rz = double(r.dot(z));
-    double rNorm = bNorm;
+    double rNorm = double(r.norm());
     while (info.iterations < maxIterations && rNorm > relativeTolerance * bNorm &&
            !(interrupted && interrupted->load(std::memory_order_relaxed))) {
         A.multiply(p, Ap);

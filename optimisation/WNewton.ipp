@@ -50,6 +50,9 @@ public:
         return m_solver.solve(Vector(-g));
     }
 
+    void rejected() {}
+    void accepted() {}
+
 private:
     /// When H stores its whole diagonal, the damped matrix has H's pattern:
     /// its values are copied into the work matrix kept from the last pass
@@ -99,15 +102,24 @@ public:
     {
         product.setDamping(damping);
         m_problem.preconditioner().refresh(damping);
-        Vector h;
+        // After a rejected step the system differs from the last one only by
+        // its damping: the last solution is a far better start than zero,
+        // and while the damping is still small against J^T J the solve ends
+        // at once instead of repeating the whole iteration.
         info = LinearSystemsSolvers::conjugateGradient<Scalar, long long>(
-            product, m_problem.preconditioner(), Vector(-g), h, m_problem.conjugateGradientIterations(),
-            m_problem.conjugateGradientTolerance(), interrupted);
-        return h;
+            product, m_problem.preconditioner(), Vector(-g), m_h, m_problem.conjugateGradientIterations(),
+            m_problem.conjugateGradientTolerance(), interrupted, m_retry);
+        return m_h;
     }
+
+    /// The next solve has the same right-hand side as the last one.
+    void rejected() { m_retry = true; }
+    void accepted() { m_retry = false; }
 
 private:
     MatrixFreeProblem<Scalar>& m_problem;
+    Vector m_h;
+    bool m_retry = false;
 };
 
 /// The loop shared by every form; `Step` solves the damped system.
@@ -174,6 +186,7 @@ StopReason levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType
 
         if (rho > 0.0 || parameters.dampingMode < 1) {
             x = xNew;
+            step.accepted();
             if (observer && !observer->onUpdate(x))
                 return StopReason::Observer;
             problem.evaluateAll(x, f, g, H, &timings);
@@ -195,6 +208,7 @@ StopReason levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType
         } else {
             damping *= nu;
             nu *= 2.0;
+            step.rejected();
             // A step that stays rejected whatever the damping cannot be
             // taken; growing it further only spins.
             if (!(damping <= MaxDamping))

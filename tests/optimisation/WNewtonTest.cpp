@@ -54,6 +54,57 @@ private:
     Problem<Scalar, SparseHessian<Scalar>>& m_inner;
 };
 
+/// Counts the Hessian products of a matrix-free problem it wraps, per
+/// solve, and can make its first trial step fail (an infinite value).
+class CountingMatrixFree : public MatrixFreeProblem<float>
+{
+public:
+    explicit CountingMatrixFree(MatrixFreeProblem<float>& inner) : m_inner(inner), m_product(*this) {}
+    void evaluateValue(const Vector& x, float& value, Timings* t) override
+    {
+        productsPerSolve.push_back(m_products - m_productsBefore);
+        m_productsBefore = m_products;
+        m_inner.evaluateValue(x, value, t);
+        if (rejectFirst && productsPerSolve.size() == 1)
+            value = std::numeric_limits<float>::infinity();
+    }
+    void evaluateAll(const Vector& x, float& value, Vector& g, LinearSystemsSolvers::ProductHolder<float>&,
+                     Timings* t) override
+    {
+        m_inner.evaluateAll(x, value, g, m_inner.product(), t);
+    }
+    LinearSystemsSolvers::ProductHolder<float>& product() override { return m_product; }
+    LinearSystemsSolvers::Preconditioner<float, long long>& preconditioner() override
+    {
+        return m_inner.preconditioner();
+    }
+    long long conjugateGradientIterations() const override { return m_inner.conjugateGradientIterations(); }
+    double conjugateGradientTolerance() const override { return m_inner.conjugateGradientTolerance(); }
+
+    bool rejectFirst = false;
+    std::vector<long long> productsPerSolve;
+
+private:
+    class Product : public LinearSystemsSolvers::ProductHolder<float>
+    {
+    public:
+        explicit Product(CountingMatrixFree& owner) : m_owner(owner) {}
+        void multiply(const Eigen::VectorXf& v, Eigen::VectorXf& y) const override
+        {
+            ++m_owner.m_products;
+            m_owner.m_inner.product().setDamping(m_damping);
+            m_owner.m_inner.product().multiply(v, y);
+        }
+
+    private:
+        CountingMatrixFree& m_owner;
+    };
+
+    MatrixFreeProblem<float>& m_inner;
+    Product m_product;
+    long long m_products = 0, m_productsBefore = 0;
+};
+
 } // namespace
 
 TEST(WNewton, AllThreeFormsFindTheRosenbrockMinimum)
@@ -191,6 +242,33 @@ TEST(WNewton, DirectAndConjugateGradientFormsAgree)
     EXPECT_LT(value, 0.2 * 0.5 * r0.squaredNorm());
     EXPECT_NEAR(valueF, value, 1e-3 * value + 1e-6);
     EXPECT_LT((xd - xf.cast<double>()).cwiseAbs().maxCoeff(), 1e-2);
+}
+
+TEST(WNewton, ARejectedStepIsSolvedAgainFromTheLastSolution)
+{
+    // After a rejection only the damping changes, by a factor of two on a
+    // damping far below J^T J: the last solution already solves the new
+    // system to the tolerance, where a solve from zero repeats every
+    // iteration. The loop must end where it ends without the rejection.
+    const TestSupport::GraphProblem graph(150, 6, 1.5f);
+    SolverParameters parameters;
+    parameters.maxIterations = 30;
+    Tolerances tolerances;
+    tolerances.stepTolerance = 1e-7;
+    Eigen::VectorXf plain = Eigen::VectorXf::Zero(graph.variableCount()), retried = plain;
+    {
+        LambdaJacobianMatrixFreeProblem<float> inner(std::cref(graph), 6, 300, 1e-4);
+        CountingMatrixFree problem(inner);
+        minimize(problem, plain, parameters, tolerances);
+    }
+    LambdaJacobianMatrixFreeProblem<float> inner(std::cref(graph), 6, 300, 1e-4);
+    CountingMatrixFree problem(inner);
+    problem.rejectFirst = true;
+    minimize(problem, retried, parameters, tolerances);
+    ASSERT_GE(problem.productsPerSolve.size(), 3u);
+    EXPECT_GE(problem.productsPerSolve[0], 5);
+    EXPECT_LE(problem.productsPerSolve[1], 2);
+    EXPECT_LT((plain - retried).cwiseAbs().maxCoeff(), 1e-3f * (1.0f + plain.cwiseAbs().maxCoeff()));
 }
 
 TEST(WNewton, ReportLineFormat)
