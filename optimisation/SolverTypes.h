@@ -18,6 +18,12 @@ struct SolverParameters
     /// conjugate-gradient solve in progress ends early; `x` keeps the last
     /// accepted iterate.
     const std::atomic<bool>* interrupted = nullptr;
+    /// Above 0: after the first step, accepted or rejected, the damping
+    /// never falls below this times the problem's `hessianScale()`. A floor
+    /// met only by rejected steps would make a rejection decided by the
+    /// value's rounding raise the damping by orders of magnitude, and the
+    /// fit would no longer be continuous in its input.
+    double dampingFloor = 0.0;
 };
 
 struct Tolerances

@@ -204,10 +204,14 @@ StopReason levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType
                 const double t = 2.0 * rho - 1.0;
                 damping *= std::max(0.33, 1.0 - t * t * t);
                 nu = 2.0;
+                if (parameters.dampingFloor > 0.0)
+                    damping = std::max(damping, parameters.dampingFloor * problem.hessianScale());
             }
         } else {
             damping *= nu;
             nu *= 2.0;
+            if (parameters.dampingFloor > 0.0)
+                damping = std::max(damping, parameters.dampingFloor * problem.hessianScale());
             step.rejected();
             // A step that stays rejected whatever the damping cannot be
             // taken; growing it further only spins.

@@ -22,6 +22,9 @@ public:
     virtual void evaluateValue(const Vector& x, Scalar& value, Timings* timings) = 0;
     virtual void evaluateAll(const Vector& x, Scalar& value, Vector& gradient, HessianType& hessian,
                              Timings* timings) = 0;
+    /// The mean diagonal entry of the Hessian at the last `evaluateAll`,
+    /// the scale a damping is measured against (0 when unknown).
+    virtual double hessianScale() const { return 0.0; }
     virtual ~Problem() = default;
 };
 

@@ -29,7 +29,12 @@ void Deformer::solve(const std::vector<long long>& sources, const std::vector<Ve
 {
     m_problem->setPairs(sources, targets, normals);
     m_problem->setConjugateGradient(budget.conjugateGradientIterations, 0.0005);
-    EmbeddedGraphDeformer::solveWithBudget(*m_problem, state, budget);
+    // The damping floor is the fast fit's: the cartoon fit's solves are
+    // rarely rejected, and with the floor amm-human-partial ended farther
+    // from its target.
+    EmbeddedGraphDeformer::SolveBudget cartoonBudget = budget;
+    cartoonBudget.dampingFloor = 0.0;
+    EmbeddedGraphDeformer::solveWithBudget(*m_problem, state, cartoonBudget);
     m_problem->currentVertices(state, vertices);
     m_problem->currentNodes(state, nodes);
 }

@@ -345,9 +345,7 @@ void Problem::BlockDiagonalPreconditioner::refresh(double damping)
 
 void Problem::BlockDiagonalPreconditioner::apply(const Vector& in, Vector& out) const
 {
-    out.resize(in.size());
-    for (size_t i = 0; i < m_inverse.size(); ++i)
-        out.segment<12>(12 * (long long)i) = m_inverse[i] * in.segment<12>(12 * (long long)i);
+    EmbeddedGraphDeformer::applyNodeBlocks(m_inverse, in, out, true);
 }
 
 } // namespace Iterative

@@ -2,6 +2,7 @@
 
 #include "AffineBlockJacobian.h"
 #include "DeformerTypes.h"
+#include "NodeBlocks.h"
 
 #include "optimisation/WNewtonProblem.h"
 

@@ -17,6 +17,7 @@ inline void solveWithBudget(WNewton::MatrixFreeProblem<float>& problem, Eigen::V
     parameters.initialDamping = 1e-9;
     parameters.verbose = false;
     parameters.dampingMode = 10;
+    parameters.dampingFloor = budget.dampingFloor;
     WNewton::Tolerances tolerances;
     tolerances.gradientTolerance = 1e-4;
     tolerances.stepTolerance = budget.stepTolerance;

@@ -435,11 +435,12 @@ void Problem::evaluateAll(const Vector& x, float& value, Vector& gradient, Linea
     computeResidualsAndJacobian(x, m_r);
     value = float(0.5 * double(m_r.squaredNorm()));
     m_jacobian.multiplyTransposed(m_r, gradient, m_parallel);
+    // The node blocks also give the damping's scale (`hessianScale`), so
+    // they are collected with the Cholesky too.
+    m_preconditioner.collect(m_jacobian, m_parallel);
     if (m_direct) {
         fillSparseValues();
         m_cholesky.jacobianChanged();
-    } else {
-        m_preconditioner.collect(m_jacobian, m_parallel);
     }
 }
 
@@ -484,9 +485,7 @@ void Problem::BlockDiagonalPreconditioner::refresh(double damping)
 
 void Problem::BlockDiagonalPreconditioner::apply(const Vector& in, Vector& out) const
 {
-    out.resize(in.size());
-    for (size_t i = 0; i < m_inverse.size(); ++i)
-        out.segment<6>(6 * (long long)i) = m_inverse[i] * in.segment<6>(6 * (long long)i);
+    applyNodeBlocks(m_inverse, in, out, m_parallel);
 }
 
 } // namespace IterativeSolverDeformer

@@ -3,6 +3,7 @@
 #include "DeformerTypes.h"
 #include "JacobianSparseStorage.h"
 #include "NodeBlockJacobian.h"
+#include "NodeBlocks.h"
 #include "NormalCholesky.h"
 
 #include "optimisation/WNewtonProblem.h"
@@ -53,6 +54,7 @@ public:
     }
     long long conjugateGradientIterations() const override { return m_cgIterations; }
     double conjugateGradientTolerance() const override { return m_cgTolerance; }
+    double hessianScale() const override { return m_preconditioner.meanDiagonal(); }
 
     /// The residual vector at x (for tests and reports).
     void computeResiduals(const Vector& x, Vector& r);
@@ -103,6 +105,7 @@ private:
         }
         void refresh(double damping) override;
         void apply(const Vector& in, Vector& out) const override;
+        double meanDiagonal() const { return meanBlockDiagonal(m_blocks); }
 
     private:
         std::vector<JacobianSparseStorage::Block> m_blocks;

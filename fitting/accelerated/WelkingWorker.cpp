@@ -489,6 +489,7 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             budget.conjugateGradientIterations = m_parameters.conjugateGradientIterations;
             budget.directSolveNodes = m_parameters.directSolveNodes;
             budget.interrupted = &m_callback.interruptedFlag();
+            budget.dampingFloor = m_parameters.dampingFloor;
             deformer->setSurfacePairs(m_surfacePairs);
             deformer->solve(sources, targets, normals, m_current, nodes, state, budget);
             ++solved;

@@ -79,6 +79,7 @@ bool load(const QString& path, WelkingSettings& settings, QString& error, Dialog
     a.repairFolds = s.value(QStringLiteral("Repair_folds"), da.repairFolds).toBool();
     a.coveragePairs = s.value(QStringLiteral("Coverage_pairs"), da.coveragePairs).toBool();
     a.directSolveNodes = readKey(s, "Direct_solve_nodes", da.directSolveNodes, 0, 100000);
+    a.dampingFloor = readKey(s, "Damping_floor", da.dampingFloor, 0.0f, 1.0f);
     s.endGroup();
     g.levels = a.subdivisions;
     return true;
@@ -109,6 +110,7 @@ bool save(const QString& path, const WelkingSettings& settings, QString& error)
     s.setValue(QStringLiteral("Repair_folds"), a.repairFolds);
     s.setValue(QStringLiteral("Coverage_pairs"), a.coveragePairs);
     s.setValue(QStringLiteral("Direct_solve_nodes"), a.directSolveNodes);
+    s.setValue(QStringLiteral("Damping_floor"), a.dampingFloor);
     s.endGroup();
     s.sync();
     if (s.status() != QSettings::NoError) {

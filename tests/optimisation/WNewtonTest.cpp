@@ -80,9 +80,12 @@ public:
     }
     long long conjugateGradientIterations() const override { return m_inner.conjugateGradientIterations(); }
     double conjugateGradientTolerance() const override { return m_inner.conjugateGradientTolerance(); }
+    double hessianScale() const override { return scale; }
 
     bool rejectFirst = false;
+    double scale = 0.0;
     std::vector<long long> productsPerSolve;
+    std::vector<double> dampingPerSolve;
 
 private:
     class Product : public LinearSystemsSolvers::ProductHolder<float>
@@ -92,6 +95,8 @@ private:
         void multiply(const Eigen::VectorXf& v, Eigen::VectorXf& y) const override
         {
             ++m_owner.m_products;
+            if (m_owner.m_products == m_owner.m_productsBefore + 1)
+                m_owner.dampingPerSolve.push_back(m_damping);
             m_owner.m_inner.product().setDamping(m_damping);
             m_owner.m_inner.product().multiply(v, y);
         }
@@ -269,6 +274,39 @@ TEST(WNewton, ARejectedStepIsSolvedAgainFromTheLastSolution)
     EXPECT_GE(problem.productsPerSolve[0], 5);
     EXPECT_LE(problem.productsPerSolve[1], 2);
     EXPECT_LT((plain - retried).cwiseAbs().maxCoeff(), 1e-3f * (1.0f + plain.cwiseAbs().maxCoeff()));
+}
+
+TEST(WNewton, AfterTheFirstStepTheDampingStaysAboveTheFloor)
+{
+    // From 1e-9, the accepted first step's update and the doubling after a
+    // rejection both leave a damping that J^T J does not notice; with a
+    // floor the second solve starts from a damping measured against the
+    // problem's own scale, whichever way the first step went. Without one
+    // the schedule is unchanged.
+    const TestSupport::GraphProblem graph(60, 6, 1.5f);
+    Tolerances tolerances;
+    tolerances.stepTolerance = 1e-7;
+    for (const bool rejectFirst : {false, true})
+        for (const double floor : {0.0, 1e-3}) {
+            LambdaJacobianMatrixFreeProblem<float> inner(std::cref(graph), 6, 300, 1e-4);
+            CountingMatrixFree problem(inner);
+            problem.rejectFirst = rejectFirst;
+            problem.scale = 2.0;
+            SolverParameters parameters;
+            parameters.dampingFloor = floor;
+            Eigen::VectorXf x = Eigen::VectorXf::Zero(graph.variableCount());
+            minimize(problem, x, parameters, tolerances);
+            ASSERT_GE(problem.dampingPerSolve.size(), 2u);
+            EXPECT_DOUBLE_EQ(problem.dampingPerSolve[0], 1e-9);
+            if (floor > 0)
+                EXPECT_DOUBLE_EQ(problem.dampingPerSolve[1], 2e-3);
+            else if (rejectFirst)
+                EXPECT_DOUBLE_EQ(problem.dampingPerSolve[1], 2e-9);
+            else
+                EXPECT_LT(problem.dampingPerSolve[1], 1e-9);
+            for (size_t solve = 1; floor > 0 && solve < problem.dampingPerSolve.size(); ++solve)
+                EXPECT_GE(problem.dampingPerSolve[solve], 2e-3);
+        }
 }
 
 TEST(WNewton, ReportLineFormat)

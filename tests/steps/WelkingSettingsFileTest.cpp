@@ -32,6 +32,7 @@ TEST(WelkingSettingsFile, RoundTripKeepsEveryKey)
     written.accelerated.repairFolds = false;
     written.accelerated.coveragePairs = false;
     written.accelerated.directSolveNodes = 500;
+    written.accelerated.dampingFloor = 0.0f;
     QString error;
     ASSERT_TRUE(WelkingSettingsFile::save(path, written, error)) << error.toStdString();
     EXPECT_TRUE(TestSupport::readFile(path).contains("[welkingSettings]"));
@@ -52,6 +53,7 @@ TEST(WelkingSettingsFile, RoundTripKeepsEveryKey)
     EXPECT_FALSE(read.accelerated.repairFolds);
     EXPECT_FALSE(read.accelerated.coveragePairs);
     EXPECT_EQ(read.accelerated.directSolveNodes, 500);
+    EXPECT_EQ(read.accelerated.dampingFloor, 0.0f);
     // Keys without a setting keep their values.
     EXPECT_FLOAT_EQ(read.accelerated.pointToPointWeight, 0.1f);
 }

@@ -110,6 +110,14 @@ TEST(IterativeDeformer, JacobianMatchesFiniteDifferences)
     problem.product().multiply(v, y);
     const Eigen::VectorXd expected = dense.transpose() * (dense * v.cast<double>()) + 0.5 * v.cast<double>();
     EXPECT_LT((expected - y.cast<double>()).norm(), 1e-3 * expected.norm());
+
+    // The scale a rejected step's damping is measured against: the mean
+    // diagonal of J^T J.
+    float value = 0;
+    Eigen::VectorXf gradient;
+    problem.evaluateAll(x, value, gradient, problem.product(), nullptr);
+    const double meanDiagonal = (dense.transpose() * dense).diagonal().mean();
+    EXPECT_NEAR(problem.hessianScale(), meanDiagonal, 1e-4 * meanDiagonal);
 }
 
 TEST(IterativeDeformer, IdentityStaysIdentityWithoutPairsOrControls)
