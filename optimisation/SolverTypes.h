@@ -18,11 +18,15 @@ struct SolverParameters
     /// conjugate-gradient solve in progress ends early; `x` keeps the last
     /// accepted iterate.
     const std::atomic<bool>* interrupted = nullptr;
-    /// Above 0: after the first step, accepted or rejected, the damping
-    /// never falls below this times the problem's `hessianScale()`. A floor
-    /// met only by rejected steps would make a rejection decided by the
-    /// value's rounding raise the damping by orders of magnitude, and the
-    /// fit would no longer be continuous in its input.
+    /// Above 0: after a step, accepted or rejected, the damping is at least
+    /// this times the problem's `hessianScale()` times (1 - rho) clamped to
+    /// [0, 1], rho being the loop's gain ratio (twice the textbook one): a
+    /// step that went wrong lifts a damping the Hessian does not notice to
+    /// one it does, a good step leaves the update alone. A floor applied by
+    /// rejections alone would let a rejection decided by the value's
+    /// rounding raise the damping by orders of magnitude where the
+    /// acceptance it replaces does not, and the fit would no longer be
+    /// continuous in its input.
     double dampingFloor = 0.0;
 };
 

@@ -122,6 +122,20 @@ private:
     bool m_retry = false;
 };
 
+/// The least damping after a step of gain ratio `rho` (as the loop computes
+/// it, twice the textbook ratio): the whole floor after a step that made
+/// things worse, none after one that did at least half what the model
+/// promised, and in between in proportion. Continuous in rho, so that a
+/// rejection decided by the value's rounding moves the damping no more
+/// than the acceptance it replaces.
+template <typename Scalar, typename HessianType>
+double dampingFloor(const SolverParameters& parameters, const Problem<Scalar, HessianType>& problem, double rho)
+{
+    if (!(parameters.dampingFloor > 0.0) || std::isnan(rho))
+        return 0.0;
+    return std::clamp(1.0 - rho, 0.0, 1.0) * parameters.dampingFloor * problem.hessianScale();
+}
+
 /// The loop shared by every form; `Step` solves the damped system.
 template <typename Vector> bool allFinite(const Vector& v)
 {
@@ -204,14 +218,12 @@ StopReason levenbergMarquardt(Problem<Scalar, HessianType>& problem, HessianType
                 const double t = 2.0 * rho - 1.0;
                 damping *= std::max(0.33, 1.0 - t * t * t);
                 nu = 2.0;
-                if (parameters.dampingFloor > 0.0)
-                    damping = std::max(damping, parameters.dampingFloor * problem.hessianScale());
+                damping = std::max(damping, dampingFloor(parameters, problem, rho));
             }
         } else {
             damping *= nu;
             nu *= 2.0;
-            if (parameters.dampingFloor > 0.0)
-                damping = std::max(damping, parameters.dampingFloor * problem.hessianScale());
+            damping = std::max(damping, dampingFloor(parameters, problem, rho));
             step.rejected();
             // A step that stays rejected whatever the damping cannot be
             // taken; growing it further only spins.

@@ -49,12 +49,14 @@ struct AcceleratedParameters
     /// surface continuously, so the fit stays continuous in its input, as
     /// it would not if the nearest vertex were pulled.
     bool coveragePairs = true;
-    /// After a solve's first Levenberg-Marquardt step the damping never falls
-    /// below this times the mean diagonal of J^T J ("Damping_floor"; the
-    /// fast fit only; 0: none). Each solve starts from a damping of 1e-9;
-    /// once the first step has taken the large, well-determined motion, the
-    /// next steps at that damping were rejected about seven times in a row,
-    /// each a full solve, until doubling reached a damping J^T J notices.
+    /// After a Levenberg-Marquardt step that fell short of its model, the
+    /// damping is at least this times the mean diagonal of J^T J, scaled
+    /// by how far the step fell short (`WNewton::SolverParameters`;
+    /// "Damping_floor"; the fast fit only; 0: none). Each solve starts from
+    /// a damping of 1e-9; once the first step has taken the large,
+    /// well-determined motion, the next steps at that damping were rejected
+    /// about seven times in a row, each a full solve, until doubling
+    /// reached a damping J^T J notices.
     float dampingFloor = 5e-4f;
 };
 

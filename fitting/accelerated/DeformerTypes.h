@@ -45,8 +45,8 @@ struct SolveBudget
     /// When set and raised, the solve ends after its current step, so that
     /// a stop request is not held up by a long level.
     const std::atomic<bool>* interrupted = nullptr;
-    /// After the first step the damping stays at least this times the mean
-    /// diagonal of J^T J (0: no floor).
+    /// After a step that fell short of its model the damping is at least
+    /// this times the mean diagonal of J^T J, in proportion (0: no floor).
     double dampingFloor = 0.0;
 };
 

@@ -276,37 +276,44 @@ TEST(WNewton, ARejectedStepIsSolvedAgainFromTheLastSolution)
     EXPECT_LT((plain - retried).cwiseAbs().maxCoeff(), 1e-3f * (1.0f + plain.cwiseAbs().maxCoeff()));
 }
 
-TEST(WNewton, AfterTheFirstStepTheDampingStaysAboveTheFloor)
+TEST(WNewton, AStepThatFellShortLiftsTheDampingToTheFloor)
 {
-    // From 1e-9, the accepted first step's update and the doubling after a
-    // rejection both leave a damping that J^T J does not notice; with a
-    // floor the second solve starts from a damping measured against the
-    // problem's own scale, whichever way the first step went. Without one
-    // the schedule is unchanged.
+    // From 1e-9, the doubling after a rejection leaves a damping that J^T J
+    // does not notice; with a floor the retry starts from a damping measured
+    // against the problem's own scale. Without one the schedule is unchanged.
     const TestSupport::GraphProblem graph(60, 6, 1.5f);
     Tolerances tolerances;
     tolerances.stepTolerance = 1e-7;
-    for (const bool rejectFirst : {false, true})
-        for (const double floor : {0.0, 1e-3}) {
-            LambdaJacobianMatrixFreeProblem<float> inner(std::cref(graph), 6, 300, 1e-4);
-            CountingMatrixFree problem(inner);
-            problem.rejectFirst = rejectFirst;
-            problem.scale = 2.0;
-            SolverParameters parameters;
-            parameters.dampingFloor = floor;
-            Eigen::VectorXf x = Eigen::VectorXf::Zero(graph.variableCount());
-            minimize(problem, x, parameters, tolerances);
-            ASSERT_GE(problem.dampingPerSolve.size(), 2u);
-            EXPECT_DOUBLE_EQ(problem.dampingPerSolve[0], 1e-9);
-            if (floor > 0)
-                EXPECT_DOUBLE_EQ(problem.dampingPerSolve[1], 2e-3);
-            else if (rejectFirst)
-                EXPECT_DOUBLE_EQ(problem.dampingPerSolve[1], 2e-9);
-            else
-                EXPECT_LT(problem.dampingPerSolve[1], 1e-9);
-            for (size_t solve = 1; floor > 0 && solve < problem.dampingPerSolve.size(); ++solve)
-                EXPECT_GE(problem.dampingPerSolve[solve], 2e-3);
-        }
+    for (const double floor : {0.0, 1e-3}) {
+        LambdaJacobianMatrixFreeProblem<float> inner(std::cref(graph), 6, 300, 1e-4);
+        CountingMatrixFree problem(inner);
+        problem.rejectFirst = true;
+        problem.scale = 2.0;
+        SolverParameters parameters;
+        parameters.dampingFloor = floor;
+        Eigen::VectorXf x = Eigen::VectorXf::Zero(graph.variableCount());
+        minimize(problem, x, parameters, tolerances);
+        ASSERT_GE(problem.dampingPerSolve.size(), 2u);
+        EXPECT_DOUBLE_EQ(problem.dampingPerSolve[0], 1e-9);
+        EXPECT_DOUBLE_EQ(problem.dampingPerSolve[1], floor > 0 ? 2e-3 : 2e-9);
+    }
+
+    // The floor fades with the gain ratio rho (twice the textbook ratio):
+    // whole at rho <= 0, half at 0.5, gone from 1 on, so that a step whose
+    // acceptance rounding decides moves the damping alike either way.
+    LambdaJacobianMatrixFreeProblem<float> inner(std::cref(graph), 6);
+    CountingMatrixFree problem(inner);
+    problem.scale = 2.0;
+    SolverParameters parameters;
+    parameters.dampingFloor = 1e-3;
+    EXPECT_DOUBLE_EQ(detail::dampingFloor(parameters, problem, -5.0), 2e-3);
+    EXPECT_NEAR(detail::dampingFloor(parameters, problem, -1e-12), detail::dampingFloor(parameters, problem, 1e-12), 1e-14);
+    EXPECT_NEAR(detail::dampingFloor(parameters, problem, 0.5), 1e-3, 1e-15);
+    EXPECT_EQ(detail::dampingFloor(parameters, problem, 1.0), 0.0);
+    EXPECT_EQ(detail::dampingFloor(parameters, problem, 2.0), 0.0);
+    EXPECT_EQ(detail::dampingFloor(parameters, problem, std::nan("")), 0.0);
+    parameters.dampingFloor = 0.0;
+    EXPECT_EQ(detail::dampingFloor(parameters, problem, -5.0), 0.0);
 }
 
 TEST(WNewton, ReportLineFormat)
