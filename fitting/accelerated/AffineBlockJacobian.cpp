@@ -33,25 +33,16 @@ void AffineBlockJacobian::setPattern(long long nodes, std::vector<long long> pai
 
 void AffineBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool parallel) const
 {
-    const float a2 = m_weights.pointToPoint * m_weights.pointToPoint;
-    const float b2 = m_weights.pointToPlane * m_weights.pointToPlane;
-    const float g2 = m_weights.smoothness * m_weights.smoothness;
-    const float k2 = m_weights.controlPoints * m_weights.controlPoints;
     const float* x = v.data();
     float* reduced = m_reduced.data();
     // First pass: every group's rows of J v, weighted once more by their
     // row weight, as one 3-vector.
-    forRange(pairs(), parallel, [&](long long begin, long long end) {
-        for (long long p = begin; p < end; ++p) {
-            float d[3] = {0.0f, 0.0f, 0.0f};
-            for (long long i = m_groups.pairOffsets[size_t(p)]; i < m_groups.pairOffsets[size_t(p) + 1]; ++i)
-                addMoved(m_offsets[size_t(i)].data(), m_translations[size_t(i)], x + 12 * (long long)m_groups.pairNodes[size_t(i)], d);
-            const float* n = m_pairNormals[size_t(p)].data();
-            const float plane = b2 * (n[0] * d[0] + n[1] * d[1] + n[2] * d[2]);
-            for (int r = 0; r < 3; ++r)
-                reduced[3 * p + r] = a2 * d[r] + plane * n[r];
-        }
-    }, 256);
+    EmbeddedGraphDeformer::reducePairsAndControls(m_groups, m_pairNormals, m_weights, reduced, parallel,
+                                                  [&](long long block, long long k, float* d) {
+                                                      addMoved(m_offsets[size_t(block)].data(), m_translations[size_t(block)],
+                                                               x + 12 * k, d);
+                                                  });
+    const float g2 = m_weights.smoothness * m_weights.smoothness;
     const long long edgeGroup = pairs();
     forRange(edges(), parallel, [&](long long begin, long long end) {
         for (long long e = begin; e < end; ++e) {
@@ -62,15 +53,6 @@ void AffineBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool para
                 reduced[3 * (edgeGroup + e) + r] = g2 * (d[r] - x[12 * k + 9 + r]);
         }
     }, 1024);
-    const long long controlGroup = edgeGroup + edges();
-    for (long long c = 0; c < controls(); ++c) {
-        float d[3] = {0.0f, 0.0f, 0.0f};
-        for (long long i = m_groups.controlOffsets[size_t(c)]; i < m_groups.controlOffsets[size_t(c) + 1]; ++i)
-            addMoved(m_offsets[size_t(m_groups.controlBlock + i)].data(), m_translations[size_t(m_groups.controlBlock + i)],
-                     x + 12 * (long long)m_groups.controlNodes[size_t(i)], d);
-        for (int r = 0; r < 3; ++r)
-            reduced[3 * (controlGroup + c) + r] = k2 * d[r];
-    }
 
     // Second pass: each node gathers a_c g and w g from its groups.
     out.resize(12 * m_groups.nodes);

@@ -79,27 +79,14 @@ void NodeBlockJacobian::gather(Vector& out, bool parallel) const
 
 void NodeBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool parallel) const
 {
-    // J v, group by group, each group's rows multiplied by their own
-    // weights once more (the row weight of J^T), reduced to one 3-vector.
-    const float a2 = m_weights.pointToPoint * m_weights.pointToPoint;
-    const float b2 = m_weights.pointToPlane * m_weights.pointToPlane;
-    const float g2 = m_weights.smoothness * m_weights.smoothness;
-    const float k2 = m_weights.controlPoints * m_weights.controlPoints;
     const float* x = v.data();
     float* reduced = m_reduced.data();
-    forRange(pairs(), parallel, [&](long long begin, long long end) {
-        for (long long p = begin; p < end; ++p) {
-            float d[3] = {0.0f, 0.0f, 0.0f};
-            for (long long i = m_groups.pairOffsets[size_t(p)]; i < m_groups.pairOffsets[size_t(p) + 1]; ++i) {
-                const long long k = m_groups.pairNodes[size_t(i)];
-                addRotated(m_rotations[size_t(i)].data(), x + 6 * k, m_translations[size_t(i)], x + 6 * k + 3, d);
-            }
-            const float* n = m_pairNormals[size_t(p)].data();
-            const float plane = b2 * (n[0] * d[0] + n[1] * d[1] + n[2] * d[2]);
-            for (int r = 0; r < 3; ++r)
-                reduced[3 * p + r] = a2 * d[r] + plane * n[r];
-        }
-    }, 256);
+    reducePairsAndControls(m_groups, m_pairNormals, m_weights, reduced, parallel,
+                           [&](long long block, long long k, float* d) {
+                               addRotated(m_rotations[size_t(block)].data(), x + 6 * k, m_translations[size_t(block)],
+                                          x + 6 * k + 3, d);
+                           });
+    const float g2 = m_weights.smoothness * m_weights.smoothness;
     const long long edgeGroup = pairs();
     forRange(edges(), parallel, [&](long long begin, long long end) {
         for (long long e = begin; e < end; ++e) {
@@ -111,17 +98,6 @@ void NodeBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool parall
                 g[r] = g2 * (M[r] * s[0] + M[r + 3] * s[1] + M[r + 6] * s[2] + tj[r] - tk[r]);
         }
     }, 1024);
-    const long long controlGroup = edgeGroup + edges();
-    for (long long c = 0; c < controls(); ++c) {
-        float d[3] = {0.0f, 0.0f, 0.0f};
-        for (long long i = m_groups.controlOffsets[size_t(c)]; i < m_groups.controlOffsets[size_t(c) + 1]; ++i) {
-            const long long k = m_groups.controlNodes[size_t(i)];
-            addRotated(m_rotations[size_t(m_groups.controlBlock + i)].data(), x + 6 * k, m_translations[size_t(m_groups.controlBlock + i)],
-                       x + 6 * k + 3, d);
-        }
-        for (int r = 0; r < 3; ++r)
-            reduced[3 * (controlGroup + c) + r] = k2 * d[r];
-    }
     gather(out, parallel);
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "DeformerTypes.h"
 #include "NodeIncidence.h"
+#include "ParallelRange.h"
 
 #include <utility>
 #include <vector>
@@ -62,5 +64,39 @@ struct RowGroups
         });
     }
 };
+
+/// The first pass of J^T J v for the pairs and the control points: each
+/// group's rows of J v, weighted once more by their own row weights, as
+/// one 3-vector per group in `reduced` (3 floats per group, in group
+/// order). `add(block, node, d)` adds to d the motion of the group's rows
+/// through one block of values and the unknowns of its node. The edges,
+/// whose rows take a node's translation with both signs, are the caller's.
+template <typename Add>
+void reducePairsAndControls(const RowGroups& groups, const std::vector<Vec3>& pairNormals, const EnergyWeights& weights,
+                            float* reduced, bool parallel, const Add& add)
+{
+    const float a2 = weights.pointToPoint * weights.pointToPoint;
+    const float b2 = weights.pointToPlane * weights.pointToPlane;
+    const float k2 = weights.controlPoints * weights.controlPoints;
+    forRange(groups.pairs(), parallel, [&](long long begin, long long end) {
+        for (long long p = begin; p < end; ++p) {
+            float d[3] = {0.0f, 0.0f, 0.0f};
+            for (long long i = groups.pairOffsets[size_t(p)]; i < groups.pairOffsets[size_t(p) + 1]; ++i)
+                add(i, (long long)groups.pairNodes[size_t(i)], d);
+            const float* n = pairNormals[size_t(p)].data();
+            const float plane = b2 * (n[0] * d[0] + n[1] * d[1] + n[2] * d[2]);
+            for (int r = 0; r < 3; ++r)
+                reduced[3 * p + r] = a2 * d[r] + plane * n[r];
+        }
+    }, 256);
+    const long long controlGroup = groups.pairs() + groups.edges();
+    for (long long c = 0; c < groups.controls(); ++c) {
+        float d[3] = {0.0f, 0.0f, 0.0f};
+        for (long long i = groups.controlOffsets[size_t(c)]; i < groups.controlOffsets[size_t(c) + 1]; ++i)
+            add(groups.controlBlock + i, (long long)groups.controlNodes[size_t(i)], d);
+        for (int r = 0; r < 3; ++r)
+            reduced[3 * (controlGroup + c) + r] = k2 * d[r];
+    }
+}
 
 } // namespace EmbeddedGraphDeformer
