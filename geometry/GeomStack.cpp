@@ -1,9 +1,13 @@
 #include "GeomStack.h"
 
 #include "HugePages.h"
+#include "InlineVector3D.h"
 
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
 
 #include "ObjPlainLoader.h"
 #include "ObjChunkParser.h"
@@ -124,46 +128,39 @@ QVector<QVector3D> GeomStack::computeNormals(const QVector<QVector3D>& vertices,
 {
     QVector<QVector3D> normals;
     resizeOnHugePages(normals, vertices.size());
-    // The corners' contributions are computed in parallel, a block of
-    // polygons at a time, and summed in polygon order as a single walk would
-    // sum them: the normals do not depend on the number of threads.
-    constexpr int BlockPolygons = 1 << 16;
-    const int polygonCount = polygonOffsets.size() - 1;
-    std::vector<QVector3D> contributions;
+    // Every vertex sums its corners' contributions in polygon order, as a
+    // single walk would sum them, so the normals do not depend on the number
+    // of threads: the vertices are split into ranges, and each range walks
+    // all polygons and takes the corners at its own vertices. Reading the
+    // index lists once per range costs less than storing every corner's
+    // contribution and summing them on one thread.
+    const int vertexCount = vertices.size();
+    const int polygonCount = std::max(0, polygonOffsets.size() - 1);
+    const int* offsets = polygonOffsets.constData();
+    const int* corners = vertexIndices.constData();
+    const QVector3D* positions = vertices.constData();
     QVector3D* sums = normals.data();
-    for (int blockBegin = 0; blockBegin < polygonCount; blockBegin += BlockPolygons) {
-        const int blockEnd = std::min(polygonCount, blockBegin + BlockPolygons);
-        const int cornerBegin = polygonOffsets[blockBegin];
-        contributions.resize(size_t(polygonOffsets[blockEnd] - cornerBegin));
-        QVector3D* contribution = contributions.data() - cornerBegin;
-        tbb::parallel_for(tbb::blocked_range<int>(blockBegin, blockEnd, 2048), [&](const tbb::blocked_range<int>& r) {
-            for (int p = r.begin(); p < r.end(); ++p) {
-                const int first = polygonOffsets[p];
-                const int size = polygonOffsets[p + 1] - first;
-                for (int i = 0; i < size; ++i) {
-                    const int centreCorner = first + (i + 1) % size;
-                    const int previous = vertexIndices[first + i];
-                    const int centre = vertexIndices[centreCorner];
-                    const int next = vertexIndices[first + (i + 2) % size];
-                    // Scaled by 1000 so that tiny edges keep a cross product in float.
-                    const QVector3D a = (vertices[next] - vertices[centre]) * 1000.0f;
-                    const QVector3D b = (vertices[previous] - vertices[centre]) * 1000.0f;
-                    contribution[centreCorner] = QVector3D::crossProduct(a, b).normalized();
-                }
-            }
-        });
-        for (int p = blockBegin; p < blockEnd; ++p) {
-            const int first = polygonOffsets[p];
-            const int size = polygonOffsets[p + 1] - first;
+    const int ranges = std::max(1, std::min(vertexCount / 16384, tbb::this_task_arena::max_concurrency()));
+    tbb::parallel_for(0, ranges, [&](int range) {
+        const int begin = int(qint64(vertexCount) * range / ranges);
+        const int end = int(qint64(vertexCount) * (range + 1) / ranges);
+        for (int p = 0; p < polygonCount; ++p) {
+            const int first = offsets[p];
+            const int size = offsets[p + 1] - first;
             for (int i = 0; i < size; ++i) {
                 const int centreCorner = first + (i + 1) % size;
-                sums[vertexIndices[centreCorner]] += contribution[centreCorner];
+                const int centre = corners[centreCorner];
+                if (centre < begin || centre >= end)
+                    continue;
+                const QVector3D& c = positions[centre];
+                // Scaled by 1000 so that tiny edges keep a cross product in float.
+                const QVector3D a = (positions[corners[first + (i + 2) % size]] - c) * 1000.0f;
+                const QVector3D b = (positions[corners[first + i]] - c) * 1000.0f;
+                sums[centre] += InlineVector3D::normalized(InlineVector3D::crossProduct(a, b));
             }
         }
-    }
-    tbb::parallel_for(tbb::blocked_range<int>(0, normals.size(), 65536), [&](const tbb::blocked_range<int>& r) {
-        for (int v = r.begin(); v < r.end(); ++v)
-            sums[v].normalize();
+        for (int v = begin; v < end; ++v)
+            InlineVector3D::normalize(sums[v]);
     });
     return normals;
 }

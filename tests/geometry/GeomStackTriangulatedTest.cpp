@@ -68,18 +68,18 @@ struct RandomPolygons
     QVector<QVector3D> vertices;
     QVector<int> corners, offsets{0};
 
-    RandomPolygons(int polygonCount, bool withDegenerate)
+    RandomPolygons(int polygonCount, bool withDegenerate, int vertexCount = 5000)
     {
         std::mt19937 random(7);
         std::uniform_real_distribution<float> coordinate(-1.0f, 1.0f);
-        for (int v = 0; v < 5000; ++v)
+        for (int v = 0; v < vertexCount; ++v)
             vertices.append(QVector3D(coordinate(random), coordinate(random), coordinate(random)));
         for (int p = 0; p < polygonCount; ++p) {
             int size = 3 + int(random() % 4);
             if (withDegenerate && p % 997 == 5)
                 size = int(random() % 3);
             for (int k = 0; k < size; ++k)
-                corners.append(int(random() % 5000));
+                corners.append(int(random() % unsigned(vertexCount)));
             offsets.append(corners.size());
         }
     }
@@ -110,8 +110,9 @@ TEST(GeomStackTriangulated, ParallelNormalsAreTheSerialSumsBitForBit)
 {
     // Each corner adds its normalised corner normal to its vertex, in
     // polygon order; the parallel form must give the same floats, so that
-    // a mesh's normals do not depend on the machine it was loaded on.
-    const RandomPolygons mesh(150000, true);
+    // a mesh's normals do not depend on the machine it was loaded on. Enough
+    // vertices to be split among threads; each is shared by a few polygons.
+    const RandomPolygons mesh(150000, true, 200000);
     QVector<QVector3D> expected(mesh.vertices.size(), QVector3D());
     for (int p = 0; p + 1 < mesh.offsets.size(); ++p) {
         const int first = mesh.offsets[p], size = mesh.offsets[p + 1] - first;
