@@ -6,6 +6,11 @@
 
 namespace GeometryStack2 {
 
+/// Sets the C library's allocator up for lists of many megabytes (where it
+/// can be): large blocks then lie where `adviseHugePages` can give them huge
+/// pages from edge to edge. Called first thing in `main`; harmless anywhere.
+void configureLargeAllocations();
+
 /// Asks the kernel to back the whole 2 MB pages inside [data, data + bytes)
 /// with huge pages. Meant for large lists that have been allocated but not
 /// yet touched: filling a few hundred MB page by page costs a page fault

@@ -3,6 +3,7 @@
 #include "BatchCommands.h"
 
 #include "exchange/ApplicationIdentity.h"
+#include "geometry/HugePages.h"
 
 #include <QCoreApplication>
 #include <QLoggingCategory>
@@ -80,6 +81,7 @@ const ZWelkBatch::Command* findCommand(const QString& name)
 
 int main(int argc, char** argv)
 {
+    GeometryStack2::configureLargeAllocations();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("zwelk-batch"));
     // The engines' debug timings are for developers; ZWELK_DEBUG=1 shows them.
