@@ -1,5 +1,7 @@
 #pragma once
 
+#include "GoZArrays.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -59,6 +61,8 @@ public:
     /// write, and then `path` is as it was before.
     bool write(const QString& path) const;
     void clear();
+    /// A view of the arrays below, valid while this object is unchanged.
+    GoZArrays arrays() const;
 
     /// Corners stored per polygon for a polygon tag (4, or 3 for triangles).
     static int cornersPerPolygon(int32_t polygonTag);

@@ -15,6 +15,11 @@ namespace GeometryStack2 {
 
 bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error)
 {
+    return meshFromGoZ(goz.arrays(), mesh, error);
+}
+
+bool meshFromGoZ(const GoZArrays& goz, GoZMesh& mesh, QString& error)
+{
     // Every list is sized first and then filled in parallel through raw
     // pointers: a dense subtool has millions of corners, and appending them
     // one by one cost more than reading the file.
@@ -23,7 +28,7 @@ bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error)
     const int vertexCount = goz.vertexCount;
     resizeOnHugePages(lists.vertices, vertexCount);
     QVector3D* vertices = lists.vertices.data();
-    const float* positions = goz.vertices.data();
+    const GoZArray<float>& positions = goz.vertices;
     tbb::parallel_for(tbb::blocked_range<int>(0, vertexCount, 65536), [&](const tbb::blocked_range<int>& r) {
         for (int i = r.begin(); i < r.end(); ++i)
             vertices[i] = QVector3D(positions[3 * size_t(i)], positions[3 * size_t(i) + 1], positions[3 * size_t(i) + 2]);

@@ -20,6 +20,7 @@ struct GoZMesh
 /// (the file's value less 1), and the names list those numbers in order of
 /// first use. Files without a mask or group chunk read as unmasked and
 /// ungrouped. Returns false with `error` when an index is out of range.
+bool meshFromGoZ(const GoZArrays& goz, GoZMesh& mesh, QString& error);
 bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error);
 
 /// Where `gozFromMesh` puts an OBJ-style mesh.

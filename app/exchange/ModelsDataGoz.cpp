@@ -1,5 +1,6 @@
 #include "ModelsDataGoz.h"
 
+#include "geometry/GoZMappedFile.h"
 #include "geometry/GoZMeshConversion.h"
 
 #include <QFile>
@@ -36,22 +37,36 @@ bool ModelsDataGoz::loadGeometry(const QString& path, QString& error, int index)
         error = QStringLiteral("Geometry file does not exist: \n%1").arg(path);
         return false;
     }
-    auto goz = std::make_unique<GoZFile>();
-    if (!goz->read(path)) {
-        error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, goz->readError());
-        return false;
+    // The first model's file is kept, to be written back with the fitted
+    // positions; the second's is converted where it lies, mapped.
+    std::unique_ptr<GoZFile> goz;
+    GoZMappedFile mapped;
+    GoZArrays arrays;
+    if (index == 0) {
+        goz = std::make_unique<GoZFile>();
+        if (!goz->read(path)) {
+            error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, goz->readError());
+            return false;
+        }
+        arrays = goz->arrays();
+    } else {
+        if (!mapped.open(path)) {
+            error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, mapped.readError());
+            return false;
+        }
+        arrays = mapped.arrays();
     }
-    if (goz->vertexCount < 1) {
+    if (arrays.vertexCount < 1) {
         error = QStringLiteral("Geometry does not contain vertices: \n%1").arg(path);
         return false;
     }
-    if (goz->polygonCount < 1) {
+    if (arrays.polygonCount < 1) {
         error = QStringLiteral("Geometry does not contain polygons: \n%1").arg(path);
         return false;
     }
     GoZMesh mesh;
     QString conversionError;
-    if (!meshFromGoZ(*goz, mesh, conversionError)) {
+    if (!meshFromGoZ(arrays, mesh, conversionError)) {
         error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, conversionError);
         return false;
     }

@@ -2,6 +2,7 @@
 #include "support/TestFiles.h"
 
 #include "geometry/GoZFile.h"
+#include "geometry/GoZMappedFile.h"
 
 #include <gtest/gtest.h>
 
@@ -16,11 +17,15 @@ namespace {
 
 /// A quad and a triangle with every chunk the format knows, in an order of
 /// our own, an unknown chunk in the middle and an oversized one.
-QByteArray richFile()
+QByteArray richFile(int misalignment = 0)
 {
     GoZBytes file;
-    file.text(GoZFile::TagName, "Head")
-        .chunk(GoZFile::TagValue5001, 1, GoZBytes::ints({0x12345678}))
+    file.text(GoZFile::TagName, "Head");
+    // An unknown chunk of odd length puts every array after it off its
+    // natural alignment.
+    if (misalignment > 0)
+        file.chunk(99998, 0, QByteArray(misalignment, 'x'));
+    file.chunk(GoZFile::TagValue5001, 1, GoZBytes::ints({0x12345678}))
         .chunk(GoZFile::TagVertices, 5, GoZBytes::floats({0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0, 2, 2, 2}))
         .chunk(99999, 3, QByteArray("unknown payload!"))
         .chunk(GoZFile::TagQuads, 2, GoZBytes::ints({0, 1, 2, 3, 1, 4, 2, -1}))
@@ -197,4 +202,53 @@ TEST_F(GoZFileTest, RefusesToWriteVerticesThatDoNotMatchTheCount)
     goz.vertexCount = 3;
     goz.vertices = {1, 2, 3};
     EXPECT_FALSE(goz.write(path(QStringLiteral("bad.GoZ"))));
+}
+
+namespace {
+
+template <typename T> std::vector<T> toList(const GeometryStack2::GoZArray<T>& array)
+{
+    std::vector<T> list;
+    for (size_t i = 0; i < array.size(); ++i)
+        list.push_back(array[i]);
+    return list;
+}
+
+} // namespace
+
+TEST_F(GoZFileTest, AMappedFileHoldsTheSameContentAtAnyAlignment)
+{
+    for (int misalignment : {0, 1, 2, 3}) {
+        SCOPED_TRACE(misalignment);
+        const QString file = write(QStringLiteral("rich%1.GoZ").arg(misalignment), richFile(misalignment));
+        GoZFile read;
+        ASSERT_TRUE(read.read(file));
+        GeometryStack2::GoZMappedFile mapped;
+        ASSERT_TRUE(mapped.open(file)) << mapped.readError().toStdString();
+        const GoZFile& fields = mapped.fields();
+        EXPECT_EQ(fields.name, read.name);
+        EXPECT_EQ(fields.secondName, read.secondName);
+        EXPECT_EQ(fields.value5001, read.value5001);
+        EXPECT_EQ(fields.string55001, read.string55001);
+        EXPECT_EQ(fields.float55001, read.float55001);
+        EXPECT_TRUE(fields.vertices.empty()) << "the arrays stay in the file";
+        const GeometryStack2::GoZArrays& a = mapped.arrays();
+        EXPECT_EQ(a.vertexCount, read.vertexCount);
+        EXPECT_EQ(a.polygonCount, read.polygonCount);
+        EXPECT_EQ(a.polygonTag, read.polygonTag);
+        EXPECT_EQ(a.uvTag, read.uvTag);
+        EXPECT_EQ(toList(a.vertices), read.vertices);
+        EXPECT_EQ(toList(a.polygons), read.polygons);
+        EXPECT_EQ(toList(a.uvs), read.uvs);
+        EXPECT_EQ(toList(a.vertexMask), read.vertexMask);
+        EXPECT_EQ(toList(a.vertexColors), read.vertexColors);
+        EXPECT_EQ(toList(a.polygonGroups), read.polygonGroups);
+        // And the copy reads the right values, whatever the alignment.
+        EXPECT_EQ(read.polygons, (std::vector<int32_t>{0, 1, 2, 3, 1, 4, 2, -1}));
+        EXPECT_EQ(read.vertexColors, (std::vector<uint32_t>{1, 2, 3, 4, 5}));
+        EXPECT_FLOAT_EQ(read.uvs[10], 0.6f);
+    }
+    GeometryStack2::GoZMappedFile missing;
+    EXPECT_FALSE(missing.open(path(QStringLiteral("missing.GoZ"))));
+    EXPECT_FALSE(missing.readError().isEmpty());
 }
