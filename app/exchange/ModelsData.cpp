@@ -9,10 +9,13 @@
 
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
+#include <tbb/parallel_reduce.h>
+#include <tbb/task_arena.h>
 
 #include <algorithm>
 #include <atomic>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace WelkPlugin {
@@ -81,32 +84,48 @@ bool ModelsData::isClean(const GeometryStack2::GeomStack& mesh)
         return false;
 
     // Every directed edge at most once: the edges are grouped by their first
-    // vertex (a counting sort, in parallel with atomic counters) and each
-    // vertex's few outgoing edges compared among themselves.
-    int vertices = mesh.vertexCount();
-    for (int c = 0; c < cornerCount; ++c)
-        if (corners[c] < 0)
-            return false;
-        else if (corners[c] >= vertices)
-            vertices = corners[c] + 1;
-    std::unique_ptr<std::atomic<int>[]> counts(new std::atomic<int>[size_t(vertices) + 1]());
-    tbb::parallel_for(tbb::blocked_range<int>(0, cornerCount, 65536), [&](const tbb::blocked_range<int>& r) {
-        for (int c = r.begin(); c < r.end(); ++c)
-            counts[size_t(corners[c]) + 1].fetch_add(1, std::memory_order_relaxed);
+    // vertex (a counting sort) and each vertex's few outgoing edges compared
+    // among themselves. The vertices are split into ranges, and each range
+    // walks all corners and takes those at its own vertices: no two threads
+    // ever write the same count, so no atomic operation is needed, and
+    // reading the corners once per range costs less than one per corner.
+    using Bounds = std::pair<int, int>; // smallest and largest vertex index
+    const Bounds bounds = tbb::parallel_reduce(
+        tbb::blocked_range<int>(0, cornerCount, 65536), Bounds(0, -1),
+        [&](const tbb::blocked_range<int>& r, Bounds b) {
+            for (int c = r.begin(); c < r.end(); ++c) {
+                b.first = std::min(b.first, corners[c]);
+                b.second = std::max(b.second, corners[c]);
+            }
+            return b;
+        },
+        [](const Bounds& a, const Bounds& b) { return Bounds(std::min(a.first, b.first), std::max(a.second, b.second)); });
+    if (bounds.first < 0)
+        return false;
+    const int vertices = std::max(mesh.vertexCount(), bounds.second + 1);
+    const int ranges = std::max(1, std::min(vertices / 16384, tbb::this_task_arena::max_concurrency()));
+    const auto rangeBegin = [&](int range) { return int(qint64(vertices) * range / ranges); };
+    std::vector<int> starts;
+    GeometryStack2::resizeOnHugePages(starts, qint64(vertices) + 1);
+    tbb::parallel_for(0, ranges, [&](int range) {
+        const int begin = rangeBegin(range), end = rangeBegin(range + 1);
+        for (int c = 0; c < cornerCount; ++c)
+            if (corners[c] >= begin && corners[c] < end)
+                ++starts[size_t(corners[c]) + 1];
     });
-    std::vector<int> starts(size_t(vertices) + 1, 0);
     for (int v = 0; v < vertices; ++v)
-        starts[size_t(v) + 1] = starts[size_t(v)] + counts[size_t(v) + 1].load(std::memory_order_relaxed);
-    for (int v = 0; v <= vertices; ++v)
-        counts[size_t(v)].store(starts[size_t(v)], std::memory_order_relaxed);
-    std::vector<int> ends;
+        starts[size_t(v) + 1] += starts[size_t(v)];
+    std::vector<int> ends, next(starts.begin(), starts.end() - 1);
     GeometryStack2::resizeOnHugePages(ends, cornerCount);
-    tbb::parallel_for(tbb::blocked_range<int>(0, polygons, 8192), [&](const tbb::blocked_range<int>& r) {
-        for (int p = r.begin(); p < r.end(); ++p) {
+    tbb::parallel_for(0, ranges, [&](int range) {
+        const int begin = rangeBegin(range), end = rangeBegin(range + 1);
+        for (int p = 0; p < polygons; ++p) {
             const int first = offsets[p], size = offsets[p + 1] - first;
-            for (int i = 0; i < size; ++i)
-                ends[size_t(counts[size_t(corners[first + i])].fetch_add(1, std::memory_order_relaxed))] =
-                    corners[first + (i + 1) % size];
+            for (int i = 0; i < size; ++i) {
+                const int from = corners[first + i];
+                if (from >= begin && from < end)
+                    ends[size_t(next[size_t(from)]++)] = corners[first + (i + 1) % size];
+            }
         }
     });
     tbb::parallel_for(tbb::blocked_range<int>(0, vertices, 16384), [&](const tbb::blocked_range<int>& r) {

@@ -15,6 +15,9 @@
 #include <QFileInfo>
 
 #include <opencv2/core.hpp>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
 
 using namespace WelkPlugin;
 using GeometryStack2::GoZFile;
@@ -276,4 +279,45 @@ TEST_F(ModelsDataTest, TextureResultReplacesTheFirstSubtoolsTextureWholeOrNotAtA
     EXPECT_TRUE(error.startsWith(QStringLiteral("Cannot save result texture file:\n"))) << error.toStdString();
     EXPECT_TRUE(QFileInfo(path).isDir());
     EXPECT_EQ(QDir(filesDir()).entryList({QStringLiteral(".*")}, QDir::Files | QDir::Hidden).size(), 0);
+}
+
+namespace {
+
+/// A quad grid of n by n vertices, its polygons all turning the same way;
+/// `flipped` polygons have their corners reversed.
+GeometryStack2::GeomStack quadGrid(int n, const QVector<int>& flipped)
+{
+    QVector<QVector3D> vertices;
+    for (int y = 0; y < n; ++y)
+        for (int x = 0; x < n; ++x)
+            vertices.append(QVector3D(float(x), float(y), 0));
+    QVector<QVector<int>> polygons;
+    for (int y = 0; y + 1 < n; ++y)
+        for (int x = 0; x + 1 < n; ++x) {
+            QVector<int> quad = {y * n + x, y * n + x + 1, (y + 1) * n + x + 1, (y + 1) * n + x};
+            if (flipped.contains(polygons.size()))
+                std::reverse(quad.begin(), quad.end());
+            polygons.append(quad);
+        }
+    return TestSupport::polygonSoup(vertices, polygons);
+}
+
+} // namespace
+
+TEST(ModelsDataClean, FindsABadEdgeInEveryPartOfADenseMesh)
+{
+    // Dense enough to be checked in several vertex ranges at once; a
+    // reversed quad repeats its neighbours' edges in whichever range holds
+    // its vertices, first, middle or last.
+    const int n = 300;
+    const int last = (n - 1) * (n - 1) - 1;
+    for (int threads : {1, 4}) {
+        tbb::task_arena arena(threads);
+        arena.execute([&] {
+            SCOPED_TRACE(threads);
+            EXPECT_TRUE(ModelsData::isClean(quadGrid(n, {})));
+            for (int flipped : {n + 3, last / 2, last - n - 3})
+                EXPECT_FALSE(ModelsData::isClean(quadGrid(n, {flipped}))) << flipped;
+        });
+    }
 }
