@@ -27,14 +27,7 @@ bool GoZFile::read(const QString& path)
         m_readError = mapped.readError();
         return false;
     }
-    *this = mapped.fields();
-    const GoZArrays& a = mapped.arrays();
-    a.vertices.copyTo(vertices);
-    a.polygons.copyTo(polygons);
-    a.uvs.copyTo(uvs);
-    a.vertexMask.copyTo(vertexMask);
-    a.vertexColors.copyTo(vertexColors);
-    a.polygonGroups.copyTo(polygonGroups);
+    *this = mapped.toFile();
     return true;
 }
 

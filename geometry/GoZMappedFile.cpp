@@ -111,6 +111,18 @@ bool GoZMappedFile::open(const QString& path)
     return walk(m_data, size);
 }
 
+GoZFile GoZMappedFile::toFile() const
+{
+    GoZFile file = m_fields;
+    m_arrays.vertices.copyTo(file.vertices);
+    m_arrays.polygons.copyTo(file.polygons);
+    m_arrays.uvs.copyTo(file.uvs);
+    m_arrays.vertexMask.copyTo(file.vertexMask);
+    m_arrays.vertexColors.copyTo(file.vertexColors);
+    m_arrays.polygonGroups.copyTo(file.polygonGroups);
+    return file;
+}
+
 bool GoZMappedFile::walk(const uchar* data, qint64 size)
 {
     Cursor at{data, size, GoZFile::HeaderSize};

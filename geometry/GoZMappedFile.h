@@ -29,6 +29,8 @@ public:
 
     const GoZFile& fields() const { return m_fields; }
     const GoZArrays& arrays() const { return m_arrays; }
+    /// The whole file as a `GoZFile`: the fields and a copy of the arrays.
+    GoZFile toFile() const;
 
 private:
     bool walk(const uchar* data, qint64 size);

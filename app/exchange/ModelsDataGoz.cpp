@@ -37,25 +37,12 @@ bool ModelsDataGoz::loadGeometry(const QString& path, QString& error, int index)
         error = QStringLiteral("Geometry file does not exist: \n%1").arg(path);
         return false;
     }
-    // The first model's file is kept, to be written back with the fitted
-    // positions; the second's is converted where it lies, mapped.
-    std::unique_ptr<GoZFile> goz;
-    GoZMappedFile mapped;
-    GoZArrays arrays;
-    if (index == 0) {
-        goz = std::make_unique<GoZFile>();
-        if (!goz->read(path)) {
-            error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, goz->readError());
-            return false;
-        }
-        arrays = goz->arrays();
-    } else {
-        if (!mapped.open(path)) {
-            error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, mapped.readError());
-            return false;
-        }
-        arrays = mapped.arrays();
+    auto mapped = std::make_unique<GoZMappedFile>();
+    if (!mapped->open(path)) {
+        error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, mapped->readError());
+        return false;
     }
+    const GoZArrays& arrays = mapped->arrays();
     if (arrays.vertexCount < 1) {
         error = QStringLiteral("Geometry does not contain vertices: \n%1").arg(path);
         return false;
@@ -80,20 +67,19 @@ bool ModelsDataGoz::loadGeometry(const QString& path, QString& error, int index)
         m_firstModelClean = isClean(*m_geometry[0]);
         // Done without a fit writes the mesh unchanged.
         m_resultVertices = m_geometry[0]->vertices();
-        m_gozFiles[0] = std::move(goz);
+        m_source = std::move(mapped);
     }
     return true;
 }
 
 bool ModelsDataGoz::saveGeometry(const QString& path, QString& error)
 {
-    const GoZFile* source = m_gozFiles[0].get();
     // A result that does not match the mesh must never overwrite it.
-    if (!source || m_resultVertices.size() != source->vertexCount) {
+    if (!m_source || m_resultVertices.size() != m_source->arrays().vertexCount) {
         error = QStringLiteral("Cannot save result mesh: \n%1").arg(path);
         return false;
     }
-    GoZFile result(*source);
+    GoZFile result = m_source->toFile();
     result.vertices.resize(size_t(result.vertexCount) * 3);
     for (int i = 0; i < m_resultVertices.size(); ++i) {
         result.vertices[3 * size_t(i)] = m_resultVertices[i].x();

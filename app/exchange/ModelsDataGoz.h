@@ -2,12 +2,16 @@
 
 #include "ModelsData.h"
 
-#include "geometry/GoZFile.h"
+#include "geometry/GoZMappedFile.h"
+
+#include <memory>
 
 namespace WelkPlugin {
 
-/// Models exported as GoZ. The first file's image stays in memory until the
-/// end of the run: the result is that image with only its vertices replaced.
+/// Models exported as GoZ. The first file stays mapped until the end of the
+/// run: the result is that file with only its vertices replaced. (The result
+/// goes to another file of the folder, so the mapping never stands in the way
+/// of writing it.)
 class ModelsDataGoz : public ModelsData
 {
 public:
@@ -20,10 +24,11 @@ public:
     bool loadGeometry(const QString& path, QString& error, int index) override;
     bool texCoordsFromTop() const override { return true; }
 
-    const GeometryStack2::GoZFile* gozFile(int index) const { return m_gozFiles[index].get(); }
+    /// The first subtool's file, mapped; null until it is loaded.
+    const GeometryStack2::GoZMappedFile* sourceFile() const { return m_source.get(); }
 
 private:
-    std::unique_ptr<GeometryStack2::GoZFile> m_gozFiles[2];
+    std::unique_ptr<GeometryStack2::GoZMappedFile> m_source;
 };
 
 } // namespace WelkPlugin

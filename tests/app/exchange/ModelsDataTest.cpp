@@ -56,10 +56,10 @@ TEST_F(ModelsDataTest, GoZExportLoadsWithMasksAndResultVertices)
     // Done without a fit writes the mesh as it came.
     EXPECT_EQ(models->resultVertices(), models->geometry(0)->vertices());
     EXPECT_TRUE(models->geometry(0)->hasTexCoords());
-    // The second file's image is let go once its mesh exists.
+    // The first file stays at hand for the result.
     auto* goz = static_cast<ModelsDataGoz*>(models.get());
-    EXPECT_NE(goz->gozFile(0), nullptr);
-    EXPECT_EQ(goz->gozFile(1), nullptr);
+    ASSERT_NE(goz->sourceFile(), nullptr);
+    EXPECT_EQ(goz->sourceFile()->arrays().vertexCount, 6);
 }
 
 TEST_F(ModelsDataTest, DoneWritesTheInputWithOnlyTheVerticesReplaced)
