@@ -44,10 +44,9 @@ struct AcceleratedParameters
     /// nearest target vertex, about as many target vertices look for the
     /// nearest point of the basemesh's surface (never near an open border
     /// of either mesh), so that parts of the target that no basemesh vertex
-    /// came near still draw it ("Coverage_pairs"; the fast fit only: the
-    /// cartoon energy holds one pair per vertex). The point slides over the
-    /// surface continuously, so the fit stays continuous in its input, as
-    /// it would not if the nearest vertex were pulled.
+    /// came near still draw it ("Coverage_pairs"; both fits). The point
+    /// slides over the surface continuously, so the fit stays continuous in
+    /// its input, as it would not if the nearest vertex were pulled.
     bool coveragePairs = true;
     /// After a Levenberg-Marquardt step that fell short of its model, the
     /// damping is at least this times the mean diagonal of J^T J, scaled

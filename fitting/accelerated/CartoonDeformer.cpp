@@ -27,7 +27,7 @@ void Deformer::solve(const std::vector<long long>& sources, const std::vector<Ve
                      const std::vector<Vec3>& normals, std::vector<Vec3>& vertices, std::vector<Vec3>& nodes,
                      Eigen::VectorXf& state, const EmbeddedGraphDeformer::SolveBudget& budget)
 {
-    m_problem->setPairs(sources, targets, normals);
+    m_problem->setPairs(sources, targets, normals, m_surfacePairs);
     m_problem->setConjugateGradient(budget.conjugateGradientIterations, 0.0005);
     // The damping floor is the fast fit's: the cartoon fit's solves are
     // rarely rejected, and with the floor amm-human-partial ended farther

@@ -32,6 +32,10 @@ public:
                const std::vector<EmbeddedGraphDeformer::Vec3>& normals, std::vector<EmbeddedGraphDeformer::Vec3>& vertices,
                std::vector<EmbeddedGraphDeformer::Vec3>& nodes, Eigen::VectorXf& state,
                const EmbeddedGraphDeformer::SolveBudget& budget) override;
+    void setSurfacePairs(std::vector<EmbeddedGraphDeformer::SurfacePair> pairs) override
+    {
+        m_surfacePairs = std::move(pairs);
+    }
     void initializeVariables(const std::vector<EmbeddedGraphDeformer::Vec3>& restVertices,
                              const std::vector<EmbeddedGraphDeformer::Vec3>& currentVertices,
                              const std::vector<std::vector<std::pair<long long, float>>>& nodeVertices,
@@ -43,6 +47,7 @@ public:
 private:
     float m_rigidity;
     std::unique_ptr<Problem> m_problem;
+    std::vector<EmbeddedGraphDeformer::SurfacePair> m_surfacePairs;
 };
 
 } // namespace Iterative

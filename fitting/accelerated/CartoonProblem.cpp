@@ -59,15 +59,8 @@ Problem::Problem(const EmbeddedGraphLevel& level, std::vector<Vec3> restVertices
             m_influences[v].emplace_back(level.influences[size_t(i)], level.weights[size_t(i)]);
         std::sort(m_influences[v].begin(), m_influences[v].end());
     }
-    for (const ControlPoint& c : m_controls) {
-        std::map<long long, std::vector<std::pair<float, Vec3>>> terms;
-        for (int corner = 0; corner < 3; ++corner) {
-            const long long v = c.corners[corner];
-            for (const auto& [node, w] : m_influences[size_t(v)])
-                terms[node].emplace_back(c.weights[corner] * w, m_rest[size_t(v)] - m_nodes[size_t(node)]);
-        }
-        m_controlTerms.emplace_back(terms.begin(), terms.end());
-    }
+    for (const ControlPoint& c : m_controls)
+        m_controlTerms.push_back(pointTerms(c.corners, c.weights));
     m_paired.assign(m_rest.size(), 0);
     m_pairTargets.assign(m_rest.size(), Vec3::Zero());
     m_pairNormals.assign(m_rest.size(), Vec3::Zero());
@@ -101,8 +94,20 @@ Eigen::VectorXf Problem::identity() const
     return x;
 }
 
+std::vector<std::pair<long long, std::vector<std::pair<float, Vec3>>>> Problem::pointTerms(const long long* corners,
+                                                                                           const float* weights) const
+{
+    std::map<long long, std::vector<std::pair<float, Vec3>>> terms;
+    for (int corner = 0; corner < 3; ++corner) {
+        const long long v = corners[corner];
+        for (const auto& [node, w] : m_influences[size_t(v)])
+            terms[node].emplace_back(weights[corner] * w, m_rest[size_t(v)] - m_nodes[size_t(node)]);
+    }
+    return {terms.begin(), terms.end()};
+}
+
 void Problem::setPairs(const std::vector<long long>& sources, const std::vector<Vec3>& targets,
-                       const std::vector<Vec3>& normals)
+                       const std::vector<Vec3>& normals, std::vector<SurfacePair> surface)
 {
     std::fill(m_paired.begin(), m_paired.end(), 0);
     for (size_t p = 0; p < sources.size(); ++p) {
@@ -110,7 +115,41 @@ void Problem::setPairs(const std::vector<long long>& sources, const std::vector<
         m_pairTargets[size_t(sources[p])] = targets[p];
         m_pairNormals[size_t(sources[p])] = normals[p];
     }
+    m_surface = std::move(surface);
+    m_surfaceTerms.clear();
+    for (const SurfacePair& pair : m_surface)
+        m_surfaceTerms.push_back(pointTerms(pair.corners, pair.weights));
     fillBlocks();
+}
+
+double Problem::surfaceValue(const std::vector<Vec3>& deformed, Vector* gradient) const
+{
+    const float alpha = m_weights.pointToPoint, beta = m_weights.pointToPlane;
+    double total = 0.0;
+    for (size_t i = 0; i < m_surface.size(); ++i) {
+        const SurfacePair& pair = m_surface[i];
+        Vec3 point = Vec3::Zero();
+        for (int corner = 0; corner < 3; ++corner)
+            point += pair.weights[corner] * deformed[size_t(pair.corners[corner])];
+        const Vec3 d = point - pair.target;
+        const Vec3 r = alpha * d;
+        const float plane = beta * d.dot(pair.normal);
+        total += double(r.squaredNorm()) + double(plane) * double(plane);
+        if (!gradient)
+            continue;
+        // The point moves with node k as A_k a + w t_k: J^T r over A_k's
+        // entries is q a^T, over t_k it is w q.
+        const Vec3 q = alpha * r + beta * plane * pair.normal;
+        for (const auto& [k, list] : m_surfaceTerms[i]) {
+            const auto [a, w] = controlSum(list);
+            for (int row = 0; row < 3; ++row) {
+                for (int c = 0; c < 3; ++c)
+                    (*gradient)[aColumn(k, row, c)] += q[row] * a[c];
+                (*gradient)[tColumn(k, row)] += w * q[row];
+            }
+        }
+    }
+    return 0.5 * total;
 }
 
 void Problem::fillBlocks()
@@ -123,6 +162,11 @@ void Problem::fillBlocks()
                 pairNodes.push_back(int(influence.first));
             pairOffsets.push_back((long long)pairNodes.size());
         }
+    for (const auto& terms : m_surfaceTerms) {
+        for (const auto& term : terms)
+            pairNodes.push_back(int(term.first));
+        pairOffsets.push_back((long long)pairNodes.size());
+    }
     std::vector<long long> controlOffsets{0};
     std::vector<int> controlNodes;
     for (const auto& terms : m_controlTerms) {
@@ -141,6 +185,14 @@ void Problem::fillBlocks()
                 m_blocks.pairWeight(slot++) = w;
             }
         }
+    for (size_t i = 0; i < m_surface.size(); ++i) {
+        m_blocks.pairNormal(pair++) = m_surface[i].normal;
+        for (const auto& term : m_surfaceTerms[i]) {
+            const auto [a, w] = controlSum(term.second);
+            m_blocks.pairOffset(slot) = a;
+            m_blocks.pairWeight(slot++) = w;
+        }
+    }
     for (size_t e = 0; e < m_edges.size(); ++e)
         m_blocks.edgeOffset((long long)e) = m_nodes[size_t(m_edges[e].second)] - m_nodes[size_t(m_edges[e].first)];
     slot = 0;
@@ -292,16 +344,28 @@ void Problem::computeJacobian(const Vector& x)
 void Problem::evaluateValue(const Vector& x, float& value, WNewton::Timings*)
 {
     computeResiduals(x, m_r);
-    value = float(0.5 * double(m_r.squaredNorm()));
+    double total = 0.5 * double(m_r.squaredNorm());
+    if (!m_surface.empty()) {
+        std::vector<Vec3> deformed;
+        currentVertices(x, deformed);
+        total += surfaceValue(deformed, nullptr);
+    }
+    value = float(total);
 }
 
 void Problem::evaluateAll(const Vector& x, float& value, Vector& gradient, LinearSystemsSolvers::ProductHolder<float>&,
                           WNewton::Timings*)
 {
     computeResiduals(x, m_r);
-    value = float(0.5 * double(m_r.squaredNorm()));
+    double total = 0.5 * double(m_r.squaredNorm());
     computeJacobian(x);
     gradient = m_J.transpose() * m_r;
+    if (!m_surface.empty()) {
+        std::vector<Vec3> deformed;
+        currentVertices(x, deformed);
+        total += surfaceValue(deformed, &gradient);
+    }
+    value = float(total);
     fillRigidity(x);
     m_preconditioner.collect(m_blocks);
 }

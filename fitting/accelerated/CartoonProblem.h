@@ -13,6 +13,7 @@ namespace Iterative {
 
 using EmbeddedGraphDeformer::ControlPoint;
 using EmbeddedGraphDeformer::EnergyWeights;
+using EmbeddedGraphDeformer::SurfacePair;
 using EmbeddedGraphDeformer::Vec3;
 
 /// The cartoon fit's energy for one graph level: twelve unknowns per node,
@@ -28,6 +29,11 @@ using EmbeddedGraphDeformer::Vec3;
 /// rewrite its values. It gives the gradient; the conjugate gradients'
 /// products and the preconditioner's blocks come from the same Jacobian
 /// held by its structure (`AffineBlockJacobian`), in parallel.
+///
+/// Surface pairs (points on the basemesh's triangles pulled to target
+/// points, four rows each like a vertex pair) change from round to round,
+/// so they stay out of the sparse matrix: their rows enter the products and
+/// blocks as pair groups, and their value and gradient are added here.
 class Problem : public WNewton::MatrixFreeProblem<float>
 {
 public:
@@ -39,7 +45,7 @@ public:
             float rigidity);
 
     void setPairs(const std::vector<long long>& sources, const std::vector<Vec3>& targets,
-                  const std::vector<Vec3>& normals);
+                  const std::vector<Vec3>& normals, std::vector<SurfacePair> surface = {});
     void setConjugateGradient(long long iterations, double tolerance);
 
     void evaluateValue(const Vector& x, float& value, WNewton::Timings* timings) override;
@@ -105,6 +111,16 @@ private:
     std::vector<std::vector<std::pair<long long, float>>> m_influences;
     /// Per control point, the (node, weight, rest offset) terms, by node.
     std::vector<std::vector<std::pair<long long, std::vector<std::pair<float, Vec3>>>>> m_controlTerms;
+    /// Per surface pair, the (node, weight, rest offset) terms of its corners,
+    /// by node, as for a control point.
+    std::vector<SurfacePair> m_surface;
+    std::vector<std::vector<std::pair<long long, std::vector<std::pair<float, Vec3>>>>> m_surfaceTerms;
+    /// The (node, weights, offsets) terms of a point on a triangle.
+    std::vector<std::pair<long long, std::vector<std::pair<float, Vec3>>>> pointTerms(const long long* corners,
+                                                                                      const float* weights) const;
+    /// Half the surface pairs' squared residuals at the deformed vertices;
+    /// with `gradient`, their J^T r is added to it.
+    double surfaceValue(const std::vector<Vec3>& deformed, Vector* gradient) const;
     /// The blocks' values that do not depend on the state, for the pairs set.
     void fillBlocks();
     /// The rigidity rows' J^T J per node at x (none when their weight is 0).

@@ -18,10 +18,6 @@ WelkingWorker2::WelkingWorker2(const QVector<QVector3D>& sourceVertices, const Q
                     normalisedSize, progress, parent),
       m_rigidity(rigidity)
 {
-    // The cartoon energy holds one pair per basemesh vertex (four rows per
-    // vertex), so a coverage pair would replace the vertex's own match
-    // instead of adding to it: coverage pairs are the fast fit's only.
-    m_coverageSamples.clear();
 }
 
 void WelkingWorker2::run(AbstractFactoryFitter* factory)
