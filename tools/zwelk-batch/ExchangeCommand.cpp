@@ -36,7 +36,7 @@ bool prepareSubtool(const QString& path, int index, const QString& texture, Geom
     if (input.goz) {
         // ZWelk needs the mask and group chunks; a file that has them goes
         // over unchanged, unknown chunks included.
-        GeometryStack2::GoZFile goz = *input.goz;
+        GeometryStack2::GoZFile goz = input.goz->toFile();
         if (!goz.vertexMask.empty() && !goz.polygonGroups.empty()) {
             subtool.copyFrom = path;
             return true;

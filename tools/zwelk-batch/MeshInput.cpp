@@ -21,22 +21,22 @@ bool MeshInput::load(const QString& path, MeshInput& input, QString& error)
     }
     const QString suffix = info.suffix().toLower();
     if (suffix == QLatin1String("goz")) {
-        GoZFile goz;
-        if (!goz.read(path)) {
-            error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, goz.readError());
+        auto goz = std::make_shared<GoZMappedFile>();
+        if (!goz->open(path)) {
+            error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, goz->readError());
             return false;
         }
-        if (goz.vertexCount < 1) {
+        if (goz->arrays().vertexCount < 1) {
             error = QStringLiteral("Geometry does not contain vertices: \n%1").arg(path);
             return false;
         }
-        if (goz.polygonCount < 1) {
+        if (goz->arrays().polygonCount < 1) {
             error = QStringLiteral("Geometry does not contain polygons: \n%1").arg(path);
             return false;
         }
         GoZMesh converted;
         QString conversionError;
-        if (!meshFromGoZ(goz, converted, conversionError)) {
+        if (!meshFromGoZ(goz->arrays(), converted, conversionError)) {
             error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, conversionError);
             return false;
         }

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "geometry/GeomStack.h"
-#include "geometry/GoZFile.h"
+#include "geometry/GoZMappedFile.h"
 
-#include <optional>
+#include <memory>
 
 namespace ZWelkBatch {
 
@@ -11,7 +11,9 @@ namespace ZWelkBatch {
 struct MeshInput
 {
     GeometryStack2::GeomStack mesh;
-    std::optional<GeometryStack2::GoZFile> goz; ///< the file's image when it was GoZ
+    /// The file, mapped, when it was GoZ: writers take a copy (`toFile`)
+    /// only when they write it back.
+    std::shared_ptr<const GeometryStack2::GoZMappedFile> goz;
     QVector<quint8> polygonMaskFlags;           ///< 1 per masked polygon; GoZ only
 
     static bool load(const QString& path, MeshInput& input, QString& error);

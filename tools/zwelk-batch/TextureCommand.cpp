@@ -187,8 +187,8 @@ bool loadFiles(const QString& sourcePath, const QString& texturePath, const QStr
     inputs.target = std::move(target.mesh);
     inputs.targetPolygonMask = target.polygonMaskFlags;
     // GoZ files count v from the top of the image.
-    inputs.sourceFromTop = source.goz.has_value();
-    inputs.targetFromTop = target.goz.has_value();
+    inputs.sourceFromTop = source.goz != nullptr;
+    inputs.targetFromTop = target.goz != nullptr;
     return true;
 }
 

@@ -174,7 +174,7 @@ bool writeResultFile(const QString& path, const Models& models, const QVector<QV
     if (QFileInfo(path).suffix().compare(QLatin1String("goz"), Qt::CaseInsensitive) == 0) {
         GeometryStack2::GoZFile goz;
         if (models.baseInput.goz) {
-            goz = *models.baseInput.goz;
+            goz = models.baseInput.goz->toFile();
         } else {
             GeomStack mesh(models.base);
             mesh.setVertices(vertices);
