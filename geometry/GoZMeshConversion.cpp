@@ -144,6 +144,28 @@ bool meshFromGoZ(const GoZArrays& goz, GoZMesh& mesh, QString& error)
     return true;
 }
 
+bool loadGoZMesh(const QString& path, GoZMappedFile& file, GoZMesh& mesh, QString& error)
+{
+    if (!file.open(path)) {
+        error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, file.readError());
+        return false;
+    }
+    if (file.arrays().vertexCount < 1) {
+        error = QStringLiteral("Geometry does not contain vertices: \n%1").arg(path);
+        return false;
+    }
+    if (file.arrays().polygonCount < 1) {
+        error = QStringLiteral("Geometry does not contain polygons: \n%1").arg(path);
+        return false;
+    }
+    QString conversionError;
+    if (!meshFromGoZ(file.arrays(), mesh, conversionError)) {
+        error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, conversionError);
+        return false;
+    }
+    return true;
+}
+
 GoZFile gozFromMesh(const GeomStack& mesh, const QByteArray& name, GoZFrame frame)
 {
     const bool zbrush = frame == GoZFrame::ZBrush;

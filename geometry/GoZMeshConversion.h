@@ -2,6 +2,7 @@
 
 #include "GeomStack.h"
 #include "GoZFile.h"
+#include "GoZMappedFile.h"
 #include "MeshLists.h"
 
 namespace GeometryStack2 {
@@ -22,6 +23,11 @@ struct GoZMesh
 /// ungrouped. Returns false with `error` when an index is out of range.
 bool meshFromGoZ(const GoZArrays& goz, GoZMesh& mesh, QString& error);
 bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error);
+
+/// Maps the GoZ file at `path` into `file` and converts it into `mesh`.
+/// False with a message for the user in `error` when the file cannot be
+/// read, holds no vertex or no polygon, or names a vertex it does not have.
+bool loadGoZMesh(const QString& path, GoZMappedFile& file, GoZMesh& mesh, QString& error);
 
 /// Where `gozFromMesh` puts an OBJ-style mesh.
 enum class GoZFrame

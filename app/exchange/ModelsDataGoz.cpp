@@ -1,6 +1,5 @@
 #include "ModelsDataGoz.h"
 
-#include "geometry/GoZMappedFile.h"
 #include "geometry/GoZMeshConversion.h"
 
 #include <QFile>
@@ -38,25 +37,9 @@ bool ModelsDataGoz::loadGeometry(const QString& path, QString& error, int index)
         return false;
     }
     auto mapped = std::make_unique<GoZMappedFile>();
-    if (!mapped->open(path)) {
-        error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, mapped->readError());
-        return false;
-    }
-    const GoZArrays& arrays = mapped->arrays();
-    if (arrays.vertexCount < 1) {
-        error = QStringLiteral("Geometry does not contain vertices: \n%1").arg(path);
-        return false;
-    }
-    if (arrays.polygonCount < 1) {
-        error = QStringLiteral("Geometry does not contain polygons: \n%1").arg(path);
-        return false;
-    }
     GoZMesh mesh;
-    QString conversionError;
-    if (!meshFromGoZ(arrays, mesh, conversionError)) {
-        error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, conversionError);
+    if (!loadGoZMesh(path, *mapped, mesh, error))
         return false;
-    }
     m_vertexMasks[index] = mesh.vertexMask;
     m_polygonMaskFlags[index] = mesh.polygonMaskFlags;
     const MeshLists& l = mesh.lists;

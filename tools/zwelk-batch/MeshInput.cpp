@@ -22,24 +22,9 @@ bool MeshInput::load(const QString& path, MeshInput& input, QString& error)
     const QString suffix = info.suffix().toLower();
     if (suffix == QLatin1String("goz")) {
         auto goz = std::make_shared<GoZMappedFile>();
-        if (!goz->open(path)) {
-            error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, goz->readError());
-            return false;
-        }
-        if (goz->arrays().vertexCount < 1) {
-            error = QStringLiteral("Geometry does not contain vertices: \n%1").arg(path);
-            return false;
-        }
-        if (goz->arrays().polygonCount < 1) {
-            error = QStringLiteral("Geometry does not contain polygons: \n%1").arg(path);
-            return false;
-        }
         GoZMesh converted;
-        QString conversionError;
-        if (!meshFromGoZ(goz->arrays(), converted, conversionError)) {
-            error = QStringLiteral("Cannot read GoZ file: \n%1\n%2").arg(path, conversionError);
+        if (!loadGoZMesh(path, *goz, converted, error))
             return false;
-        }
         const MeshLists& l = converted.lists;
         input.mesh = GeomStack(l.vertices, l.vertexIndices, l.polygonSizes, l.polygonOffsets, l.texCoords,
                                l.texCoordIndices, {}, l.polygroupIds, l.polygroupNames, l.materialIds,
