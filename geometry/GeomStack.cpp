@@ -148,13 +148,17 @@ QVector<QVector3D> GeomStack::computeNormals(const QVector<QVector3D>& vertices,
             const int first = offsets[p];
             const int size = offsets[p + 1] - first;
             for (int i = 0; i < size; ++i) {
-                const int centreCorner = first + (i + 1) % size;
-                const int centre = corners[centreCorner];
+                // Corners i + 1 and i + 2 around the polygon, wrapped by a
+                // compare: a division per corner cost more than the rest of
+                // its arithmetic.
+                const int centreIndex = i + 1 < size ? i + 1 : i + 1 - size;
+                const int nextIndex = centreIndex + 1 < size ? centreIndex + 1 : centreIndex + 1 - size;
+                const int centre = corners[first + centreIndex];
                 if (centre < begin || centre >= end)
                     continue;
                 const QVector3D& c = positions[centre];
                 // Scaled by 1000 so that tiny edges keep a cross product in float.
-                const QVector3D a = (positions[corners[first + (i + 2) % size]] - c) * 1000.0f;
+                const QVector3D a = (positions[corners[first + nextIndex]] - c) * 1000.0f;
                 const QVector3D b = (positions[corners[first + i]] - c) * 1000.0f;
                 sums[centre] += InlineVector3D::normalized(InlineVector3D::crossProduct(a, b));
             }

@@ -124,7 +124,7 @@ bool ModelsData::isClean(const GeometryStack2::GeomStack& mesh)
             for (int i = 0; i < size; ++i) {
                 const int from = corners[first + i];
                 if (from >= begin && from < end)
-                    ends[size_t(next[size_t(from)]++)] = corners[first + (i + 1) % size];
+                    ends[size_t(next[size_t(from)]++)] = corners[first + (i + 1 < size ? i + 1 : 0)];
             }
         }
     });
