@@ -2,22 +2,19 @@
 
 #include "HugePages.h"
 #include "InlineVector3D.h"
+#include "ObjChunkParser.h"
+#include "ObjPlainLoader.h"
+#include "ObjReaderTBB.h"
+
+#include <QDebug>
+#include <QFile>
 
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 
 #include <algorithm>
-
-#include "ObjPlainLoader.h"
-#include "ObjChunkParser.h"
-#include "ObjReaderTBB.h"
-
-#include <QFile>
-
 #include <cmath>
-
-#include <QDebug>
 
 namespace GeometryStack2 {
 
