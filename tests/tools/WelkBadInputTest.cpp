@@ -311,10 +311,14 @@ TEST_F(WelkBadInput, LandmarkFilesReproduceTheFitWithEquivalentPointFiles)
     };
     const QStringList common{QStringLiteral("welk"), QStringLiteral("--base"), base, QStringLiteral("--target"), scan};
     BatchRun run = zwelkBatch(common + QStringList{QStringLiteral("-o"), path(QStringLiteral("points.obj")),
+                                                   QStringLiteral("--json"), QStringLiteral("--report"),
+                                                   path(QStringLiteral("points.json")),
                                                    QStringLiteral("--points-base"), pointFile(QStringLiteral("b.json"), basePoints),
                                                    QStringLiteral("--points-target"), pointFile(QStringLiteral("t.json"), scanPoints)});
     ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    const QJsonObject byPointsJson = QJsonDocument::fromJson(run.out.toUtf8()).object();
     run = zwelkBatch(common + QStringList{QStringLiteral("-o"), path(QStringLiteral("landmarks.obj")), QStringLiteral("--json"),
+                                          QStringLiteral("--report"), path(QStringLiteral("landmarks.json")),
                                           QStringLiteral("--landmarks-base"),
                                           landmarkFile(QStringLiteral("b.csv"), basePoints, baseTriangles),
                                           QStringLiteral("--landmarks-target"),
@@ -327,18 +331,32 @@ TEST_F(WelkBadInput, LandmarkFilesReproduceTheFitWithEquivalentPointFiles)
         EXPECT_LT(d.toDouble(), 1e-4);
     EXPECT_EQ(json[QStringLiteral("landmarks")].toObject()[QStringLiteral("count")].toInt(), 3);
 
+    // Both fits reach the scan and the landmarks equally well.
+    const auto figure = [](const QJsonObject& report, const char* group, const char* key) {
+        return report[QLatin1String(group)].toObject()[QLatin1String(key)].toDouble();
+    };
+    for (const auto& [group, key] : {std::pair{"resultToTarget", "rms"}, std::pair{"targetToResult", "rms"},
+                                     std::pair{"landmarks", "mean"}}) {
+        const double points = figure(byPointsJson, group, key), landmarks = figure(json, group, key);
+        EXPECT_GT(points, 0.0) << group;
+        EXPECT_NEAR(landmarks, points, 0.02 * points) << group << " " << key;
+    }
+
+    // The positions' last digits move the landmarks by about 1e-7. A fit that
+    // matches by nearest vertex is not a continuous function of its input at
+    // that scale: such a move can tip one vertex's nearest target vertex or
+    // one step's acceptance, and the two fits then part locally (on this
+    // pair by up to 0.8 with coverage pairs off, and by 5.7 with six rounds
+    // per level, on a model 25 units across). So the shapes are compared on
+    // average: a landmark projected wrongly, or a correspondence lost, moves
+    // a whole region and the mean with it.
     const GeometryStack2::GeomStack byPoints(path(QStringLiteral("points.obj")), error);
     const GeometryStack2::GeomStack byLandmarks(path(QStringLiteral("landmarks.obj")), error);
     ASSERT_EQ(byPoints.vertexCount(), byLandmarks.vertexCount());
-    // The positions' last digits move the landmarks by about 1e-7, which a
-    // fit of a model 25 units across turns into a few thousandths at most.
     double sum = 0;
-    for (int v = 0; v < byPoints.vertexCount(); ++v) {
-        const float d = (byPoints.vertices()[v] - byLandmarks.vertices()[v]).length();
-        EXPECT_LT(d, 0.01f) << v;
-        sum += double(d);
-    }
-    EXPECT_LT(sum / byPoints.vertexCount(), 1e-3);
+    for (int v = 0; v < byPoints.vertexCount(); ++v)
+        sum += double((byPoints.vertices()[v] - byLandmarks.vertices()[v]).length());
+    EXPECT_LT(sum / byPoints.vertexCount(), 0.01);
 }
 
 TEST_F(WelkBadInput, RealLandmarkFilesOfTheFaceTemplate)
