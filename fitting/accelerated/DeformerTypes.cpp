@@ -42,4 +42,14 @@ Vec3 rotateMRP(const Vec3& s, const Vec3& a, Eigen::Matrix3f* derivative)
     return a + c1 * B + c2 * A;
 }
 
+Eigen::Matrix3f ratesOfMRP(const Vec3& s)
+{
+    const float q = s.squaredNorm();
+    const float d = 1.0f + q;
+    const float c = 4.0f / (d * d);
+    Eigen::Matrix3f W = (2.0f * c) * (cross(s) + s * s.transpose());
+    W.diagonal().array() += c * (1.0f - q);
+    return W;
+}
+
 } // namespace EmbeddedGraphDeformer

@@ -66,4 +66,9 @@ Eigen::Matrix3f rotationFromMRP(const Vec3& s);
 /// R(s) a, and its 3x3 derivative with respect to s.
 Vec3 rotateMRP(const Vec3& s, const Vec3& a, Eigen::Matrix3f* derivative = nullptr);
 
+/// The angular velocities of R(s) per parameter, as columns:
+/// dR/ds_i R^T = [W e_i]x, so that d(R a)/ds = [-R a]x W.
+/// W = 4 ((1 - q) I + 2 [s]x + 2 s s^T) / d^2.
+Eigen::Matrix3f ratesOfMRP(const Vec3& s);
+
 } // namespace EmbeddedGraphDeformer

@@ -203,34 +203,6 @@ void Problem::updateRotations(const Vector& x)
     });
 }
 
-void Problem::updateRotationDerivatives(const Vector& x)
-{
-    // d(R a)/ds is linear in a: its column i is (dR/ds_i) a. The three
-    // matrices dR/ds_i of a node, formed once per Jacobian, turn each of the
-    // node's blocks into three matrix-vector products.
-    m_rotationDerivatives.resize(m_nodes.size());
-    forRange((long long)m_nodes.size(), m_parallel, [&](long long begin, long long end) {
-        Eigen::Matrix3f D;
-        for (long long n = begin; n < end; ++n) {
-            Eigen::Matrix<float, 3, 9>& G = m_rotationDerivatives[size_t(n)];
-            for (int j = 0; j < 3; ++j) {
-                rotateMRP(x.segment<3>(6 * n), Vec3::Unit(j), &D);
-                for (int i = 0; i < 3; ++i)
-                    G.col(3 * i + j) = D.col(i);
-            }
-        }
-    });
-}
-
-Eigen::Matrix3f Problem::rotationDerivative(long long node, const Vec3& a) const
-{
-    const Eigen::Matrix<float, 3, 9>& G = m_rotationDerivatives[size_t(node)];
-    Eigen::Matrix3f D;
-    for (int i = 0; i < 3; ++i)
-        D.col(i) = G.block<3, 3>(0, 3 * i) * a;
-    return D;
-}
-
 Vec3 Problem::deformedVertex(long long v, const Vector& x, const std::vector<Eigen::Matrix3f>& rotations) const
 {
     Vec3 result = Vec3::Zero();
@@ -289,7 +261,10 @@ void Problem::computeResiduals(const Vector& x, Vector& r)
 void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
 {
     computeResiduals(x, r);
-    updateRotationDerivatives(x);
+    forRange((long long)m_nodes.size(), m_parallel, [&](long long begin, long long end) {
+        for (long long n = begin; n < end; ++n)
+            m_jacobian.nodeRates(n) = ratesOfMRP(x.segment<3>(6 * n));
+    });
     const long long pairs = (long long)m_sources.size();
     const std::vector<long long>& pairOffsets = m_jacobian.pairOffsets();
     forRange(pairs, m_parallel, [&](long long begin, long long end) {
@@ -299,7 +274,7 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
             for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i, ++slot) {
                 const long long k = m_level.influences[size_t(i)];
                 const float w = m_level.weights[size_t(i)];
-                m_jacobian.pairRotation(slot) = w * rotationDerivative(k, m_rest[size_t(v)] - m_nodes[size_t(k)]);
+                m_jacobian.pairArm(slot) = w * arm(k, m_rest[size_t(v)] - m_nodes[size_t(k)]);
                 m_jacobian.pairWeight(slot) = w;
             }
         }
@@ -309,14 +284,14 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
         for (long long s = begin; s < end; ++s) {
             const long long first = pairOffsets[size_t(pairs + s)], last = pairOffsets[size_t(pairs + s) + 1];
             fillPointBlocks(m_surface[size_t(s)].corners, m_surface[size_t(s)].weights, pairNodes.data() + first,
-                            last - first, &m_jacobian.pairRotation(first), &m_jacobian.pairWeight(first));
+                            last - first, &m_jacobian.pairArm(first), &m_jacobian.pairWeight(first));
         }
     });
 
     forRange((long long)m_edges.size(), m_parallel, [&](long long begin, long long end) {
         for (long long e = begin; e < end; ++e) {
             const long long j = m_edges[size_t(e)].first, k = m_edges[size_t(e)].second;
-            m_jacobian.edgeRotation(e) = rotationDerivative(j, m_nodes[size_t(k)] - m_nodes[size_t(j)]);
+            m_jacobian.edgeArm(e) = arm(j, m_nodes[size_t(k)] - m_nodes[size_t(j)]);
         }
     });
 
@@ -325,15 +300,15 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
     for (size_t c = 0; c < m_controls.size(); ++c) {
         const long long first = controlOffsets[c], last = controlOffsets[c + 1];
         fillPointBlocks(m_controls[c].corners, m_controls[c].weights, controlNodes.data() + first, last - first,
-                        &m_jacobian.controlRotation(first), &m_jacobian.controlTranslation(first));
+                        &m_jacobian.controlArm(first), &m_jacobian.controlTranslation(first));
     }
     m_sparseValuesCurrent = false;
 }
 
 void Problem::fillPointBlocks(const long long* corners, const float* weights, const int* nodes, long long count,
-                              Eigen::Matrix3f* rotations, float* translations) const
+                              Vec3* arms, float* translations) const
 {
-    std::fill(rotations, rotations + count, Eigen::Matrix3f::Zero());
+    std::fill(arms, arms + count, Vec3::Zero());
     std::fill(translations, translations + count, 0.0f);
     for (int c = 0; c < 3; ++c) {
         const long long v = corners[c];
@@ -341,7 +316,7 @@ void Problem::fillPointBlocks(const long long* corners, const float* weights, co
             const long long k = m_level.influences[size_t(i)];
             const float w = weights[c] * m_level.weights[size_t(i)];
             const long long slot = std::lower_bound(nodes, nodes + count, int(k)) - nodes;
-            rotations[slot] += w * rotationDerivative(k, m_rest[size_t(v)] - m_nodes[size_t(k)]);
+            arms[slot] += w * arm(k, m_rest[size_t(v)] - m_nodes[size_t(k)]);
             translations[slot] += w;
         }
     }
@@ -372,7 +347,7 @@ void Problem::fillSparseValues()
             for (int row = 0; row < 4; ++row)
                 at[row] = offsets[size_t(4 * p + row)];
             for (long long slot = pairOffsets[size_t(p)]; slot < pairOffsets[size_t(p) + 1]; ++slot) {
-                const Eigen::Matrix3f& D = J.pairRotation(slot);
+                const Eigen::Matrix3f D = J.pairBlock(slot);
                 const float w = J.pairWeight(slot);
                 const Eigen::RowVector3f nD = n.transpose() * D;
                 for (int row = 0; row < 3; ++row) {
@@ -395,7 +370,7 @@ void Problem::fillSparseValues()
     const float gamma = m_weights.smoothness;
     forRange((long long)m_edges.size(), m_parallel, [&](long long begin, long long end) {
         for (long long e = begin; e < end; ++e) {
-            const Eigen::Matrix3f& D = J.edgeRotation(e);
+            const Eigen::Matrix3f D = J.edgeBlock(e);
             for (int row = 0; row < 3; ++row) {
                 float* out = &values[size_t(offsets[size_t(edgeRow + 3 * e + row)])];
                 for (int c = 0; c < 3; ++c)
@@ -412,8 +387,9 @@ void Problem::fillSparseValues()
         for (int row = 0; row < 3; ++row) {
             float* out = &values[size_t(offsets[size_t(controlRow + 3 * c + row)])];
             for (long long slot = controlOffsets[size_t(c)]; slot < controlOffsets[size_t(c) + 1]; ++slot, out += 4) {
+                const Eigen::Matrix3f D = J.controlBlock(slot);
                 for (int col = 0; col < 3; ++col)
-                    out[col] = kappa * J.controlRotation(slot)(row, col);
+                    out[col] = kappa * D(row, col);
                 out[3] = kappa * J.controlTranslation(slot);
             }
         }

@@ -123,15 +123,15 @@ private:
     Vec3 deformedVertex(long long v, const Vector& x, const std::vector<Eigen::Matrix3f>& rotations) const;
     /// The blocks of a point on a triangle (three corners, barycentric
     /// weights), d point / d node summed over the corners each node moves,
-    /// for its `count` nodes (ascending) from `rotations` and `translations`
-    /// on: a control point's or a surface pair's.
+    /// for its `count` nodes (ascending), as arms from `arms` and
+    /// translation factors from `translations` on: a control point's or a
+    /// surface pair's.
     void fillPointBlocks(const long long* corners, const float* weights, const int* nodes, long long count,
-                         Eigen::Matrix3f* rotations, float* translations) const;
+                         Vec3* arms, float* translations) const;
     long long pairCount() const { return (long long)(m_sources.size() + m_surface.size()); }
     void updateRotations(const Vector& x);
-    void updateRotationDerivatives(const Vector& x);
-    /// d(R_node a)/ds from the node's derivative matrices.
-    Eigen::Matrix3f rotationDerivative(long long node, const Vec3& a) const;
+    /// The arm of a block: d(R_node a)/ds = [arm]x W_node (see NodeBlockJacobian).
+    Vec3 arm(long long node, const Vec3& a) const { return -(m_rotations[size_t(node)] * a); }
 
     const WelkingAcceleratedVersion::EmbeddedGraphLevel& m_level;
     std::vector<Vec3> m_rest;
@@ -148,8 +148,6 @@ private:
     /// Per control point, the nodes that move it (unique).
     std::vector<std::vector<long long>> m_controlNodes;
     std::vector<Eigen::Matrix3f> m_rotations;
-    /// Per node dR/ds_0, dR/ds_1, dR/ds_2 side by side.
-    std::vector<Eigen::Matrix<float, 3, 9>> m_rotationDerivatives;
     NodeBlockJacobian m_jacobian;
     JacobianSparseStorage m_storage;
     bool m_sparsePatternCurrent = false;

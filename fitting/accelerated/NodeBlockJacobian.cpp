@@ -7,24 +7,41 @@ namespace IterativeSolverDeformer {
 
 namespace {
 
-// The products' inner steps on plain floats: at -O2 GCC leaves Eigen's
-// fixed-size 3x3 products as calls, which cost more than the arithmetic.
+// The products' inner steps on plain floats: GCC leaves Eigen's small
+// fixed-size products as calls, which cost more than the arithmetic.
 // Matrices are Eigen's column-major 3x3.
 
-/// d += M x + w t
-inline void addRotated(const float* M, const float* x, float w, const float* t, float* d)
+/// d += q x y + w t
+inline void addTurned(const float* q, const float* y, float w, const float* t, float* d)
 {
-    for (int r = 0; r < 3; ++r)
-        d[r] += M[r] * x[0] + M[r + 3] * x[1] + M[r + 6] * x[2] + w * t[r];
+    d[0] += q[1] * y[2] - q[2] * y[1] + w * t[0];
+    d[1] += q[2] * y[0] - q[0] * y[2] + w * t[1];
+    d[2] += q[0] * y[1] - q[1] * y[0] + w * t[2];
 }
 
-/// s += M^T g, t += w g
-inline void scatter(const float* M, const float* g, float w, float* s, float* t)
+/// d += q x y
+inline void addCross(const float* q, const float* y, float* d)
 {
-    for (int c = 0; c < 3; ++c)
-        s[c] += M[3 * c] * g[0] + M[3 * c + 1] * g[1] + M[3 * c + 2] * g[2];
+    d[0] += q[1] * y[2] - q[2] * y[1];
+    d[1] += q[2] * y[0] - q[0] * y[2];
+    d[2] += q[0] * y[1] - q[1] * y[0];
+}
+
+/// a += g x q, t += w g
+inline void scatter(const float* q, const float* g, float w, float* a, float* t)
+{
+    a[0] += g[1] * q[2] - g[2] * q[1];
+    a[1] += g[2] * q[0] - g[0] * q[2];
+    a[2] += g[0] * q[1] - g[1] * q[0];
     for (int r = 0; r < 3; ++r)
         t[r] += w * g[r];
+}
+
+Eigen::Matrix3f crossMatrix(const Vec3& q)
+{
+    Eigen::Matrix3f m;
+    m << 0.0f, -q.z(), q.y(), q.z(), 0.0f, -q.x(), -q.y(), q.x(), 0.0f;
+    return m;
 }
 
 } // namespace
@@ -43,10 +60,31 @@ void NodeBlockJacobian::setPattern(long long nodes, std::vector<long long> pairO
     m_groups.set(nodes, std::move(pairOffsets), std::move(pairNodes), edges, std::move(controlOffsets),
                  std::move(controlList));
     m_pairNormals.resize(size_t(pairs()));
-    m_rotations.resize(size_t(m_groups.blocks()));
+    m_rates.resize(size_t(nodes), Matrix3::Identity());
+    m_arms.resize(size_t(m_groups.blocks()));
     m_translations.resize(size_t(m_groups.blocks()));
     std::fill(m_translations.begin() + m_groups.edgeBlock, m_translations.begin() + m_groups.controlBlock, 1.0f);
     m_reduced.resize(3 * size_t(m_groups.groups()));
+    m_rated.resize(3 * size_t(nodes));
+}
+
+NodeBlockJacobian::Matrix3 NodeBlockJacobian::block(long long index, long long node) const
+{
+    return crossMatrix(m_arms[size_t(index)]) * m_rates[size_t(node)];
+}
+
+void NodeBlockJacobian::rateNodes(const Vector& v, bool parallel) const
+{
+    float* y = m_rated.data();
+    const float* x = v.data();
+    forRange(m_groups.nodes, parallel, [&](long long begin, long long end) {
+        for (long long k = begin; k < end; ++k) {
+            const float* W = m_rates[size_t(k)].data();
+            const float* s = x + 6 * k;
+            for (int r = 0; r < 3; ++r)
+                y[3 * k + r] = W[r] * s[0] + W[r + 3] * s[1] + W[r + 6] * s[2];
+        }
+    }, 2048);
 }
 
 void NodeBlockJacobian::gather(Vector& out, bool parallel) const
@@ -56,21 +94,22 @@ void NodeBlockJacobian::gather(Vector& out, bool parallel) const
     const NodeIncidence& in = m_groups.incidence;
     forRange(m_groups.nodes, parallel, [&](long long begin, long long end) {
         for (long long k = begin; k < end; ++k) {
-            float s[3] = {0.0f, 0.0f, 0.0f}, t[3] = {0.0f, 0.0f, 0.0f};
+            float a[3] = {0.0f, 0.0f, 0.0f}, t[3] = {0.0f, 0.0f, 0.0f};
             const long long split = in.split[size_t(k)];
             for (long long e = in.offsets[size_t(k)]; e < split; ++e) {
                 const int block = in.block[size_t(e)];
-                scatter(m_rotations[size_t(block)].data(), reduced + 3 * (long long)in.group[size_t(e)],
-                        m_translations[size_t(block)], s, t);
+                scatter(m_arms[size_t(block)].data(), reduced + 3 * (long long)in.group[size_t(e)],
+                        m_translations[size_t(block)], a, t);
             }
             for (long long e = split; e < in.offsets[size_t(k) + 1]; ++e) {
                 const float* g = reduced + 3 * (long long)in.group[size_t(e)];
                 for (int r = 0; r < 3; ++r)
                     t[r] -= g[r];
             }
+            const float* W = m_rates[size_t(k)].data();
             float* o = out.data() + 6 * k;
             for (int r = 0; r < 3; ++r) {
-                o[r] = s[r];
+                o[r] = W[3 * r] * a[0] + W[3 * r + 1] * a[1] + W[3 * r + 2] * a[2];
                 o[3 + r] = t[r];
             }
         }
@@ -79,23 +118,27 @@ void NodeBlockJacobian::gather(Vector& out, bool parallel) const
 
 void NodeBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool parallel) const
 {
+    rateNodes(v, parallel);
     const float* x = v.data();
+    const float* y = m_rated.data();
     float* reduced = m_reduced.data();
     reducePairsAndControls(m_groups, m_pairNormals, m_weights, reduced, parallel,
                            [&](long long block, long long k, float* d) {
-                               addRotated(m_rotations[size_t(block)].data(), x + 6 * k, m_translations[size_t(block)],
-                                          x + 6 * k + 3, d);
+                               addTurned(m_arms[size_t(block)].data(), y + 3 * k, m_translations[size_t(block)],
+                                         x + 6 * k + 3, d);
                            });
     const float g2 = m_weights.smoothness * m_weights.smoothness;
     const long long edgeGroup = pairs();
     forRange(edges(), parallel, [&](long long begin, long long end) {
         for (long long e = begin; e < end; ++e) {
             const long long j = m_groups.edgeNodes[size_t(2 * e)], k = m_groups.edgeNodes[size_t(2 * e + 1)];
-            const float* M = m_rotations[size_t(m_groups.edgeBlock + e)].data();
-            const float *s = x + 6 * j, *tj = x + 6 * j + 3, *tk = x + 6 * k + 3;
+            const float* q = m_arms[size_t(m_groups.edgeBlock + e)].data();
+            const float *yj = y + 3 * j, *tj = x + 6 * j + 3, *tk = x + 6 * k + 3;
+            float d[3] = {tj[0] - tk[0], tj[1] - tk[1], tj[2] - tk[2]};
+            addCross(q, yj, d);
             float* g = reduced + 3 * (edgeGroup + e);
             for (int r = 0; r < 3; ++r)
-                g[r] = g2 * (M[r] * s[0] + M[r + 3] * s[1] + M[r + 6] * s[2] + tj[r] - tk[r]);
+                g[r] = g2 * d[r];
         }
     }, 1024);
     gather(out, parallel);
@@ -134,7 +177,7 @@ void NodeBlockJacobian::multiply(const Vector& v, Vector& out, bool parallel) co
             Vec3 d = Vec3::Zero();
             for (long long i = m_groups.pairOffsets[size_t(p)]; i < m_groups.pairOffsets[size_t(p) + 1]; ++i) {
                 const long long k = m_groups.pairNodes[size_t(i)];
-                d += m_rotations[size_t(i)] * v.segment<3>(6 * k) + m_translations[size_t(i)] * v.segment<3>(6 * k + 3);
+                d += pairBlock(i) * v.segment<3>(6 * k) + m_translations[size_t(i)] * v.segment<3>(6 * k + 3);
             }
             out.segment<3>(4 * p) = m_weights.pointToPoint * d;
             out[4 * p + 3] = m_weights.pointToPlane * m_pairNormals[size_t(p)].dot(d);
@@ -145,14 +188,14 @@ void NodeBlockJacobian::multiply(const Vector& v, Vector& out, bool parallel) co
             const long long j = m_groups.edgeNodes[size_t(2 * e)], k = m_groups.edgeNodes[size_t(2 * e + 1)];
             out.segment<3>(edgeRow + 3 * e) =
                 m_weights.smoothness *
-                (m_rotations[size_t(m_groups.edgeBlock + e)] * v.segment<3>(6 * j) + v.segment<3>(6 * j + 3) - v.segment<3>(6 * k + 3));
+                (edgeBlock(e) * v.segment<3>(6 * j) + v.segment<3>(6 * j + 3) - v.segment<3>(6 * k + 3));
         }
     });
     for (long long c = 0; c < controls(); ++c) {
         Vec3 d = Vec3::Zero();
         for (long long i = m_groups.controlOffsets[size_t(c)]; i < m_groups.controlOffsets[size_t(c) + 1]; ++i) {
             const long long k = m_groups.controlNodes[size_t(i)];
-            d += m_rotations[size_t(m_groups.controlBlock + i)] * v.segment<3>(6 * k) + m_translations[size_t(m_groups.controlBlock + i)] * v.segment<3>(6 * k + 3);
+            d += controlBlock(i) * v.segment<3>(6 * k) + m_translations[size_t(m_groups.controlBlock + i)] * v.segment<3>(6 * k + 3);
         }
         out.segment<3>(controlRow + 3 * c) = m_weights.controlPoints * d;
     }
@@ -169,33 +212,38 @@ void NodeBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) co
     forRange(m_groups.nodes, parallel, [&](long long begin, long long end) {
         for (long long k = begin; k < end; ++k) {
             // [M^T S M, w M^T S; w S M, w^2 S] for rows that reach the node
-            // through M and w and are weighted by S (3x3).
+            // through M = Q W (Q = [q]x) and w and are weighted by S (3x3).
             // S is a multiple c of I, plus b2 n n^T for a pair: M^T S M =
-            // c M^T M + b2 m m^T and S M = c M + b2 n m^T with m = M^T n,
-            // which is a third of the arithmetic of forming S.
-            Matrix3 MSM = Matrix3::Zero(), SM = Matrix3::Zero(), wwS = Matrix3::Zero();
-            for (long long e = m_groups.incidence.offsets[size_t(k)]; e < m_groups.incidence.offsets[size_t(k) + 1]; ++e) {
+            // W^T (c Q^T Q + b2 m m^T) W and S M = (c Q + b2 n m^T) W with
+            // m = Q^T n = n x q; Q^T Q = |q|^2 I - q q^T. The node's W is
+            // applied once, after the sums.
+            Matrix3 QSQ = Matrix3::Zero(), SQ = Matrix3::Zero(), wwS = Matrix3::Zero();
+            const long long split = m_groups.incidence.split[size_t(k)];
+            for (long long e = m_groups.incidence.offsets[size_t(k)]; e < split; ++e) {
                 const long long group = m_groups.incidence.group[size_t(e)];
                 const int block = m_groups.incidence.block[size_t(e)];
                 const bool pair = group < edgeGroup;
                 const float c = pair ? a2 : (group < controlGroup ? g2 : k2);
-                const Vec3 n = pair ? m_pairNormals[size_t(group)] : Vec3::Zero();
-                const float w = block < 0 ? 1.0f : m_translations[size_t(block)];
+                const float w = m_translations[size_t(block)];
                 const float ww = w * w;
+                const Vec3& q = m_arms[size_t(block)];
                 wwS.diagonal().array() += ww * c;
-                if (pair)
-                    wwS.noalias() += (ww * b2) * n * n.transpose();
-                if (block < 0)
-                    continue;
-                const Matrix3& M = m_rotations[size_t(block)];
-                MSM.noalias() += c * M.transpose() * M;
-                SM += (w * c) * M;
+                QSQ.diagonal().array() += c * q.squaredNorm();
+                QSQ.noalias() -= c * q * q.transpose();
+                SQ.noalias() += (w * c) * crossMatrix(q);
                 if (pair) {
-                    const Vec3 m = M.transpose() * n;
-                    MSM.noalias() += b2 * m * m.transpose();
-                    SM.noalias() += (w * b2) * n * m.transpose();
+                    const Vec3& n = m_pairNormals[size_t(group)];
+                    const Vec3 m = n.cross(q);
+                    wwS.noalias() += (ww * b2) * n * n.transpose();
+                    QSQ.noalias() += b2 * m * m.transpose();
+                    SQ.noalias() += (w * b2) * n * m.transpose();
                 }
             }
+            // The far ends of edges: the translation only, with -1.
+            wwS.diagonal().array() += g2 * float(m_groups.incidence.offsets[size_t(k) + 1] - split);
+            const Matrix3& W = m_rates[size_t(k)];
+            const Matrix3 MSM = W.transpose() * QSQ * W;
+            const Matrix3 SM = SQ * W;
             Block& block = blocks[size_t(k)];
             block.topLeftCorner<3, 3>() = MSM;
             block.topRightCorner<3, 3>() = SM.transpose();
@@ -216,7 +264,7 @@ Eigen::MatrixXd NodeBlockJacobian::dense() const
         Eigen::MatrixXd d = Eigen::MatrixXd::Zero(3, columns());
         for (long long i = m_groups.pairOffsets[size_t(p)]; i < m_groups.pairOffsets[size_t(p) + 1]; ++i) {
             const long long k = m_groups.pairNodes[size_t(i)];
-            d.block<3, 3>(0, 6 * k) += m_rotations[size_t(i)].cast<double>();
+            d.block<3, 3>(0, 6 * k) += pairBlock(i).cast<double>();
             d.block<3, 3>(0, 6 * k + 3).diagonal().array() += double(m_translations[size_t(i)]);
         }
         J.middleRows(4 * p, 3) = double(m_weights.pointToPoint) * d;
@@ -225,12 +273,12 @@ Eigen::MatrixXd NodeBlockJacobian::dense() const
     const long long edgeRow = 4 * pairs(), controlRow = edgeRow + 3 * edges();
     for (long long e = 0; e < edges(); ++e) {
         const long long j = m_groups.edgeNodes[size_t(2 * e)], k = m_groups.edgeNodes[size_t(2 * e + 1)];
-        put(edgeRow + 3 * e, j, m_rotations[size_t(m_groups.edgeBlock + e)], 1.0, m_weights.smoothness);
+        put(edgeRow + 3 * e, j, edgeBlock(e), 1.0, m_weights.smoothness);
         J.block<3, 3>(edgeRow + 3 * e, 6 * k + 3).diagonal().array() -= double(m_weights.smoothness);
     }
     for (long long c = 0; c < controls(); ++c)
         for (long long i = m_groups.controlOffsets[size_t(c)]; i < m_groups.controlOffsets[size_t(c) + 1]; ++i)
-            put(controlRow + 3 * c, m_groups.controlNodes[size_t(i)], m_rotations[size_t(m_groups.controlBlock + i)],
+            put(controlRow + 3 * c, m_groups.controlNodes[size_t(i)], controlBlock(i),
                 m_translations[size_t(m_groups.controlBlock + i)], m_weights.controlPoints);
     return J;
 }

@@ -22,16 +22,22 @@ namespace IterativeSolverDeformer {
 ///   translation factor c; its three rows are kappa sum (B ds + c dt).
 /// Rows are in that order: pairs, edges, control points.
 ///
-/// A product reads nine floats and a weight per influence where the general
-/// sparse form read eighteen values and eighteen column indices, twice: the
-/// fit spends nearly all its time in J^T J v, bound by memory traffic.
+/// Every block is a cross product after the node's own 3x3: a change ds of a
+/// node's parameters turns it by the angle W ds (W, the node's rates, being
+/// the three angular velocities dR/ds_i R^T), so dR/ds a = [-R a]x W. A
+/// block is therefore kept as its arm q = -w R a (summed over corners for a
+/// control point) and D = [q]x W: three floats and a weight per influence,
+/// where the full blocks took nine and the entry-by-entry form eighteen
+/// values and eighteen column indices. The fit spends nearly all its time in
+/// J^T J v, bound by memory traffic.
 ///
-/// Products run in two passes: each row group first reduces its rows to
-/// one 3-vector g (in parallel, one group a task), then each node gathers
-/// M^T g and w g from the groups that touch it, in a fixed order. No node is
-/// written by two tasks, so there are no per-thread copies of the output to
-/// clear and add (on the finest level they cost more than the arithmetic),
-/// and the result is the same whatever the scheduling.
+/// Products run in passes: each node's W ds first (y, once per node); each
+/// row group then reduces its rows to one 3-vector g (in parallel, one group
+/// a task); then each node gathers W^T sum (g x q) and sum w g from the
+/// groups that touch it, in a fixed order. No node is written by two tasks,
+/// so there are no per-thread copies of the output to clear and add (on the
+/// finest level they cost more than the arithmetic), and the result is the
+/// same whatever the scheduling.
 class NodeBlockJacobian
 {
 public:
@@ -61,14 +67,27 @@ public:
     // The values, filled by the problem at every Jacobian.
     const std::vector<long long>& pairOffsets() const { return m_groups.pairOffsets; }
     const std::vector<int>& pairNodes() const { return m_groups.pairNodes; }
-    Matrix3& pairRotation(long long slot) { return m_rotations[size_t(slot)]; }
+    /// A node's rates W (see above).
+    Matrix3& nodeRates(long long node) { return m_rates[size_t(node)]; }
+    Vec3& pairArm(long long slot) { return m_arms[size_t(slot)]; }
     float& pairWeight(long long slot) { return m_translations[size_t(slot)]; }
     Vec3& pairNormal(long long pair) { return m_pairNormals[size_t(pair)]; }
-    Matrix3& edgeRotation(long long edge) { return m_rotations[size_t(m_groups.edgeBlock + edge)]; }
+    Vec3& edgeArm(long long edge) { return m_arms[size_t(m_groups.edgeBlock + edge)]; }
     const std::vector<long long>& controlOffsets() const { return m_groups.controlOffsets; }
     const std::vector<int>& controlNodes() const { return m_groups.controlNodes; }
-    Matrix3& controlRotation(long long slot) { return m_rotations[size_t(m_groups.controlBlock + slot)]; }
+    Vec3& controlArm(long long slot) { return m_arms[size_t(m_groups.controlBlock + slot)]; }
     float& controlTranslation(long long slot) { return m_translations[size_t(m_groups.controlBlock + slot)]; }
+
+    // The full 3x3 blocks [q]x W, for the entry-by-entry form and checks.
+    Matrix3 pairBlock(long long slot) const { return block(slot, m_groups.pairNodes[size_t(slot)]); }
+    Matrix3 edgeBlock(long long edge) const
+    {
+        return block(m_groups.edgeBlock + edge, m_groups.edgeNodes[size_t(2 * edge)]);
+    }
+    Matrix3 controlBlock(long long slot) const
+    {
+        return block(m_groups.controlBlock + slot, m_groups.controlNodes[size_t(slot)]);
+    }
 
     /// out = J v, rows in the order above.
     void multiply(const Vector& v, Vector& out, bool parallel) const;
@@ -82,18 +101,23 @@ public:
     Eigen::MatrixXd dense() const;
 
 private:
-    /// The second pass of a product: out = sum over the groups touching
-    /// each node of (M^T g, w g), from the groups' vectors in m_reduced.
+    Matrix3 block(long long index, long long node) const;
+    /// The first pass of a product: y = W ds per node, from v.
+    void rateNodes(const Vector& v, bool parallel) const;
+    /// The last pass of a product: out = sum over the groups touching each
+    /// node of (W^T (g x q), w g), from the groups' vectors in m_reduced.
     void gather(Vector& out, bool parallel) const;
 
     RowGroups m_groups;
     EnergyWeights m_weights;
     std::vector<Vec3> m_pairNormals;
-    // Every 3x3 rotation block with its translation factor, by block index
-    // (factor 1 at an edge's j).
-    std::vector<Matrix3> m_rotations;
+    std::vector<Matrix3> m_rates; ///< W per node
+    // Every block's arm with its translation factor, by block index (factor
+    // 1 at an edge's j).
+    std::vector<Vec3> m_arms;
     std::vector<float> m_translations;
     mutable std::vector<float> m_reduced; ///< 3 per row group
+    mutable std::vector<float> m_rated;   ///< y = W ds, 3 per node
 };
 
 } // namespace IterativeSolverDeformer

@@ -58,6 +58,14 @@ TEST(ModifiedRodrigues, RotationAndItsDerivative)
                                             (2 * h);
             EXPECT_LT((numeric - D.col(c).cast<double>()).norm(), 2e-3 * (1 + numeric.norm())) << "column " << c;
         }
+        // The products take the derivative as a cross product after the
+        // node's rates: d(R a)/ds = [-R a]x W.
+        const Eigen::Matrix3f W = ratesOfMRP(s);
+        EXPECT_LT((D - (-(R * a)).cross(W.col(0)) * Eigen::RowVector3f::Unit(0) -
+                   (-(R * a)).cross(W.col(1)) * Eigen::RowVector3f::Unit(1) -
+                   (-(R * a)).cross(W.col(2)) * Eigen::RowVector3f::Unit(2))
+                      .norm(),
+                  1e-5f * (1 + D.norm()));
     }
 }
 
