@@ -119,16 +119,15 @@ EmbeddedGraphSampler::EmbeddedGraphSampler(int nodesPerVertex, std::vector<Verte
 
 EmbeddedGraphSampler::~EmbeddedGraphSampler() = default;
 
-void EmbeddedGraphSampler::appendInfluences(const std::vector<std::pair<float, long long>>& candidates,
+void EmbeddedGraphSampler::appendInfluences(const std::pair<float, long long>* candidates, size_t count,
                                             EmbeddedGraphLevel& level)
 {
     if (level.influenceOffsets.empty()) {
         level.influenceOffsets.push_back(0);
         level.weightOffsets.push_back(0);
     }
-    const size_t count = candidates.size();
     const size_t length = count > 1 ? count - 1 : count;
-    const float dMax = count > 0 ? candidates.back().first : 0.0f;
+    const float dMax = count > 0 ? candidates[count - 1].first : 0.0f;
     float sum = 0.0f;
     const size_t first = level.weights.size();
     for (size_t i = 0; i < length; ++i) {
@@ -146,45 +145,65 @@ void EmbeddedGraphSampler::appendInfluences(const std::vector<std::pair<float, l
 void EmbeddedGraphSampler::connectSharedInfluences(EmbeddedGraphLevel& level,
                                                    std::vector<std::pair<long long, long long>> extraPairs)
 {
-    // Each node's neighbours ascending and unique. Lists are collected per
-    // node and sorted there: one sort of every (a, b) pair of the level, as
-    // many as 56 per vertex on coarse levels, took longer than the fit of
-    // its level.
+    // Each node's neighbours ascending and unique: per node, the union of
+    // the influence lists of the vertices it influences, and its extra
+    // partners, collected with a mark per node rather than by sorting every
+    // (a, b) pair of the level (as many as 56 per vertex on coarse levels).
     const size_t nodes = level.nodes.size();
     const size_t vertices = level.influenceOffsets.empty() ? 0 : level.influenceOffsets.size() - 1;
-    std::vector<long long> offsets(nodes + 1, 0);
-    const auto visit = [&](const auto& add) {
+    // The vertices of each node, and its extra partners, by counting.
+    const auto invert = [nodes](size_t count, const auto& each) {
+        std::pair<std::vector<long long>, std::vector<long long>> lists;
+        auto& [offsets, items] = lists;
+        offsets.assign(nodes + 1, 0);
+        each([&](long long node, long long) { ++offsets[size_t(node) + 1]; });
+        for (size_t n = 0; n < nodes; ++n)
+            offsets[n + 1] += offsets[n];
+        items.resize(count);
+        std::vector<long long> fill(offsets.begin(), offsets.end() - 1);
+        each([&](long long node, long long item) { items[size_t(fill[size_t(node)]++)] = item; });
+        return lists;
+    };
+    const auto [vertexOffsets, byNode] = invert(level.influences.size(), [&](const auto& add) {
+        for (size_t v = 0; v < vertices; ++v)
+            for (long long i = level.influenceOffsets[v]; i < level.influenceOffsets[v + 1]; ++i)
+                add(level.influences[size_t(i)], (long long)v);
+    });
+    const auto [extraOffsets, extra] = invert(2 * extraPairs.size(), [&](const auto& add) {
         for (const auto& p : extraPairs) {
             add(p.first, p.second);
             add(p.second, p.first);
         }
-        for (size_t v = 0; v < vertices; ++v) {
-            const long long begin = level.influenceOffsets[v], end = level.influenceOffsets[v + 1];
-            for (long long i = begin; i < end; ++i)
-                for (long long j = begin; j < end; ++j)
-                    if (level.influences[size_t(i)] != level.influences[size_t(j)])
-                        add(level.influences[size_t(i)], level.influences[size_t(j)]);
-        }
-    };
-    visit([&](long long a, long long) { ++offsets[size_t(a) + 1]; });
-    for (size_t n = 0; n < nodes; ++n)
-        offsets[n + 1] += offsets[n];
-    std::vector<long long> lists(static_cast<size_t>(offsets[nodes]));
-    std::vector<long long> fill(offsets.begin(), offsets.end() - 1);
-    visit([&](long long a, long long b) { lists[size_t(fill[size_t(a)]++)] = b; });
-    std::vector<long long> kept(nodes, 0);
+    });
+    std::vector<std::vector<long long>> lists(nodes);
+    tbb::enumerable_thread_specific<std::vector<long long>> marks(std::vector<long long>(nodes, -1));
     tbb::parallel_for(size_t(0), nodes, [&](size_t n) {
-        const auto first = lists.begin() + offsets[n], last = lists.begin() + offsets[n + 1];
-        std::sort(first, last);
-        kept[n] = std::unique(first, last) - first;
+        std::vector<long long>& mark = marks.local();
+        std::vector<long long>& list = lists[n];
+        const long long self = (long long)n;
+        mark[n] = self;
+        const auto add = [&](long long other) {
+            if (mark[size_t(other)] != self) {
+                mark[size_t(other)] = self;
+                list.push_back(other);
+            }
+        };
+        for (long long e = vertexOffsets[n]; e < vertexOffsets[n + 1]; ++e) {
+            const size_t v = size_t(byNode[size_t(e)]);
+            for (long long i = level.influenceOffsets[v]; i < level.influenceOffsets[v + 1]; ++i)
+                add(level.influences[size_t(i)]);
+        }
+        for (long long e = extraOffsets[n]; e < extraOffsets[n + 1]; ++e)
+            add(extra[size_t(e)]);
+        std::sort(list.begin(), list.end());
     });
     level.neighbourOffsets.assign(nodes + 1, 0);
     for (size_t n = 0; n < nodes; ++n)
-        level.neighbourOffsets[n + 1] = level.neighbourOffsets[n] + kept[n];
+        level.neighbourOffsets[n + 1] = level.neighbourOffsets[n] + (long long)lists[n].size();
     level.neighbours.resize(size_t(level.neighbourOffsets[nodes]));
-    for (size_t n = 0; n < nodes; ++n)
-        std::copy(lists.begin() + offsets[n], lists.begin() + offsets[n] + kept[n],
-                  level.neighbours.begin() + level.neighbourOffsets[n]);
+    tbb::parallel_for(size_t(0), nodes, [&](size_t n) {
+        std::copy(lists[n].begin(), lists[n].end(), level.neighbours.begin() + level.neighbourOffsets[n]);
+    });
 }
 
 // --- geodesic -----------------------------------------------------------------
@@ -194,31 +213,56 @@ std::vector<EmbeddedGraphLevel> DijkstraGraphSampler::sampleLevels(
 {
     const size_t levelCount = radii.size();
     std::vector<EmbeddedGraphLevel> levels(levelCount);
-    // Per level and vertex: the (distance, node) candidates within reach.
-    std::vector<std::vector<std::vector<std::pair<float, long long>>>> candidates(levelCount);
+    // Per level, the (distance, node) candidates within reach of every
+    // vertex, by vertex: candidateOffsets cut candidates into the vertices'
+    // lists.
+    std::vector<std::vector<long long>> candidateOffsets(levelCount);
+    std::vector<std::vector<std::pair<float, long long>>> candidates(levelCount);
     tbb::enumerable_thread_specific<DijkstraIterator> iterators{DijkstraIterator()};
 
     reportProgress(callback, 0);
     tbb::parallel_for(size_t(0), levelCount, [&](size_t l) {
-        DijkstraIterator& dijkstra = iterators.local();
-        dijkstra.reset(m_vertices.size());
         const float r = radii[l];
-        std::vector<char> covered(m_vertices.size(), 0);
-        auto& lists = candidates[l];
-        lists.assign(m_vertices.size(), {});
-        for (size_t v = 0; v < m_vertices.size(); ++v) {
-            if (cancelledAt(v, callback))
+        // The nodes, in vertex order: a vertex that no earlier node reaches
+        // within r becomes one. Only this walk is sequential.
+        {
+            DijkstraIterator& dijkstra = iterators.local();
+            dijkstra.reset(m_vertices.size());
+            std::vector<char> covered(m_vertices.size(), 0);
+            for (size_t v = 0; v < m_vertices.size(); ++v) {
+                if (cancelledAt(v, callback))
+                    return;
+                if (covered[v])
+                    continue;
+                levels[l].nodes.push_back((long long)v);
+                covered[v] = 1;
+                dijkstra.run((long long)v, r, m_edgeOffsets, m_edges, [&](long long u, float) { covered[size_t(u)] = 1; });
+            }
+        }
+        // Every node's candidates, farther out, one node a task; then by vertex.
+        const std::vector<long long>& nodes = levels[l].nodes;
+        std::vector<std::vector<std::pair<long long, float>>> reached(nodes.size());
+        tbb::parallel_for(size_t(0), nodes.size(), [&](size_t node) {
+            if (cancelled(callback))
                 return;
-            if (covered[v])
-                continue;
-            const long long node = (long long)levels[l].nodes.size();
-            levels[l].nodes.push_back((long long)v);
-            covered[v] = 1;
-            dijkstra.run((long long)v, CandidateReach * r, m_edgeOffsets, m_edges, [&](long long u, float d) {
-                lists[size_t(u)].emplace_back(d, node);
-                if (d <= r)
-                    covered[size_t(u)] = 1;
-            });
+            DijkstraIterator& dijkstra = iterators.local();
+            dijkstra.reset(m_vertices.size());
+            dijkstra.run(nodes[node], CandidateReach * r, m_edgeOffsets, m_edges,
+                         [&](long long u, float d) { reached[node].emplace_back(u, d); });
+        });
+        std::vector<long long>& offsets = candidateOffsets[l];
+        offsets.assign(m_vertices.size() + 1, 0);
+        for (const auto& list : reached)
+            for (const auto& [u, d] : list)
+                ++offsets[size_t(u) + 1];
+        for (size_t v = 0; v < m_vertices.size(); ++v)
+            offsets[v + 1] += offsets[v];
+        std::vector<long long> fill(offsets.begin(), offsets.end() - 1);
+        candidates[l].resize(size_t(offsets.back()));
+        for (size_t node = 0; node < reached.size(); ++node) {
+            for (const auto& [u, d] : reached[node])
+                candidates[l][size_t(fill[size_t(u)]++)] = {d, (long long)node};
+            std::vector<std::pair<long long, float>>().swap(reached[node]);
         }
     });
     if (cancelled(callback))
@@ -227,19 +271,21 @@ std::vector<EmbeddedGraphLevel> DijkstraGraphSampler::sampleLevels(
     std::vector<std::vector<long long>> nearestNode(levelCount);
     tbb::parallel_for(size_t(0), levelCount, [&](size_t l) {
         nearestNode[l].assign(m_vertices.size(), -1);
-        size_t v = 0;
-        for (auto& list : candidates[l]) {
+        const std::vector<long long>& offsets = candidateOffsets[l];
+        for (size_t v = 0; v < m_vertices.size(); ++v) {
             if (cancelledAt(v, callback))
                 return;
-            const size_t keep = std::min(list.size(), size_t(m_k) + 1);
-            std::partial_sort(list.begin(), list.begin() + long(keep), list.end());
-            list.resize(keep);
-            if (!list.empty())
-                nearestNode[l][v] = list.front().second;
-            appendInfluences(list, levels[l]);
-            ++v;
+            // (distance, node) orders the candidates completely: a node
+            // reaches a vertex once.
+            std::pair<float, long long>* first = candidates[l].data() + offsets[v];
+            std::pair<float, long long>* last = candidates[l].data() + offsets[v + 1];
+            const long keep = std::min<long>(last - first, long(m_k) + 1);
+            std::partial_sort(first, first + keep, last);
+            if (keep > 0)
+                nearestNode[l][v] = first->second;
+            appendInfluences(first, size_t(keep), levels[l]);
         }
-        std::vector<std::vector<std::pair<float, long long>>>().swap(candidates[l]);
+        std::vector<std::pair<float, long long>>().swap(candidates[l]);
     });
     if (cancelled(callback))
         return {};
@@ -307,7 +353,7 @@ std::vector<EmbeddedGraphLevel> EuclideanGraphSampler::sampleLevels(
             for (int i = 0; i < heap.count(); ++i)
                 found.emplace_back(std::sqrt(float(heap.entry(i).key)), heap.entry(i).id);
             std::sort(found.begin(), found.end());
-            appendInfluences(found, level);
+            appendInfluences(found.data(), found.size(), level);
         }
     });
     if (cancelled(callback))

@@ -45,7 +45,7 @@ protected:
     /// Weights (1 - d / d_max)^2 normalised to 1, d_max being the farthest
     /// candidate, which gets no entry itself. `candidates` are (distance,
     /// node) pairs sorted nearest first, at most K + 1 of them.
-    static void appendInfluences(const std::vector<std::pair<float, long long>>& candidates,
+    static void appendInfluences(const std::pair<float, long long>* candidates, size_t count,
                                  EmbeddedGraphLevel& level);
     /// Nodes that influence a common vertex are neighbours, both ways, and
     /// so are `extraPairs`.
