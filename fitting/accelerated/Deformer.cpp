@@ -26,7 +26,7 @@ void Deformer::solve(const std::vector<long long>& sources, const std::vector<Ve
                      Eigen::VectorXf& state, const SolveBudget& budget)
 {
     m_problem->setPairs(sources, targets, normals, m_surfacePairs);
-    m_problem->setConjugateGradient(budget.conjugateGradientIterations, m_cgTolerance);
+    m_problem->setConjugateGradient(budget.conjugateGradientIterations, budget.solveTolerance);
     const long long nodeCount = m_problem->variableCount() / 6;
     // The Cholesky's pattern is that of vertex pairs only.
     m_problem->setDirectSolve(nodeCount > 0 && nodeCount <= budget.directSolveNodes && m_surfacePairs.empty());

@@ -72,7 +72,6 @@ public:
 private:
     std::unique_ptr<Problem> m_problem;
     std::vector<SurfacePair> m_surfacePairs;
-    double m_cgTolerance = 0.0005;
 };
 
 } // namespace IterativeSolverDeformer

@@ -48,6 +48,9 @@ struct SolveBudget
     /// After a step that fell short of its model the damping is at least
     /// this times the mean diagonal of J^T J, in proportion (0: no floor).
     double dampingFloor = 0.0;
+    /// The conjugate gradients' relative tolerance (the fast fit; the
+    /// cartoon fit keeps 0.0005).
+    double solveTolerance = 0.0005;
 };
 
 /// The weights of the energy's terms.

@@ -80,6 +80,8 @@ bool load(const QString& path, WelkingSettings& settings, QString& error, Dialog
     a.coveragePairs = s.value(QStringLiteral("Coverage_pairs"), da.coveragePairs).toBool();
     a.directSolveNodes = readKey(s, "Direct_solve_nodes", da.directSolveNodes, 0, 100000);
     a.dampingFloor = readKey(s, "Damping_floor", da.dampingFloor, 0.0f, 1.0f);
+    a.coarseSolveTolerance = readKey(s, "Coarse_solve_tolerance", da.coarseSolveTolerance, 1e-7f, 0.9f);
+    a.finestSolveTolerance = readKey(s, "Finest_solve_tolerance", da.finestSolveTolerance, 1e-7f, 0.9f);
     s.endGroup();
     g.levels = a.subdivisions;
     return true;
@@ -111,6 +113,8 @@ bool save(const QString& path, const WelkingSettings& settings, QString& error)
     s.setValue(QStringLiteral("Coverage_pairs"), a.coveragePairs);
     s.setValue(QStringLiteral("Direct_solve_nodes"), a.directSolveNodes);
     s.setValue(QStringLiteral("Damping_floor"), a.dampingFloor);
+    s.setValue(QStringLiteral("Coarse_solve_tolerance"), a.coarseSolveTolerance);
+    s.setValue(QStringLiteral("Finest_solve_tolerance"), a.finestSolveTolerance);
     s.endGroup();
     s.sync();
     if (s.status() != QSettings::NoError) {

@@ -33,6 +33,8 @@ TEST(WelkingSettingsFile, RoundTripKeepsEveryKey)
     written.accelerated.coveragePairs = false;
     written.accelerated.directSolveNodes = 500;
     written.accelerated.dampingFloor = 0.0f;
+    written.accelerated.coarseSolveTolerance = 0.0005f;
+    written.accelerated.finestSolveTolerance = 0.02f;
     QString error;
     ASSERT_TRUE(WelkingSettingsFile::save(path, written, error)) << error.toStdString();
     EXPECT_TRUE(TestSupport::readFile(path).contains("[welkingSettings]"));
@@ -54,6 +56,8 @@ TEST(WelkingSettingsFile, RoundTripKeepsEveryKey)
     EXPECT_FALSE(read.accelerated.coveragePairs);
     EXPECT_EQ(read.accelerated.directSolveNodes, 500);
     EXPECT_EQ(read.accelerated.dampingFloor, 0.0f);
+    EXPECT_FLOAT_EQ(read.accelerated.coarseSolveTolerance, 0.0005f);
+    EXPECT_FLOAT_EQ(read.accelerated.finestSolveTolerance, 0.02f);
     // Keys without a setting keep their values.
     EXPECT_FLOAT_EQ(read.accelerated.pointToPointWeight, 0.1f);
 }

@@ -162,6 +162,49 @@ TEST(IterativeDeformer, InitialisationCarriesARigidMotion)
         ASSERT_LT((deformed[v] - moved[v]).norm(), 1e-3f) << v;
 }
 
+TEST(IterativeDeformer, ALooserSolveToleranceTakesFewerProductsToTheSameFit)
+{
+    const Patch p = patch();
+    // The patch bent into an arc: rotations as well as translations.
+    std::vector<long long> sources;
+    std::vector<Vec3> targets, normals;
+    for (size_t v = 0; v < p.vertices.size(); ++v) {
+        const Vec3& a = p.vertices[v];
+        const float angle = 0.1f * a.x();
+        sources.push_back((long long)v);
+        targets.emplace_back(std::sin(angle) / 0.1f, a.y(), a.z() + (1.0f - std::cos(angle)) / 0.1f);
+        normals.emplace_back(-std::sin(angle), 0.0f, std::cos(angle));
+    }
+    const auto fit = [&](double tolerance, std::vector<Vec3>& vertices) {
+        IterativeSolverDeformer::Deformer deformer;
+        EnergyWeights weights;
+        weights.smoothness = 0.1f;
+        deformer.setProblem(p.level, p.vertices, p.nodes, {}, weights, true);
+        Eigen::VectorXf state = Eigen::VectorXf::Zero(6 * (long long)p.nodes.size());
+        std::vector<Vec3> nodes;
+        SolveBudget budget;
+        budget.stepTolerance = 1e-6;
+        budget.solveTolerance = tolerance;
+        deformer.solve(sources, targets, normals, vertices, nodes, state, budget);
+        return deformer.problem()->counters().products;
+    };
+    std::vector<Vec3> tight, loose;
+    const long long tightProducts = fit(0.0005, tight), looseProducts = fit(0.1, loose);
+    EXPECT_LT(looseProducts, tightProducts);
+    // Both end as close to the arc, and close to each other.
+    const auto meanDistance = [&](const std::vector<Vec3>& shape) {
+        double sum = 0;
+        for (size_t v = 0; v < targets.size(); ++v)
+            sum += double((shape[v] - targets[v]).norm());
+        return sum / double(targets.size());
+    };
+    const double start = meanDistance(p.vertices), reached = meanDistance(tight);
+    EXPECT_LT(reached, 0.1 * start);
+    EXPECT_LT(meanDistance(loose), 1.1 * reached);
+    for (size_t v = 0; v < targets.size(); ++v)
+        ASSERT_LT((loose[v] - tight[v]).norm(), 0.02f) << v;
+}
+
 TEST(IterativeDeformer, PairsPullTheSurfaceToTheirTargets)
 {
     const Patch p = patch();

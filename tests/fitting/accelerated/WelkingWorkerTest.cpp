@@ -293,6 +293,8 @@ TEST(WelkingWorker, CholeskyOnCoarseLevelsFitsAsTheBlockPreconditionerDoes)
         parameters.repairFolds = false; // judge the solves, not the repair
         parameters.coveragePairs = false; // the Cholesky's pattern has vertex pairs only
         parameters.directSolveNodes = run == 0 ? 0 : 1000;
+        // Both preconditioners solve to the same tolerance.
+        parameters.coarseSolveTolerance = parameters.finestSolveTolerance = 0.0005f;
         auto worker = fit.worker(parameters);
         EmbeddedGraphDeformer::IterativeSolverDeformer::Deformer deformer;
         results[run] = runWith(*worker, deformer);
