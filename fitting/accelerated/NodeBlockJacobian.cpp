@@ -217,7 +217,10 @@ void NodeBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) co
             // W^T (c Q^T Q + b2 m m^T) W and S M = (c Q + b2 n m^T) W with
             // m = Q^T n = n x q; Q^T Q = |q|^2 I - q q^T. The node's W is
             // applied once, after the sums.
-            Matrix3 QSQ = Matrix3::Zero(), SQ = Matrix3::Zero(), wwS = Matrix3::Zero();
+            // Plain floats, the symmetric sums by their upper triangles
+            // (xx, xy, xz, yy, yz, zz).
+            float qsq[6] = {}, ssym[6] = {}, sq[9] = {}; // sq column-major
+            float cq2 = 0.0f, wwc = 0.0f;
             const long long split = m_groups.incidence.split[size_t(k)];
             for (long long e = m_groups.incidence.offsets[size_t(k)]; e < split; ++e) {
                 const long long group = m_groups.incidence.group[size_t(e)];
@@ -225,22 +228,54 @@ void NodeBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) co
                 const bool pair = group < edgeGroup;
                 const float c = pair ? a2 : (group < controlGroup ? g2 : k2);
                 const float w = m_translations[size_t(block)];
-                const float ww = w * w;
-                const Vec3& q = m_arms[size_t(block)];
-                wwS.diagonal().array() += ww * c;
-                QSQ.diagonal().array() += c * q.squaredNorm();
-                QSQ.noalias() -= c * q * q.transpose();
-                SQ.noalias() += (w * c) * crossMatrix(q);
+                const float* q = m_arms[size_t(block)].data();
+                // c (|q|^2 I - q q^T), c w [q]x
+                cq2 += c * (q[0] * q[0] + q[1] * q[1] + q[2] * q[2]);
+                qsq[0] -= c * q[0] * q[0];
+                qsq[1] -= c * q[0] * q[1];
+                qsq[2] -= c * q[0] * q[2];
+                qsq[3] -= c * q[1] * q[1];
+                qsq[4] -= c * q[1] * q[2];
+                qsq[5] -= c * q[2] * q[2];
+                const float wc = w * c;
+                wwc += w * wc;
+                sq[1] += wc * q[2];
+                sq[2] -= wc * q[1];
+                sq[3] -= wc * q[2];
+                sq[5] += wc * q[0];
+                sq[6] += wc * q[1];
+                sq[7] -= wc * q[0];
                 if (pair) {
-                    const Vec3& n = m_pairNormals[size_t(group)];
-                    const Vec3 m = n.cross(q);
-                    wwS.noalias() += (ww * b2) * n * n.transpose();
-                    QSQ.noalias() += b2 * m * m.transpose();
-                    SQ.noalias() += (w * b2) * n * m.transpose();
+                    // b2 m m^T, w b2 n m^T, w^2 b2 n n^T with m = n x q
+                    const float* n = m_pairNormals[size_t(group)].data();
+                    const float m[3] = {n[1] * q[2] - n[2] * q[1], n[2] * q[0] - n[0] * q[2], n[0] * q[1] - n[1] * q[0]};
+                    qsq[0] += b2 * m[0] * m[0];
+                    qsq[1] += b2 * m[0] * m[1];
+                    qsq[2] += b2 * m[0] * m[2];
+                    qsq[3] += b2 * m[1] * m[1];
+                    qsq[4] += b2 * m[1] * m[2];
+                    qsq[5] += b2 * m[2] * m[2];
+                    const float wb = w * b2, wwb = w * wb;
+                    for (int col = 0; col < 3; ++col)
+                        for (int row = 0; row < 3; ++row)
+                            sq[3 * col + row] += wb * n[row] * m[col];
+                    ssym[0] += wwb * n[0] * n[0];
+                    ssym[1] += wwb * n[0] * n[1];
+                    ssym[2] += wwb * n[0] * n[2];
+                    ssym[3] += wwb * n[1] * n[1];
+                    ssym[4] += wwb * n[1] * n[2];
+                    ssym[5] += wwb * n[2] * n[2];
                 }
             }
             // The far ends of edges: the translation only, with -1.
-            wwS.diagonal().array() += g2 * float(m_groups.incidence.offsets[size_t(k) + 1] - split);
+            wwc += g2 * float(m_groups.incidence.offsets[size_t(k) + 1] - split);
+            const auto symmetric = [](const float* u, float diagonal) {
+                Matrix3 M;
+                M << u[0] + diagonal, u[1], u[2], u[1], u[3] + diagonal, u[4], u[2], u[4], u[5] + diagonal;
+                return M;
+            };
+            const Matrix3 QSQ = symmetric(qsq, cq2), wwS = symmetric(ssym, wwc);
+            const Matrix3 SQ = Eigen::Map<const Matrix3>(sq);
             const Matrix3& W = m_rates[size_t(k)];
             const Matrix3 MSM = W.transpose() * QSQ * W;
             const Matrix3 SM = SQ * W;
