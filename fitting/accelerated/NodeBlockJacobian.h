@@ -61,7 +61,10 @@ public:
     /// Stored floats, for the debug log.
     long long storedValues() const
     {
-        return 10 * (long long)m_groups.pairNodes.size() + 3 * pairs() + 9 * edges() + 10 * (long long)m_groups.controlNodes.size();
+        // An arm and a weight per block (an edge's weight is 1), a normal
+        // per pair, the rates per node.
+        return 4 * (long long)m_groups.pairNodes.size() + 3 * pairs() + 3 * edges() +
+               4 * (long long)m_groups.controlNodes.size() + 9 * m_groups.nodes;
     }
 
     // The values, filled by the problem at every Jacobian.
