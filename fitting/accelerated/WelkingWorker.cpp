@@ -5,6 +5,8 @@
 #include "IterativeSolverProblem.h"
 
 #include "search/ClosestPointOnTriangle.h"
+#include "search/IndexedHeap.h"
+#include "search/KDTreeEigen.h"
 
 #include <QDebug>
 #include <QElapsedTimer>
@@ -19,6 +21,11 @@
 #include <limits>
 
 namespace WelkingAcceleratedVersion {
+
+namespace {
+/// Basemesh vertices a coverage sample looks among for one facing its way.
+constexpr int CoverageCandidates = 8;
+} // namespace
 
 namespace {
 
@@ -310,15 +317,43 @@ void WelkingWorker::findPairs(std::vector<long long>& sources, std::vector<Vec3>
     // the shape changes, so the fit stays continuous in its input.
     std::unique_ptr<KDTreeAcceleratedVersion::Node<float, long long>> tree(
         KDTreeAcceleratedVersion::build<float, long long>(m_current, 128));
+    std::unique_ptr<KDTreeEigen::NodeBaseEigen<float, long long>> nearTree(
+        KDTreeEigen::build<float, long long>(m_current, 32));
+    tbb::enumerable_thread_specific<Welk::IndexedHeap> heaps([&] { return Welk::IndexedHeap(int(m_current.size())); });
     std::vector<EmbeddedGraphDeformer::SurfacePair> found(m_coverageSamples.size());
     std::vector<char> kept(m_coverageSamples.size(), 0);
+    const auto facing = [&](long long v, long long t) {
+        return currentNormals[size_t(v)].dot(m_targetNormals[size_t(t)]) >= m_parameters.normalsThreshold;
+    };
     tbb::parallel_for(tbb::blocked_range<size_t>(0, m_coverageSamples.size(), 256), [&](const tbb::blocked_range<size_t>& r) {
+        std::vector<std::pair<double, long long>> near;
         for (size_t i = r.begin(); i < r.end(); ++i) {
             const long long t = m_coverageSamples[i];
             const Vec3& point = m_target[size_t(t)];
-            const long long v = tree->findNearestPointInd(point, m_current);
+            long long v = tree->findNearestPointInd(point, m_current);
+            // Near an open border or a left-out part, no pair at all.
             if (v < 0 || m_excluded[size_t(v)] || m_sourceBoundary[size_t(v)] || !m_current[size_t(v)].allFinite())
                 continue;
+            if (!facing(v, t)) {
+                // At a thin part of the target (an ear's tip) the nearest
+                // vertex may lie on the far side: the nearest of a few that
+                // faces the same way takes its place.
+                Welk::IndexedHeap& heap = heaps.local();
+                heap.clear();
+                nearTree->findKNearestPointsInds(point, m_current, CoverageCandidates, heap);
+                near.clear();
+                for (int e = 0; e < heap.count(); ++e)
+                    near.emplace_back(heap.entry(e).key, (long long)heap.entry(e).id);
+                std::sort(near.begin(), near.end());
+                v = -1;
+                for (const auto& [d, candidate] : near)
+                    if (!m_excluded[size_t(candidate)] && !m_sourceBoundary[size_t(candidate)] && facing(candidate, t)) {
+                        v = candidate;
+                        break;
+                    }
+                if (v < 0)
+                    continue;
+            }
             const QVector3D p(point.x(), point.y(), point.z());
             float best = std::numeric_limits<float>::max();
             EmbeddedGraphDeformer::SurfacePair pair;

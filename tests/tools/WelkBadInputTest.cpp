@@ -339,7 +339,9 @@ TEST_F(WelkBadInput, LandmarkFilesReproduceTheFitWithEquivalentPointFiles)
                                      std::pair{"landmarks", "mean"}}) {
         const double points = figure(byPointsJson, group, key), landmarks = figure(json, group, key);
         EXPECT_GT(points, 0.0) << group;
-        EXPECT_NEAR(landmarks, points, 0.02 * points) << group << " " << key;
+        // The landmarks' own distances are a few thousandths on a model 25
+        // units across: a thousandth either way is equally well.
+        EXPECT_NEAR(landmarks, points, std::max(0.02 * points, 0.001)) << group << " " << key;
     }
 
     // The positions' last digits move the landmarks by about 1e-7. A fit that

@@ -318,8 +318,10 @@ TEST(WelkingWorker, CholeskyOnCoarseLevelsFitsAsTheBlockPreconditionerDoes)
 namespace {
 
 /// A closed latitude-longitude sphere; with `spike`, the region around +x
-/// pushed out into a horn 1.5 radii long.
-GeometryStack2::GeomStackTriangulated sphere(int rings, int segments, bool spike)
+/// pushed out into a horn 1.5 radii long; with `flatten` as well, the horn
+/// pressed into a thin fin (its two sides `flatten` of the horn's width
+/// apart).
+GeometryStack2::GeomStackTriangulated sphere(int rings, int segments, bool spike, float flatten = 1.0f)
 {
     QVector<QVector3D> vertices;
     QVector<QVector<int>> polygons;
@@ -329,8 +331,11 @@ GeometryStack2::GeomStackTriangulated sphere(int rings, int segments, bool spike
         for (int s = 0; s < segments; ++s) {
             const float theta = pi * float(r) / float(rings), phi = 2 * pi * float(s) / float(segments);
             QVector3D p(std::sin(theta) * std::cos(phi), std::sin(theta) * std::sin(phi), std::cos(theta));
-            if (spike)
-                p *= 1.0f + 1.5f * std::pow(std::max(0.0f, p.x()), 12.0f);
+            if (spike) {
+                const float horn = std::pow(std::max(0.0f, p.x()), 12.0f);
+                p *= 1.0f + 1.5f * horn;
+                p.setZ(p.z() * (1.0f - (1.0f - flatten) * std::min(1.0f, 4.0f * horn)));
+            }
             vertices.append(p);
         }
     vertices.append(QVector3D(0, 0, -1));
@@ -393,4 +398,34 @@ TEST(WelkingWorker, CoveragePairsDrawTheBasemeshIntoPartsOfTheTargetItNeverCameN
     for (const QVector3D& v : with)
         reach = std::max(reach, v.x());
     EXPECT_GT(reach, 2.2f);
+}
+
+TEST(WelkingWorker, CoveragePairsReachTheTipOfAThinFin)
+{
+    // A fin's two sides lie close together: a target vertex on one side
+    // often has its nearest basemesh vertex on the other, facing away. The
+    // pair then goes to the nearest vertex facing its way, and the fin is
+    // filled to its tip.
+    const GeometryStack2::GeomStackTriangulated source = sphere(24, 48, false);
+    const GeometryStack2::GeomStackTriangulated target = sphere(48, 96, true, 0.08f);
+    std::vector<Vertex> vertices;
+    for (const QVector3D& v : source.vertices())
+        vertices.emplace_back(v.x(), v.y(), v.z());
+    const std::vector<long long> triangles(source.triangleVertexIndices().begin(), source.triangleVertexIndices().end());
+    GraphSamplingParameters sampling;
+    const auto levels = buildEmbeddedGraph(sampling, vertices, triangles);
+    AcceleratedParameters parameters;
+    FastWelkingWorker worker(source.vertices(), source.triangleVertexIndices(), QMatrix4x4(), target.vertices(),
+                             target.normals(), QMatrix4x4(), target.triangleVertexIndices(), {}, {}, {}, levels,
+                             parameters, 100.0f, nullptr);
+    QVector<QVector3D> result;
+    QObject::connect(&worker, &WelkingWorker::finished, [&](QVector<QVector3D> v) { result = v; });
+    worker.start();
+    ASSERT_EQ(result.size(), source.vertexCount());
+    // The fin's tip is 2.5 from the centre. Pairs only to the nearest
+    // vertex stop at about 1.8 here.
+    float reach = 0;
+    for (const QVector3D& v : result)
+        reach = std::max(reach, v.x());
+    EXPECT_GT(reach, 2.1f);
 }
