@@ -62,6 +62,9 @@ struct EnergyWeights
     float pointToPlane = 1.0f;
 };
 
+/// [v]x, the matrix of the cross product v x.
+Eigen::Matrix3f crossMatrix(const Vec3& v);
+
 /// The rotation of modified Rodrigues parameters s:
 /// R = I + 8 [s]x^2 / d^2 + 4 (1 - q) [s]x / d^2, q = |s|^2, d = 1 + q.
 Eigen::Matrix3f rotationFromMRP(const Vec3& s);

@@ -11,14 +11,6 @@ namespace {
 // fixed-size products as calls, which cost more than the arithmetic.
 // Matrices are Eigen's column-major 3x3.
 
-/// d += q x y + w t
-inline void addTurned(const float* q, const float* y, float w, const float* t, float* d)
-{
-    d[0] += q[1] * y[2] - q[2] * y[1] + w * t[0];
-    d[1] += q[2] * y[0] - q[0] * y[2] + w * t[1];
-    d[2] += q[0] * y[1] - q[1] * y[0] + w * t[2];
-}
-
 /// d += q x y
 inline void addCross(const float* q, const float* y, float* d)
 {
@@ -27,21 +19,20 @@ inline void addCross(const float* q, const float* y, float* d)
     d[2] += q[0] * y[1] - q[1] * y[0];
 }
 
+/// d += q x y + w t, each component in one sum
+inline void addTurned(const float* q, const float* y, float w, const float* t, float* d)
+{
+    d[0] += q[1] * y[2] - q[2] * y[1] + w * t[0];
+    d[1] += q[2] * y[0] - q[0] * y[2] + w * t[1];
+    d[2] += q[0] * y[1] - q[1] * y[0] + w * t[2];
+}
+
 /// a += g x q, t += w g
 inline void scatter(const float* q, const float* g, float w, float* a, float* t)
 {
-    a[0] += g[1] * q[2] - g[2] * q[1];
-    a[1] += g[2] * q[0] - g[0] * q[2];
-    a[2] += g[0] * q[1] - g[1] * q[0];
+    addCross(g, q, a);
     for (int r = 0; r < 3; ++r)
         t[r] += w * g[r];
-}
-
-Eigen::Matrix3f crossMatrix(const Vec3& q)
-{
-    Eigen::Matrix3f m;
-    m << 0.0f, -q.z(), q.y(), q.z(), 0.0f, -q.x(), -q.y(), q.x(), 0.0f;
-    return m;
 }
 
 } // namespace

@@ -23,11 +23,9 @@
 namespace WelkingAcceleratedVersion {
 
 namespace {
+
 /// Basemesh vertices a coverage sample looks among for one facing its way.
 constexpr int CoverageCandidates = 8;
-} // namespace
-
-namespace {
 
 using Vec3 = EmbeddedGraphDeformer::Vec3;
 

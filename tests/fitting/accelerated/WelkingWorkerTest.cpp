@@ -362,6 +362,34 @@ float worstCoverage(const QVector<QVector3D>& target, const QVector<QVector3D>& 
     return std::sqrt(worst);
 }
 
+/// A 24 x 48 sphere fitted to `target` with the fast fit.
+QVector<QVector3D> fitSphereTo(const GeometryStack2::GeomStackTriangulated& target, const AcceleratedParameters& parameters)
+{
+    const GeometryStack2::GeomStackTriangulated source = sphere(24, 48, false);
+    std::vector<Vertex> vertices;
+    for (const QVector3D& v : source.vertices())
+        vertices.emplace_back(v.x(), v.y(), v.z());
+    const std::vector<long long> triangles(source.triangleVertexIndices().begin(), source.triangleVertexIndices().end());
+    const auto levels = buildEmbeddedGraph(GraphSamplingParameters(), vertices, triangles);
+    FastWelkingWorker worker(source.vertices(), source.triangleVertexIndices(), QMatrix4x4(), target.vertices(),
+                             target.normals(), QMatrix4x4(), target.triangleVertexIndices(), {}, {}, {}, levels,
+                             parameters, 100.0f, nullptr);
+    QVector<QVector3D> result;
+    QObject::connect(&worker, &WelkingWorker::finished, [&](QVector<QVector3D> v) { result = v; });
+    worker.start();
+    EXPECT_EQ(result.size(), source.vertexCount());
+    return result;
+}
+
+/// How far along +x a shape reaches.
+float reachAlongX(const QVector<QVector3D>& shape)
+{
+    float reach = 0;
+    for (const QVector3D& v : shape)
+        reach = std::max(reach, v.x());
+    return reach;
+}
+
 } // namespace
 
 TEST(WelkingWorker, CoveragePairsDrawTheBasemeshIntoPartsOfTheTargetItNeverCameNear)
@@ -369,35 +397,17 @@ TEST(WelkingWorker, CoveragePairsDrawTheBasemeshIntoPartsOfTheTargetItNeverCameN
     // Closest points from the sphere alone climb the horn only as far as
     // smoothness lets the nearest target vertices pull; target vertices
     // on the horn looking for the basemesh reach its tip.
-    const GeometryStack2::GeomStackTriangulated source = sphere(24, 48, false);
     const GeometryStack2::GeomStackTriangulated target = sphere(48, 96, true);
-    std::vector<Vertex> vertices;
-    for (const QVector3D& v : source.vertices())
-        vertices.emplace_back(v.x(), v.y(), v.z());
-    const std::vector<long long> triangles(source.triangleVertexIndices().begin(), source.triangleVertexIndices().end());
-    GraphSamplingParameters sampling;
-    const auto levels = buildEmbeddedGraph(sampling, vertices, triangles);
-    const auto fitWith = [&](bool coverage) {
-        AcceleratedParameters parameters;
-        parameters.coveragePairs = coverage;
-        FastWelkingWorker worker(source.vertices(), source.triangleVertexIndices(), QMatrix4x4(), target.vertices(),
-                                 target.normals(), QMatrix4x4(), target.triangleVertexIndices(), {}, {}, {}, levels,
-                                 parameters, 100.0f, nullptr);
-        QVector<QVector3D> result;
-        QObject::connect(&worker, &WelkingWorker::finished, [&](QVector<QVector3D> v) { result = v; });
-        worker.start();
-        return result;
-    };
-    const QVector<QVector3D> without = fitWith(false), with = fitWith(true);
-    ASSERT_EQ(with.size(), source.vertexCount());
+    AcceleratedParameters parameters;
+    parameters.coveragePairs = false;
+    const QVector<QVector3D> without = fitSphereTo(target, parameters);
+    parameters.coveragePairs = true;
+    const QVector<QVector3D> with = fitSphereTo(target, parameters);
     const float worstWithout = worstCoverage(target.vertices(), without);
     const float worstWith = worstCoverage(target.vertices(), with);
     EXPECT_LT(worstWith, 0.7f * worstWithout) << worstWith << " against " << worstWithout;
     // And the horn's tip, 2.5 from the centre, is reached.
-    float reach = 0;
-    for (const QVector3D& v : with)
-        reach = std::max(reach, v.x());
-    EXPECT_GT(reach, 2.2f);
+    EXPECT_GT(reachAlongX(with), 2.2f);
 }
 
 TEST(WelkingWorker, CoveragePairsReachTheTipOfAThinFin)
@@ -405,27 +415,7 @@ TEST(WelkingWorker, CoveragePairsReachTheTipOfAThinFin)
     // A fin's two sides lie close together: a target vertex on one side
     // often has its nearest basemesh vertex on the other, facing away. The
     // pair then goes to the nearest vertex facing its way, and the fin is
-    // filled to its tip.
-    const GeometryStack2::GeomStackTriangulated source = sphere(24, 48, false);
-    const GeometryStack2::GeomStackTriangulated target = sphere(48, 96, true, 0.08f);
-    std::vector<Vertex> vertices;
-    for (const QVector3D& v : source.vertices())
-        vertices.emplace_back(v.x(), v.y(), v.z());
-    const std::vector<long long> triangles(source.triangleVertexIndices().begin(), source.triangleVertexIndices().end());
-    GraphSamplingParameters sampling;
-    const auto levels = buildEmbeddedGraph(sampling, vertices, triangles);
-    AcceleratedParameters parameters;
-    FastWelkingWorker worker(source.vertices(), source.triangleVertexIndices(), QMatrix4x4(), target.vertices(),
-                             target.normals(), QMatrix4x4(), target.triangleVertexIndices(), {}, {}, {}, levels,
-                             parameters, 100.0f, nullptr);
-    QVector<QVector3D> result;
-    QObject::connect(&worker, &WelkingWorker::finished, [&](QVector<QVector3D> v) { result = v; });
-    worker.start();
-    ASSERT_EQ(result.size(), source.vertexCount());
-    // The fin's tip is 2.5 from the centre. Pairs only to the nearest
+    // filled to its tip, 2.5 from the centre; pairs only to the nearest
     // vertex stop at about 1.8 here.
-    float reach = 0;
-    for (const QVector3D& v : result)
-        reach = std::max(reach, v.x());
-    EXPECT_GT(reach, 2.1f);
+    EXPECT_GT(reachAlongX(fitSphereTo(sphere(48, 96, true, 0.08f), AcceleratedParameters())), 2.1f);
 }
