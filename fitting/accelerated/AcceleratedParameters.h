@@ -66,6 +66,15 @@ struct AcceleratedParameters
     /// products. 0.0005 on both is the plain method.
     float coarseSolveTolerance = 0.1f;
     float finestSolveTolerance = 0.003f;
+    /// The cartoon fit holds each node's matrix near its value at the start
+    /// of each solve, with this times the node's own share of J^T J
+    /// ("Cartoon_anchor"; 0: the plain affine energy). Directions of a
+    /// matrix that no pair and no neighbour sees (the normal of a flat
+    /// patch, the part of a node whose vertices found no pair) have no
+    /// energy at all; without a hold the block preconditioner drives them
+    /// to values of 10^4, and vertices without a pair fly off, so that every
+    /// round of the coarse levels was undone.
+    float cartoonAnchor = 1e-3f;
 };
 
 } // namespace WelkingAcceleratedVersion

@@ -29,6 +29,7 @@ void Deformer::solve(const std::vector<long long>& sources, const std::vector<Ve
 {
     m_problem->setPairs(sources, targets, normals, m_surfacePairs);
     m_problem->setConjugateGradient(budget.conjugateGradientIterations, 0.0005);
+    m_problem->setAnchor(state, float(budget.anchor));
     // The damping floor is the fast fit's: the cartoon fit's solves are
     // rarely rejected, and with the floor amm-human-partial ended farther
     // from its target.

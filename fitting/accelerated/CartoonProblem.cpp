@@ -206,12 +206,17 @@ void Problem::fillBlocks()
 
 void Problem::fillRigidity(const Vector& x)
 {
-    if (m_rigidity == 0.0f) {
+    if (m_rigidity == 0.0f && m_anchorWeights.empty()) {
         m_blocks.setRigidity({});
         return;
     }
     std::vector<AffineBlockJacobian::RigidityBlock> blocks(m_nodes.size());
     for (long long k = 0; k < (long long)m_nodes.size(); ++k) {
+        const float hold = m_anchorWeights.empty() ? 0.0f : m_anchorWeights[size_t(k)];
+        if (m_rigidity == 0.0f) {
+            blocks[size_t(k)] = hold * AffineBlockJacobian::RigidityBlock::Identity();
+            continue;
+        }
         // The nine rows' derivatives by A's entries (column-major, as the
         // unknowns), as in visitJacobian.
         Eigen::Matrix<float, 9, 9> J = Eigen::Matrix<float, 9, 9>::Zero();
@@ -227,6 +232,7 @@ void Problem::fillRigidity(const Vector& x)
                     }
                 }
         blocks[size_t(k)] = J.transpose() * J;
+        blocks[size_t(k)].diagonal().array() += hold;
     }
     m_blocks.setRigidity(std::move(blocks));
 }
@@ -350,7 +356,42 @@ void Problem::evaluateValue(const Vector& x, float& value, WNewton::Timings*)
         currentVertices(x, deformed);
         total += surfaceValue(deformed, nullptr);
     }
+    total += anchorValue(x, nullptr);
     value = float(total);
+}
+
+void Problem::setAnchor(const Vector& x, float strength)
+{
+    m_anchorWeights.clear();
+    if (strength <= 0.0f)
+        return;
+    m_anchor = x;
+    std::vector<AffineBlockJacobian::Block> blocks;
+    m_blocks.setRigidity({});
+    m_blocks.nodeBlocks(blocks, true);
+    m_anchorWeights.resize(m_nodes.size());
+    double sum = 0.0;
+    for (size_t k = 0; k < m_nodes.size(); ++k) {
+        m_anchorWeights[k] = strength * blocks[k].topLeftCorner<9, 9>().trace() / 9.0f;
+        sum += double(m_anchorWeights[k]);
+    }
+    // A node that no pair and no edge reaches still gets a hold, a
+    // thousandth of the mean one.
+    const float least = float(1e-3 * sum / double(m_nodes.size()));
+    for (float& h : m_anchorWeights)
+        h = std::max(h, least > 0.0f ? least : strength);
+}
+
+double Problem::anchorValue(const Vector& x, Vector* gradient) const
+{
+    double total = 0.0;
+    for (size_t k = 0; k < m_anchorWeights.size(); ++k) {
+        const auto d = x.segment<9>(12 * (long long)k) - m_anchor.segment<9>(12 * (long long)k);
+        total += double(m_anchorWeights[k]) * double(d.squaredNorm());
+        if (gradient)
+            gradient->segment<9>(12 * (long long)k) += m_anchorWeights[k] * d;
+    }
+    return 0.5 * total;
 }
 
 void Problem::evaluateAll(const Vector& x, float& value, Vector& gradient, LinearSystemsSolvers::ProductHolder<float>&,
@@ -365,6 +406,7 @@ void Problem::evaluateAll(const Vector& x, float& value, Vector& gradient, Linea
         currentVertices(x, deformed);
         total += surfaceValue(deformed, &gradient);
     }
+    total += anchorValue(x, &gradient);
     value = float(total);
     fillRigidity(x);
     m_preconditioner.collect(m_blocks);

@@ -33,7 +33,9 @@ using EmbeddedGraphDeformer::Vec3;
 /// Surface pairs (points on the basemesh's triangles pulled to target
 /// points, four rows each like a vertex pair) change from round to round,
 /// so they stay out of the sparse matrix: their rows enter the products and
-/// blocks as pair groups, and their value and gradient are added here.
+/// blocks as pair groups, and their value and gradient are added here, as
+/// are the anchor rows (`setAnchor`), which touch one node each and enter
+/// the products as that node's own 9x9 block, like the rigidity rows.
 class Problem : public WNewton::MatrixFreeProblem<float>
 {
 public:
@@ -47,6 +49,13 @@ public:
     void setPairs(const std::vector<long long>& sources, const std::vector<Vec3>& targets,
                   const std::vector<Vec3>& normals, std::vector<SurfacePair> surface = {});
     void setConjugateGradient(long long iterations, double tolerance);
+    /// Holds every node's matrix at its value in x: nine rows per node,
+    /// sqrt(h_k) (A_k - A_k(x)), with h_k `strength` times the mean diagonal
+    /// of the node's matrix part of J^T J for the pairs set (call after
+    /// setPairs; 0 removes the hold). The rows are linear and vanish where
+    /// a solve starts, so they change no fixed point of the fit; they give
+    /// the directions that nothing else sees a value.
+    void setAnchor(const Vector& x, float strength);
 
     void evaluateValue(const Vector& x, float& value, WNewton::Timings* timings) override;
     void evaluateAll(const Vector& x, float& value, Vector& gradient,
@@ -125,6 +134,12 @@ private:
     void fillBlocks();
     /// The rigidity rows' J^T J per node at x (none when their weight is 0).
     void fillRigidity(const Vector& x);
+
+    /// Half the anchor rows' squared residuals at x; with `gradient`, their
+    /// J^T r is added to it.
+    double anchorValue(const Vector& x, Vector* gradient) const;
+    std::vector<float> m_anchorWeights; ///< h_k per node, or none
+    Vector m_anchor;
 
     Jacobian m_J;
     AffineBlockJacobian m_blocks;

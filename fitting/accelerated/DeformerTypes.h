@@ -51,6 +51,9 @@ struct SolveBudget
     /// The conjugate gradients' relative tolerance (the fast fit; the
     /// cartoon fit keeps 0.0005).
     double solveTolerance = 0.0005;
+    /// The cartoon fit's hold on each node's matrix (see
+    /// `AcceleratedParameters::cartoonAnchor`); the fast fit ignores it.
+    double anchor = 0.0;
 };
 
 /// The weights of the energy's terms.

@@ -524,6 +524,7 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             budget.interrupted = &m_callback.interruptedFlag();
             budget.dampingFloor = m_parameters.dampingFloor;
             budget.solveTolerance = i == subdivisions ? m_parameters.finestSolveTolerance : m_parameters.coarseSolveTolerance;
+            budget.anchor = m_parameters.cartoonAnchor;
             deformer->setSurfacePairs(m_surfacePairs);
             deformer->solve(sources, targets, normals, m_current, nodes, state, budget);
             ++solved;

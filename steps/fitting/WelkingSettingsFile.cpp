@@ -82,6 +82,7 @@ bool load(const QString& path, WelkingSettings& settings, QString& error, Dialog
     a.dampingFloor = readKey(s, "Damping_floor", da.dampingFloor, 0.0f, 1.0f);
     a.coarseSolveTolerance = readKey(s, "Coarse_solve_tolerance", da.coarseSolveTolerance, 1e-7f, 0.9f);
     a.finestSolveTolerance = readKey(s, "Finest_solve_tolerance", da.finestSolveTolerance, 1e-7f, 0.9f);
+    a.cartoonAnchor = readKey(s, "Cartoon_anchor", da.cartoonAnchor, 0.0f, 1.0f);
     s.endGroup();
     g.levels = a.subdivisions;
     return true;
@@ -115,6 +116,7 @@ bool save(const QString& path, const WelkingSettings& settings, QString& error)
     s.setValue(QStringLiteral("Damping_floor"), a.dampingFloor);
     s.setValue(QStringLiteral("Coarse_solve_tolerance"), a.coarseSolveTolerance);
     s.setValue(QStringLiteral("Finest_solve_tolerance"), a.finestSolveTolerance);
+    s.setValue(QStringLiteral("Cartoon_anchor"), a.cartoonAnchor);
     s.endGroup();
     s.sync();
     if (s.status() != QSettings::NoError) {

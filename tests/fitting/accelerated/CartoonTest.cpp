@@ -318,3 +318,124 @@ TEST(CartoonWorker, RecoversAnAnisotropicScalingThatTheFastFitCannot)
     // The stored rigidity does not act.
     EXPECT_EQ(run(true, 5.0f), cartoon);
 }
+
+namespace {
+
+/// A flat n x n grid over [0, 10]^2, or the same grid raised into a bump.
+GeometryStack2::GeomStackTriangulated sheet(int n, bool bumped)
+{
+    QVector<QVector3D> vertices;
+    QVector<QVector<int>> quads;
+    for (int j = 0; j < n; ++j)
+        for (int i = 0; i < n; ++i) {
+            const float x = 10.0f * float(i) / float(n - 1), y = 10.0f * float(j) / float(n - 1);
+            vertices.append(QVector3D(x, y, bumped ? 1.2f * std::sin(0.35f * x) * std::cos(0.25f * y) : 0.002f * x * y));
+        }
+    for (int j = 0; j + 1 < n; ++j)
+        for (int i = 0; i + 1 < n; ++i) {
+            const int a = j * n + i;
+            quads.append({a, a + 1, a + n + 1, a + n});
+        }
+    return GeometryStack2::GeomStackTriangulated(TestSupport::polygonSoup(vertices, quads));
+}
+
+} // namespace
+
+TEST(CartoonWorker, MatrixDirectionsThatNothingSeesStayPut)
+{
+    // A node over a nearly flat patch has a matrix column (along the
+    // patch's normal) that pairs and neighbours hardly see, and a node whose
+    // vertices are all left out of matching is seen by its neighbours
+    // alone. Held at their start, those directions stay put; left free, the
+    // block preconditioner sends them off, and the vertices without a pair
+    // (the left-out corner) go with them.
+    const auto source = sheet(14, false);
+    const auto target = sheet(60, true);
+    const auto run = [&](float anchor) {
+        WelkingAcceleratedVersion::AcceleratedParameters parameters;
+        parameters.cartoonAnchor = anchor;
+        std::vector<WelkingAcceleratedVersion::Vertex> vertices;
+        for (const QVector3D& v : source.vertices())
+            vertices.emplace_back(v.x(), v.y(), v.z());
+        const std::vector<long long> triangles(source.triangleVertexIndices().begin(),
+                                               source.triangleVertexIndices().end());
+        WelkingAcceleratedVersion::GraphSamplingParameters sampling;
+        sampling.levels = parameters.subdivisions;
+        sampling.samplingFinal = 8.0f;
+        sampling.samplingInitial = 40.0f;
+        const QVector<Welk::WPointOnTriangle> none;
+        QVector<quint8> excluded(source.vertexCount(), 0);
+        for (int v = 0; v < source.vertexCount(); ++v)
+            excluded[v] = source.vertices()[v].x() > 6.0f && source.vertices()[v].y() > 6.0f;
+        CartoonWelking::CartoonWelkingWorker worker(
+            source.vertices(), source.triangleVertexIndices(), QMatrix4x4(), target.vertices(), target.normals(),
+            QMatrix4x4(), target.triangleVertexIndices(), none, none, excluded,
+            WelkingAcceleratedVersion::buildEmbeddedGraph(sampling, vertices, triangles), parameters, 0.0f, 100.0f,
+            nullptr);
+        QVector<QVector3D> result;
+        QObject::connect(&worker, &WelkingAcceleratedVersion::WelkingWorker::finished,
+                         [&](QVector<QVector3D> v) { result = v; });
+        worker.start();
+        EXPECT_EQ(result.size(), source.vertexCount());
+        EXPECT_EQ(worker.course().rejectedRounds, 0) << "anchor " << anchor;
+        double error = 0;
+        for (const QVector3D& p : result)
+            error += std::abs(p.z() - 1.2f * std::sin(0.35f * p.x()) * std::cos(0.25f * p.y()));
+        return error / std::max(1, result.size());
+    };
+    const double held = run(1e-3f);
+    const double plain = run(0.0f);
+    EXPECT_LT(held, 0.01);
+    EXPECT_GT(plain, 2 * held);
+}
+
+TEST(CartoonDeformer, TheAnchorEntersTheValueGradientAndProductsAlike)
+{
+    // Without rigidity the cartoon energy is quadratic, so the gradient's
+    // change along v is exactly J^T J v: the anchor rows must be in the
+    // value, the gradient and the product alike, and must hold the state at
+    // which they were set.
+    const SmallLevel small;
+    CartoonWelking::Iterative::Problem problem(small.levels[0], small.rest, small.nodes, {small.control()},
+                                               EnergyWeights(), 0.0f);
+    problem.setPairs({1, 7, 30, 44}, {Vec3(0, 0, 6), Vec3(1, 5, 2), Vec3(-3, 2, 1), Vec3(2, -4, -2)},
+                     {Vec3(0, 0, 1), Vec3(0, 1, 0), Vec3(-1, 0, 0), Vec3(0.6f, -0.8f, 0)});
+    std::mt19937 random(7);
+    std::uniform_real_distribution<float> u(-0.3f, 0.3f);
+    Eigen::VectorXf x = problem.identity(), v(problem.variableCount());
+    for (Eigen::Index i = 0; i < x.size(); ++i) {
+        x[i] += u(random);
+        v[i] = u(random);
+    }
+    const auto gradientAt = [&](const Eigen::VectorXf& at, float& value) {
+        Eigen::VectorXf g;
+        problem.evaluateAll(at, value, g, problem.product(), nullptr);
+        return g;
+    };
+    float plainValue = 0, heldValue = 0, movedValue = 0;
+    const Eigen::VectorXf plainGradient = gradientAt(x, plainValue);
+    problem.setAnchor(x, 0.5f);
+    const Eigen::VectorXf heldGradient = gradientAt(x, heldValue);
+    // Rows that vanish at x change neither the value nor the gradient there.
+    EXPECT_NEAR(heldValue, plainValue, 1e-4f * plainValue);
+    EXPECT_LT((heldGradient - plainGradient).norm(), 1e-4f * plainGradient.norm());
+
+    Eigen::VectorXf product;
+    problem.product().setDamping(0.0);
+    problem.product().multiply(v, product);
+    const Eigen::VectorXf moved = gradientAt(x + v, movedValue) - heldGradient;
+    EXPECT_LT((product - moved).norm(), 1e-3f * moved.norm());
+    // The value grows along v by g.v + v^T H v / 2.
+    const double expected = double(heldValue) + double(heldGradient.dot(v)) + 0.5 * double(v.dot(product));
+    EXPECT_NEAR(double(movedValue), expected, 1e-3 * std::abs(expected));
+
+    // The hold adds to the matrix part of the product, and nothing else.
+    problem.setAnchor(x, 0.0f);
+    Eigen::VectorXf unheld;
+    float unused = 0;
+    gradientAt(x, unused);
+    problem.product().multiply(v, unheld);
+    EXPECT_GT((product - unheld).norm(), 1e-3f * unheld.norm());
+    for (long long k = 0; k < (long long)small.nodes.size(); ++k)
+        EXPECT_LT((product - unheld).segment<3>(12 * k + 9).norm(), 1e-4f * (1 + unheld.norm())) << k;
+}
