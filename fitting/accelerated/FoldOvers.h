@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cmath>
+#include <algorithm>
 #include <cstddef>
 #include <vector>
 
@@ -17,9 +18,12 @@ namespace WelkingAcceleratedVersion {
 /// triangles of large models keep their sign. With `minCosine` above 0 a
 /// triangle also counts when the angle between the two directions is
 /// within that margin of a right angle: nearly folded, and so liable to
-/// fold by rounding alone.
+/// fold by rounding alone. With `positionTolerance` above 0 a triangle
+/// also counts when moving its corners by up to that distance could turn
+/// its normal over: a sliver that rounding on output may fold.
 template <class Points, class Indices>
-std::vector<char> foldedTriangles(const Points& vertices, const Indices& triangles, double minCosine = 0)
+std::vector<char> foldedTriangles(const Points& vertices, const Indices& triangles, double minCosine = 0,
+                                  double positionTolerance = 0)
 {
     struct D3
     {
@@ -28,6 +32,7 @@ std::vector<char> foldedTriangles(const Points& vertices, const Indices& triangl
     const size_t triangleCount = size_t(triangles.size()) / 3;
     std::vector<D3> faceNormals(triangleCount);
     std::vector<D3> vertexNormals(size_t(vertices.size()));
+    std::vector<double> slack(positionTolerance > 0 ? triangleCount : 0);
     for (size_t t = 0; t < triangleCount; ++t) {
         const auto& a = vertices[triangles[3 * t]];
         const auto& b = vertices[triangles[3 * t + 1]];
@@ -37,6 +42,11 @@ std::vector<char> foldedTriangles(const Points& vertices, const Indices& triangl
         // The unnormalised cross product is the normal weighted by twice the area.
         const D3 n{uy * vz - uz * vy, uz * vx - ux * vz, ux * vy - uy * vx};
         faceNormals[t] = n;
+        // Corners moved by up to e change u and v by up to 2e each, so u x v
+        // by up to 2e (|u| + |v|) to first order.
+        if (positionTolerance > 0)
+            slack[t] = 2.0 * positionTolerance *
+                       (std::sqrt(ux * ux + uy * uy + uz * uz) + std::sqrt(vx * vx + vy * vy + vz * vz));
         for (int k = 0; k < 3; ++k) {
             D3& m = vertexNormals[size_t(triangles[3 * t + size_t(k)])];
             m.x += n.x;
@@ -55,11 +65,15 @@ std::vector<char> foldedTriangles(const Points& vertices, const Indices& triangl
         }
         const D3& n = faceNormals[t];
         const double dot = n.x * sum.x + n.y * sum.y + n.z * sum.z;
-        if (minCosine <= 0)
-            folded[t] = dot < 0;
-        else
-            folded[t] = dot < minCosine * std::sqrt((n.x * n.x + n.y * n.y + n.z * n.z) *
-                                                    (sum.x * sum.x + sum.y * sum.y + sum.z * sum.z));
+        double bound = 0;
+        if (minCosine > 0 || positionTolerance > 0) {
+            const double sumLength = std::sqrt(sum.x * sum.x + sum.y * sum.y + sum.z * sum.z);
+            if (minCosine > 0)
+                bound = minCosine * std::sqrt(n.x * n.x + n.y * n.y + n.z * n.z) * sumLength;
+            if (positionTolerance > 0)
+                bound = std::max(bound, slack[t] * sumLength);
+        }
+        folded[t] = bound > 0 ? dot < bound : dot < 0;
     }
     return folded;
 }

@@ -8,6 +8,8 @@
 #include "search/IndexedHeap.h"
 #include "search/KDTreeEigen.h"
 
+#include <Eigen/Geometry>
+
 #include <QDebug>
 #include <QElapsedTimer>
 
@@ -576,22 +578,39 @@ void WelkingWorker::repairFolds()
     // neighbours onto one plane, and which rounding then folds when the
     // result is mapped back to the model's units.
     const double margin = 0.05;
+    // A sliver whose normal a shift of its corners by a millionth of the
+    // model's size (or by the last of the six decimals a result file keeps)
+    // could turn over is repaired as a fold, so that the written result has
+    // no added fold when the fit's own shape has none.
+    const double tolerance = std::max(1e-6 * double(m_normalisedSize), 5e-7 * double(m_scale));
     const std::vector<char> restFolds = foldedTriangles(m_source, m_sourceTriangles);
+    const std::vector<char> restAtRisk = foldedTriangles(m_source, m_sourceTriangles, 0.0, tolerance);
     const std::vector<char> restNearFolds = foldedTriangles(m_source, m_sourceTriangles, margin);
     const size_t triangleCount = restFolds.size();
     int addedCount = 0;
+    // Triangles that folded, or came within rounding of it (with `nearToo`,
+    // within the margin), where they had not at rest.
     const auto addedFolds = [&](const std::vector<Vec3>& shape, bool nearToo) {
         std::vector<char> added = foldedTriangles(shape, m_sourceTriangles);
+        const std::vector<char> atRisk = foldedTriangles(shape, m_sourceTriangles, 0.0, tolerance);
         const std::vector<char> near = nearToo ? foldedTriangles(shape, m_sourceTriangles, margin) : added;
         addedCount = 0;
         for (size_t t = 0; t < triangleCount; ++t) {
-            added[t] = (added[t] && !restFolds[t]) || (near[t] && !restNearFolds[t]);
+            added[t] = (added[t] && !restFolds[t]) || (atRisk[t] && !restAtRisk[t]) || (near[t] && !restNearFolds[t]);
             addedCount += added[t];
         }
         return added;
     };
+    // The counts reported are of folds proper, as the result's own count is.
+    const auto properFolds = [&]() {
+        const std::vector<char> folded = foldedTriangles(m_current, m_sourceTriangles);
+        int count = 0;
+        for (size_t t = 0; t < triangleCount; ++t)
+            count += folded[t] && !restFolds[t];
+        return count;
+    };
     std::vector<char> folds = addedFolds(m_current, false);
-    m_course.foldsBeforeRepair = addedCount;
+    m_course.foldsBeforeRepair = properFolds();
     m_course.foldsAfterRepair = addedCount;
     if (addedCount == 0)
         return;
@@ -626,14 +645,55 @@ void WelkingWorker::repairFolds()
                 pinned[size_t(corner)] = 1;
     std::vector<char> region(n, 0), next(n, 0);
     std::vector<Vec3> relaxed;
+    // Where rounds of plain relaxation leave folds, the fit has crushed a
+    // strip to a line (the cartoon fit can, along an open border that runs
+    // past a partial scan), and averaging keeps a line a line. The next
+    // rounds relax towards the rest shape's offsets from the neighbours'
+    // mean instead, carried by the similarity that best maps each connected
+    // part of the region from rest to its current place.
+    std::vector<Vec3> restOffsets(n, Vec3::Zero()), shapeOffsets(n, Vec3::Zero());
+    for (size_t v = 0; v < n; ++v)
+        if (offsets[v + 1] > offsets[v]) {
+            Vec3 mean = Vec3::Zero();
+            for (long long k = offsets[v]; k < offsets[v + 1]; ++k)
+                mean += m_source[size_t(neighbours[size_t(k)])];
+            restOffsets[v] = m_source[v] - mean / float(offsets[v + 1] - offsets[v]);
+        }
+    std::vector<long long> part(n, -1), queue;
+    const auto carryRestOffsets = [&]() {
+        std::fill(part.begin(), part.end(), -1);
+        std::fill(shapeOffsets.begin(), shapeOffsets.end(), Vec3::Zero());
+        for (size_t seed = 0; seed < n; ++seed) {
+            if (!region[seed] || part[seed] >= 0)
+                continue;
+            queue.assign(1, (long long)seed);
+            part[seed] = (long long)seed;
+            for (size_t i = 0; i < queue.size(); ++i)
+                for (long long k = offsets[size_t(queue[i])]; k < offsets[size_t(queue[i]) + 1]; ++k) {
+                    const long long u = neighbours[size_t(k)];
+                    if (region[size_t(u)] && part[size_t(u)] < 0) {
+                        part[size_t(u)] = (long long)seed;
+                        queue.push_back(u);
+                    }
+                }
+            Eigen::Matrix3Xd rest(3, Eigen::Index(queue.size())), current(3, Eigen::Index(queue.size()));
+            for (size_t i = 0; i < queue.size(); ++i) {
+                rest.col(Eigen::Index(i)) = m_source[size_t(queue[i])].cast<double>();
+                current.col(Eigen::Index(i)) = m_current[size_t(queue[i])].cast<double>();
+            }
+            const Eigen::Matrix3f similarity = Eigen::umeyama(rest, current, true).topLeftCorner<3, 3>().cast<float>();
+            for (long long v : queue)
+                shapeOffsets[size_t(v)] = similarity * restOffsets[size_t(v)];
+        }
+    };
     const int rounds = 200;
-    for (int round = 0; round < rounds && m_course.foldsAfterRepair > 0; ++round) {
+    for (int round = 0; round < 2 * rounds && m_course.foldsAfterRepair > 0; ++round) {
         std::fill(region.begin(), region.end(), 0);
         for (size_t t = 0; t < triangleCount; ++t)
             if (folds[t])
                 for (int k = 0; k < 3; ++k)
                     region[size_t(m_sourceTriangles[3 * t + size_t(k)])] = 1;
-        for (int ring = 0; ring < 1 + round / 20; ++ring) {
+        for (int ring = 0; ring < 1 + (round % rounds) / 20; ++ring) {
             next = region;
             for (size_t v = 0; v < n; ++v)
                 if (region[v])
@@ -641,6 +701,9 @@ void WelkingWorker::repairFolds()
                         next[size_t(neighbours[size_t(k)])] = 1;
             region.swap(next);
         }
+        const bool restShape = round >= rounds;
+        if (restShape)
+            carryRestOffsets();
         relaxed = m_current;
         tbb::parallel_for(tbb::blocked_range<size_t>(0, n, 1024), [&](const tbb::blocked_range<size_t>& r) {
             for (size_t v = r.begin(); v < r.end(); ++v) {
@@ -650,6 +713,8 @@ void WelkingWorker::repairFolds()
                 for (long long k = offsets[v]; k < offsets[v + 1]; ++k)
                     mean += m_current[size_t(neighbours[size_t(k)])];
                 mean /= float(offsets[v + 1] - offsets[v]);
+                if (restShape)
+                    mean += shapeOffsets[v];
                 relaxed[v] = 0.5f * (m_current[v] + mean);
             }
         });
@@ -712,8 +777,7 @@ void WelkingWorker::repairFolds()
         }
         m_current.swap(projected);
     }
-    addedFolds(m_current, false);
-    m_course.foldsAfterRepair = addedCount;
+    m_course.foldsAfterRepair = properFolds();
     qDebug().noquote() << QStringLiteral("Fold repair: %1 added fold-overs before, %2 after")
                               .arg(m_course.foldsBeforeRepair)
                               .arg(m_course.foldsAfterRepair);

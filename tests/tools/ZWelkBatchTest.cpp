@@ -4,7 +4,9 @@
 #include "support/MeshFactory.h"
 #include "support/TestFiles.h"
 
+#include "fitting/accelerated/FoldOvers.h"
 #include "geometry/GeomStack.h"
+#include "geometry/GeomStackTriangulated.h"
 #include "geometry/GoZFile.h"
 
 #include <gtest/gtest.h>
@@ -314,4 +316,35 @@ TEST_F(ZWelkBatchTest, ClassicEngineThroughTheExchangeAndItsSettings)
     ASSERT_TRUE(after.read(folder + QStringLiteral("/Files/base.GoZ")));
     EXPECT_EQ(after.polygons, before.polygons);
     EXPECT_NE(after.vertices, before.vertices);
+}
+
+TEST_F(ZWelkBatchTest, TheCartoonFitOfAPartialScanWritesNoAddedFold)
+{
+    // The basemesh runs past the partial scan: the cartoon fit, whose nodes
+    // may shear and scale, crushes strips of it towards the scan's border,
+    // and plain relaxation left some of them folded (at the second setting),
+    // or within rounding of folding, so that the file as written had added
+    // folds where the fit's own floats had none (at the defaults).
+    const QString base = TestSupport::sharedDataFile(QStringLiteral("amm-human-partial/source.obj"));
+    ZWELK_REQUIRE_DATA(base);
+    const QString target = TestSupport::sharedDataFile(QStringLiteral("amm-human-partial/target.obj"));
+    QString error;
+    const GeometryStack2::GeomStackTriangulated rest(base, error);
+    ASSERT_TRUE(error.isEmpty()) << error.toStdString();
+    const int restFolds = WelkingAcceleratedVersion::foldedTriangleCount(rest.vertices(), rest.triangleVertexIndices());
+    for (const QByteArray& setting : {QByteArray(), QByteArray("Smoothness_final=0.0499\n")}) {
+        const QString settings = path(QStringLiteral("settings.ini")), out = path(QStringLiteral("out.obj"));
+        ASSERT_TRUE(TestSupport::writeFile(settings, "[welkingSettings]\n" + setting));
+        const BatchRun run = zwelkBatch({QStringLiteral("welk"), QStringLiteral("--engine"), QStringLiteral("cartoon"),
+                                         QStringLiteral("--base"), base, QStringLiteral("--target"), target,
+                                         QStringLiteral("--settings"), settings, QStringLiteral("-o"), out});
+        ASSERT_EQ(run.code, 0) << run.err.toStdString();
+        EXPECT_TRUE(run.out.contains(QStringLiteral(" 0 fold-overs added"))) << run.out.toStdString();
+        const GeometryStack2::GeomStackTriangulated written(out, error);
+        ASSERT_TRUE(error.isEmpty()) << error.toStdString();
+        ASSERT_EQ(written.vertexCount(), rest.vertexCount());
+        EXPECT_LE(WelkingAcceleratedVersion::foldedTriangleCount(written.vertices(), rest.triangleVertexIndices()),
+                  restFolds)
+            << setting.toStdString();
+    }
 }

@@ -97,3 +97,31 @@ TEST(FoldOvers, LargeNeighboursOutweighSmallOnes)
     EXPECT_TRUE(folded[2]);
     EXPECT_FALSE(folded[3]);
 }
+
+TEST(FoldOvers, ASliverThatRoundingCouldTurnOverCountsWithATolerance)
+{
+    QVector<QVector3D> vertices;
+    QVector<int> triangles;
+    flatGrid(5, vertices, triangles);
+    // Squeeze one cell's diagonal triangle to a sliver: its far corner sits
+    // a millionth off the diagonal, on the side that keeps it facing up.
+    const int a = 2 * 5 + 2, c = a + 5 + 1, far = a + 1;
+    vertices[far] = 0.5f * (vertices[a] + vertices[c]) + QVector3D(0.7e-6f, -0.7e-6f, 0.0f);
+    ASSERT_EQ(foldedTriangleCount(vertices, triangles), 0);
+    int sliver = -1;
+    for (int t = 0; t < triangles.size() / 3; ++t)
+        if (triangles[3 * t] == a && triangles[3 * t + 1] == far)
+            sliver = t;
+    ASSERT_GE(sliver, 0);
+    // Moving the far corner by 2e-6 turns it over, so a tolerance of 2e-6
+    // counts it; 1e-8 does not, nor does any well-shaped triangle.
+    const std::vector<char> wide = foldedTriangles(vertices, triangles, 0.0, 2e-6);
+    const std::vector<char> narrow = foldedTriangles(vertices, triangles, 0.0, 1e-8);
+    for (int t = 0; t < triangles.size() / 3; ++t) {
+        EXPECT_EQ(wide[size_t(t)] != 0, t == sliver) << t;
+        EXPECT_FALSE(narrow[size_t(t)]) << t;
+    }
+    QVector<QVector3D> turned = vertices;
+    turned[far] += QVector3D(-2e-6f, 2e-6f, 0.0f);
+    EXPECT_EQ(foldedTriangleCount(turned, triangles), 1);
+}
