@@ -151,6 +151,24 @@ WelkingWorker::WelkingWorker(const QVector<QVector3D>& sourceVertices, const QVe
 
     m_tree.reset(KDTreeAcceleratedVersion::build<float, long long>(m_target, 128));
 
+    if (m_parameters.surfacePairs) {
+        // Shared with the caller's list, not copied; the rings are counted
+        // out once, in 32-bit indices (a dense scan has millions of corners).
+        m_targetTriangles = targetTriangles;
+        const int cornerCount = int(targetTriangles.size() / 3 * 3);
+        m_targetVertexTriangleOffsets.assign(m_target.size() + 1, 0);
+        for (int c = 0; c < cornerCount; ++c)
+            if (targetTriangles[c] >= 0 && size_t(targetTriangles[c]) < m_target.size())
+                ++m_targetVertexTriangleOffsets[size_t(targetTriangles[c]) + 1];
+        for (size_t v = 0; v < m_target.size(); ++v)
+            m_targetVertexTriangleOffsets[v + 1] += m_targetVertexTriangleOffsets[v];
+        m_targetVertexTriangles.resize(size_t(m_targetVertexTriangleOffsets.back()));
+        std::vector<int> fill(m_targetVertexTriangleOffsets.begin(), m_targetVertexTriangleOffsets.end() - 1);
+        for (int c = 0; c < cornerCount; ++c)
+            if (targetTriangles[c] >= 0 && size_t(targetTriangles[c]) < m_target.size())
+                m_targetVertexTriangles[size_t(fill[size_t(targetTriangles[c])]++)] = c / 3;
+    }
+
     if (m_parameters.coveragePairs) {
         // About one sample per basemesh vertex, so a dense scan costs no
         // more per round than the basemesh's own matching; none on the
@@ -248,10 +266,38 @@ WelkingWorker::ShapeDistance WelkingWorker::measureCurrent() const
     return measured;
 }
 
+void WelkingWorker::nearestOnTargetSurface(const Vec3& p, long long vertex, Vec3& point, Vec3& normal) const
+{
+    point = m_target[size_t(vertex)];
+    normal = m_targetNormals[size_t(vertex)];
+    const QVector3D query(p.x(), p.y(), p.z());
+    float best = std::numeric_limits<float>::max();
+    for (int k = m_targetVertexTriangleOffsets[size_t(vertex)]; k < m_targetVertexTriangleOffsets[size_t(vertex) + 1]; ++k) {
+        const int* corners = m_targetTriangles.constData() + 3 * m_targetVertexTriangles[size_t(k)];
+        const auto at = [&](int c) {
+            const Vec3& q = m_target[size_t(corners[c])];
+            return QVector3D(q.x(), q.y(), q.z());
+        };
+        float a = 0, b = 0;
+        const QVector3D nearest = ClosestTriangleSearch::closestPointOnTriangle(at(0), at(1), at(2), query, a, b);
+        const float distance = (nearest - query).lengthSquared();
+        if (distance < best) {
+            best = distance;
+            point = Vec3(nearest.x(), nearest.y(), nearest.z());
+            const Vec3 sum = a * m_targetNormals[size_t(corners[0])] + b * m_targetNormals[size_t(corners[1])] +
+                             (1.0f - a - b) * m_targetNormals[size_t(corners[2])];
+            normal = sum.norm() > 0 ? Vec3(sum.normalized()) : m_targetNormals[size_t(vertex)];
+        }
+    }
+}
+
 void WelkingWorker::findPairs(std::vector<long long>& sources, std::vector<Vec3>& targets, std::vector<Vec3>& normals,
                               ShapeDistance* measured) const
 {
     std::vector<long long> match(m_current.size(), -1);
+    // With surface pairs, where on the target each matched vertex goes.
+    const bool onSurface = !m_targetVertexTriangleOffsets.empty();
+    std::vector<Vec3> surfacePoints(onSurface ? m_current.size() : 0), surfaceNormals(surfacePoints.size());
     const std::vector<Vec3> currentNormals = vertexNormals(m_current, m_sourceTriangles);
     struct Sum
     {
@@ -284,8 +330,21 @@ void WelkingWorker::findPairs(std::vector<long long>& sources, std::vector<Vec3>
             if ((p.array() < m_farLo.array()).any() || (p.array() > m_farHi.array()).any())
                 ++sum.flownOff;
             // Back-facing and sideways matches are dropped; distance alone never is.
-            if (nearest >= 0 && currentNormals[v].dot(m_targetNormals[size_t(nearest)]) >= m_parameters.normalsThreshold)
+            if (nearest >= 0 && currentNormals[v].dot(m_targetNormals[size_t(nearest)]) >= m_parameters.normalsThreshold) {
                 match[v] = nearest;
+                if (onSurface) {
+                    // The plane row goes through the nearest surface point,
+                    // along the normal there; the point row still pulls
+                    // towards the nearest vertex across the surface (which
+                    // holds the vertices from sliding), so the pair's target
+                    // is that vertex moved along the normal onto the plane.
+                    Vec3 point;
+                    nearestOnTargetSurface(p, nearest, point, surfaceNormals[v]);
+                    const Vec3& n = surfaceNormals[v];
+                    const Vec3& vertex = m_target[size_t(nearest)];
+                    surfacePoints[v] = vertex + n * n.dot(point - vertex);
+                }
+            }
         }
     });
     if (measured) {
@@ -304,8 +363,8 @@ void WelkingWorker::findPairs(std::vector<long long>& sources, std::vector<Vec3>
     for (size_t v = 0; v < match.size(); ++v)
         if (match[v] >= 0) {
             sources.push_back((long long)v);
-            targets.push_back(m_target[size_t(match[v])]);
-            normals.push_back(m_targetNormals[size_t(match[v])]);
+            targets.push_back(onSurface ? surfacePoints[v] : m_target[size_t(match[v])]);
+            normals.push_back(onSurface ? surfaceNormals[v] : m_targetNormals[size_t(match[v])]);
         }
     m_surfacePairs.clear();
     if (m_coverageSamples.empty() || !m_coverageActive)

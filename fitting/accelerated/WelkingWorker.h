@@ -82,6 +82,9 @@ protected:
         double rms = 0; ///< normalised units; infinite for a non-finite shape
         int flownOff = 0;
     };
+    /// The nearest point to p on the target triangles around `vertex`, and
+    /// the target's normal there (its corners' normals, interpolated).
+    void nearestOnTargetSurface(const Vec3& p, long long vertex, Vec3& point, Vec3& normal) const;
     /// `findPairs`, also measuring the current shape when `measured` is set.
     void findPairs(std::vector<long long>& sources, std::vector<Vec3>& targets, std::vector<Vec3>& normals,
                    ShapeDistance* measured) const;
@@ -103,6 +106,11 @@ protected:
     std::vector<long long> m_sourceTriangles;
     std::vector<Vec3> m_target;
     std::vector<Vec3> m_targetNormals;
+    /// With surface pairs: the target's triangles, and the triangles around
+    /// each target vertex (offsets, then indices).
+    QVector<int> m_targetTriangles;
+    std::vector<int> m_targetVertexTriangleOffsets;
+    std::vector<int> m_targetVertexTriangles;
     std::vector<Vec3> m_current;
     std::unique_ptr<KDTreeAcceleratedVersion::Node<float, long long>> m_tree;
     /// Each vertex's nearest target vertex in the last search (-1: none yet).

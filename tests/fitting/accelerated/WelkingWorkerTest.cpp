@@ -7,6 +7,7 @@
 #include "fitting/accelerated/WelkingWorker.h"
 
 #include "geometry/GeomStackTriangulated.h"
+#include "search/ClosestPointOnTriangle.h"
 
 #include <gtest/gtest.h>
 
@@ -418,4 +419,32 @@ TEST(WelkingWorker, CoveragePairsReachTheTipOfAThinFin)
     // filled to its tip, 2.5 from the centre; pairs only to the nearest
     // vertex stop at about 1.8 here.
     EXPECT_GT(reachAlongX(fitSphereTo(sphere(48, 96, true, 0.08f), AcceleratedParameters())), 2.1f);
+}
+
+TEST(WelkingWorker, SurfacePairsPutTheVerticesOnACoarseTargetsFacets)
+{
+    // A fine sphere fitted to a coarse, faceted one: a vertex held to the
+    // tangent plane of its nearest target vertex ends off the facets, one
+    // held to the plane through its nearest point of the surface on them.
+    const GeometryStack2::GeomStackTriangulated target = sphere(6, 12, false);
+    const auto meanDistance = [&](const QVector<QVector3D>& shape) {
+        const QVector<int>& t = target.triangleVertexIndices();
+        const QVector<QVector3D>& p = target.vertices();
+        double sum = 0;
+        for (const QVector3D& v : shape) {
+            float best = std::numeric_limits<float>::max();
+            for (int i = 0; i + 2 < t.size(); i += 3) {
+                float a = 0, b = 0;
+                const QVector3D q = ClosestTriangleSearch::closestPointOnTriangle(p[t[i]], p[t[i + 1]], p[t[i + 2]], v, a, b);
+                best = std::min(best, (q - v).length());
+            }
+            sum += double(best);
+        }
+        return sum / std::max(1, shape.size());
+    };
+    AcceleratedParameters parameters;
+    const double onSurface = meanDistance(fitSphereTo(target, parameters));
+    parameters.surfacePairs = false;
+    const double onVertexPlanes = meanDistance(fitSphereTo(target, parameters));
+    EXPECT_LT(onSurface, 0.1 * onVertexPlanes);
 }
