@@ -69,6 +69,36 @@ std::vector<Vec3> vertexNormals(const std::vector<Vec3>& vertices, const std::ve
     return normals;
 }
 
+/// The nearest point to `query` on the triangles of a vertex's ring
+/// (`ring` holds triangle numbers, `corners` three vertex indices per
+/// triangle): the point, its triangle's corners and its weights a, b and
+/// 1 - a - b on them. False when the ring is empty.
+template <typename Index, typename RingIndex>
+bool nearestOnRing(const std::vector<Vec3>& points, const Index* corners, const RingIndex* ring, const RingIndex* ringEnd,
+                   const Vec3& query, Vec3& nearest, const Index*& triangle, float& a, float& b)
+{
+    const QVector3D p(query.x(), query.y(), query.z());
+    float best = std::numeric_limits<float>::max();
+    for (; ring != ringEnd; ++ring) {
+        const Index* candidate = corners + 3 * size_t(*ring);
+        const auto at = [&](int c) {
+            const Vec3& q = points[size_t(candidate[c])];
+            return QVector3D(q.x(), q.y(), q.z());
+        };
+        float ca = 0, cb = 0;
+        const QVector3D q = ClosestTriangleSearch::closestPointOnTriangle(at(0), at(1), at(2), p, ca, cb);
+        const float distance = (q - p).lengthSquared();
+        if (distance < best) {
+            best = distance;
+            nearest = Vec3(q.x(), q.y(), q.z());
+            triangle = candidate;
+            a = ca;
+            b = cb;
+        }
+    }
+    return best < std::numeric_limits<float>::max();
+}
+
 /// A flag per vertex: on an edge that only one triangle uses. Only the
 /// vertices `asked` flags are judged (all when it is empty), and only their
 /// edges are sorted: on a dense scan that is a few thousandths of them.
@@ -270,25 +300,18 @@ void WelkingWorker::nearestOnTargetSurface(const Vec3& p, long long vertex, Vec3
 {
     point = m_target[size_t(vertex)];
     normal = m_targetNormals[size_t(vertex)];
-    const QVector3D query(p.x(), p.y(), p.z());
-    float best = std::numeric_limits<float>::max();
-    for (int k = m_targetVertexTriangleOffsets[size_t(vertex)]; k < m_targetVertexTriangleOffsets[size_t(vertex) + 1]; ++k) {
-        const int* corners = m_targetTriangles.constData() + 3 * m_targetVertexTriangles[size_t(k)];
-        const auto at = [&](int c) {
-            const Vec3& q = m_target[size_t(corners[c])];
-            return QVector3D(q.x(), q.y(), q.z());
-        };
-        float a = 0, b = 0;
-        const QVector3D nearest = ClosestTriangleSearch::closestPointOnTriangle(at(0), at(1), at(2), query, a, b);
-        const float distance = (nearest - query).lengthSquared();
-        if (distance < best) {
-            best = distance;
-            point = Vec3(nearest.x(), nearest.y(), nearest.z());
-            const Vec3 sum = a * m_targetNormals[size_t(corners[0])] + b * m_targetNormals[size_t(corners[1])] +
-                             (1.0f - a - b) * m_targetNormals[size_t(corners[2])];
-            normal = sum.norm() > 0 ? Vec3(sum.normalized()) : m_targetNormals[size_t(vertex)];
-        }
-    }
+    const int* corners = nullptr;
+    float a = 0, b = 0;
+    if (!nearestOnRing(m_target, m_targetTriangles.constData(),
+                       m_targetVertexTriangles.data() + m_targetVertexTriangleOffsets[size_t(vertex)],
+                       m_targetVertexTriangles.data() + m_targetVertexTriangleOffsets[size_t(vertex) + 1], p, point,
+                       corners, a, b))
+        return;
+    const float c = 1.0f - a - b;
+    const Vec3 sum = a * m_targetNormals[size_t(corners[0])] + b * m_targetNormals[size_t(corners[1])] +
+                     c * m_targetNormals[size_t(corners[2])];
+    if (sum.norm() > 0)
+        normal = sum.normalized();
 }
 
 void WelkingWorker::findPairs(std::vector<long long>& sources, std::vector<Vec3>& targets, std::vector<Vec3>& normals,
@@ -413,29 +436,19 @@ void WelkingWorker::findPairs(std::vector<long long>& sources, std::vector<Vec3>
                 if (v < 0)
                     continue;
             }
-            const QVector3D p(point.x(), point.y(), point.z());
-            float best = std::numeric_limits<float>::max();
             EmbeddedGraphDeformer::SurfacePair pair;
-            for (long long k = m_vertexTriangleOffsets[size_t(v)]; k < m_vertexTriangleOffsets[size_t(v) + 1]; ++k) {
-                const long long* corners = &m_sourceTriangles[size_t(3 * m_vertexTriangles[size_t(k)])];
-                const auto at = [&](int c) {
-                    const Vec3& q = m_current[size_t(corners[c])];
-                    return QVector3D(q.x(), q.y(), q.z());
-                };
-                float a = 0, b = 0;
-                const QVector3D nearest = ClosestTriangleSearch::closestPointOnTriangle(at(0), at(1), at(2), p, a, b);
-                const float distance = (nearest - p).lengthSquared();
-                if (distance < best) {
-                    best = distance;
-                    for (int c = 0; c < 3; ++c)
-                        pair.corners[c] = corners[c];
-                    pair.weights[0] = a;
-                    pair.weights[1] = b;
-                    pair.weights[2] = 1.0f - a - b;
-                }
-            }
-            if (best == std::numeric_limits<float>::max())
+            const long long* corners = nullptr;
+            Vec3 onSurface;
+            float a = 0, b = 0;
+            if (!nearestOnRing(m_current, m_sourceTriangles.data(), m_vertexTriangles.data() + m_vertexTriangleOffsets[size_t(v)],
+                               m_vertexTriangles.data() + m_vertexTriangleOffsets[size_t(v) + 1], point, onSurface, corners,
+                               a, b))
                 continue;
+            for (int c = 0; c < 3; ++c)
+                pair.corners[c] = corners[c];
+            pair.weights[0] = a;
+            pair.weights[1] = b;
+            pair.weights[2] = 1.0f - a - b;
             Vec3 normal = Vec3::Zero();
             bool usable = true;
             for (int c = 0; c < 3; ++c) {

@@ -17,6 +17,23 @@ GeomStack polygonSoup(const QVector<QVector3D>& vertices, const QVector<QVector<
                      QVector<int>(polygons.size(), -1), {}, QString());
 }
 
+GeomStack heightField(int n, float size, const std::function<float(float, float)>& height)
+{
+    QVector<QVector3D> vertices;
+    QVector<QVector<int>> quads;
+    for (int j = 0; j < n; ++j)
+        for (int i = 0; i < n; ++i) {
+            const float x = size * float(i) / float(n - 1), y = size * float(j) / float(n - 1);
+            vertices.append(QVector3D(x, y, height(x, y)));
+        }
+    for (int j = 0; j + 1 < n; ++j)
+        for (int i = 0; i + 1 < n; ++i) {
+            const int a = j * n + i;
+            quads.append({a, a + 1, a + n + 1, a + n});
+        }
+    return polygonSoup(vertices, quads);
+}
+
 GeomStack twoQuads()
 {
     const QVector<QVector3D> vertices = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {0, 1, 0}, {1, 1, 0}, {2, 1, 0}};

@@ -2,6 +2,8 @@
 
 #include "geometry/GeomStack.h"
 
+#include <functional>
+
 namespace TestSupport {
 
 /// Small meshes for tests, built from explicit lists.
@@ -15,5 +17,8 @@ GeometryStack2::GeomStack cube(const QVector3D& lo = {-1, -1, -1}, const QVector
 
 /// Any polygon soup: `polygons` lists corner indices per polygon.
 GeometryStack2::GeomStack polygonSoup(const QVector<QVector3D>& vertices, const QVector<QVector<int>>& polygons);
+
+/// An n x n grid of quads over [0, size]^2 with z = height(x, y), facing +z.
+GeometryStack2::GeomStack heightField(int n, float size, const std::function<float(float, float)>& height);
 
 } // namespace TestSupport

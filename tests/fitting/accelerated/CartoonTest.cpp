@@ -92,6 +92,20 @@ struct SmallLevel
     }
 };
 
+/// A state near the identity and a direction, drawn in turns from `seed`.
+void randomStateAndDirection(const CartoonWelking::Iterative::Problem& problem, unsigned seed, Eigen::VectorXf& x,
+                             Eigen::VectorXf& v)
+{
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<float> u(-0.3f, 0.3f);
+    x = problem.identity();
+    v.resize(problem.variableCount());
+    for (Eigen::Index i = 0; i < x.size(); ++i) {
+        x[i] += u(random);
+        v[i] = u(random);
+    }
+}
+
 } // namespace
 
 TEST(CartoonDeformer, JacobianMatchesFiniteDifferences)
@@ -136,13 +150,8 @@ TEST(CartoonDeformer, BlockProductsAndPreconditionerAgreeWithTheSparseJacobian)
                                                    rigidity);
         problem.setPairs({1, 7, 30, 44, 45}, {Vec3(0, 0, 6), Vec3(1, 5, 2), Vec3(-3, 2, 1), Vec3(2, -4, -2), Vec3(1, 1, 1)},
                          {Vec3(0, 0, 1), Vec3(0, 1, 0), Vec3(-1, 0, 0), Vec3(0.6f, -0.8f, 0), Vec3(0, 0.6f, 0.8f)});
-        std::mt19937 random(19);
-        std::uniform_real_distribution<float> u(-0.3f, 0.3f);
-        Eigen::VectorXf x = problem.identity(), v(problem.variableCount()), gradient, y, z;
-        for (Eigen::Index i = 0; i < x.size(); ++i) {
-            x[i] += u(random);
-            v[i] = u(random);
-        }
+        Eigen::VectorXf x, v, gradient, y, z;
+        randomStateAndDirection(problem, 19, x, v);
         float value = 0;
         problem.evaluateAll(x, value, gradient, problem.product(), nullptr);
         const Eigen::MatrixXd J = Eigen::MatrixXd(problem.jacobian().cast<double>());
@@ -191,13 +200,8 @@ TEST(CartoonDeformer, SurfacePairsEnterTheValueGradientAndProductsAlike)
     withSurface.setPairs(sources, targets, normals, surface);
     without.setPairs(sources, targets, normals);
 
-    std::mt19937 random(23);
-    std::uniform_real_distribution<float> u(-0.3f, 0.3f);
-    Eigen::VectorXf x = withSurface.identity(), v(withSurface.variableCount());
-    for (Eigen::Index i = 0; i < x.size(); ++i) {
-        x[i] += u(random);
-        v[i] = u(random);
-    }
+    Eigen::VectorXf x, v;
+    randomStateAndDirection(withSurface, 23, x, v);
     float value = 0, plainValue = 0;
     Eigen::VectorXf gradient, plainGradient;
     withSurface.evaluateAll(x, value, gradient, withSurface.product(), nullptr);
@@ -323,22 +327,12 @@ TEST(CartoonWorker, RecoversAnAnisotropicScalingThatTheFastFitCannot)
 
 namespace {
 
-/// A flat n x n grid over [0, 10]^2, or the same grid raised into a bump.
+/// A nearly flat n x n grid over [0, 10]^2, or the same grid raised into a bump.
 GeometryStack2::GeomStackTriangulated sheet(int n, bool bumped)
 {
-    QVector<QVector3D> vertices;
-    QVector<QVector<int>> quads;
-    for (int j = 0; j < n; ++j)
-        for (int i = 0; i < n; ++i) {
-            const float x = 10.0f * float(i) / float(n - 1), y = 10.0f * float(j) / float(n - 1);
-            vertices.append(QVector3D(x, y, bumped ? 1.2f * std::sin(0.35f * x) * std::cos(0.25f * y) : 0.002f * x * y));
-        }
-    for (int j = 0; j + 1 < n; ++j)
-        for (int i = 0; i + 1 < n; ++i) {
-            const int a = j * n + i;
-            quads.append({a, a + 1, a + n + 1, a + n});
-        }
-    return GeometryStack2::GeomStackTriangulated(TestSupport::polygonSoup(vertices, quads));
+    return GeometryStack2::GeomStackTriangulated(TestSupport::heightField(n, 10.0f, [bumped](float x, float y) {
+        return bumped ? 1.2f * std::sin(0.35f * x) * std::cos(0.25f * y) : 0.002f * x * y;
+    }));
 }
 
 } // namespace
@@ -402,13 +396,8 @@ TEST(CartoonDeformer, TheAnchorEntersTheValueGradientAndProductsAlike)
                                                EnergyWeights(), 0.0f);
     problem.setPairs({1, 7, 30, 44}, {Vec3(0, 0, 6), Vec3(1, 5, 2), Vec3(-3, 2, 1), Vec3(2, -4, -2)},
                      {Vec3(0, 0, 1), Vec3(0, 1, 0), Vec3(-1, 0, 0), Vec3(0.6f, -0.8f, 0)});
-    std::mt19937 random(7);
-    std::uniform_real_distribution<float> u(-0.3f, 0.3f);
-    Eigen::VectorXf x = problem.identity(), v(problem.variableCount());
-    for (Eigen::Index i = 0; i < x.size(); ++i) {
-        x[i] += u(random);
-        v[i] = u(random);
-    }
+    Eigen::VectorXf x, v;
+    randomStateAndDirection(problem, 7, x, v);
     const auto gradientAt = [&](const Eigen::VectorXf& at, float& value) {
         Eigen::VectorXf g;
         problem.evaluateAll(at, value, g, problem.product(), nullptr);

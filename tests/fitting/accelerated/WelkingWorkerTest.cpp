@@ -27,19 +27,8 @@ float bump(float x, float y)
 
 GeometryStack2::GeomStackTriangulated grid(int n, bool deformed)
 {
-    QVector<QVector3D> vertices;
-    QVector<QVector<int>> quads;
-    for (int j = 0; j < n; ++j)
-        for (int i = 0; i < n; ++i) {
-            const float x = 10.0f * float(i) / float(n - 1), y = 10.0f * float(j) / float(n - 1);
-            vertices.append(QVector3D(x, y, deformed ? bump(x, y) : 0.0f));
-        }
-    for (int j = 0; j + 1 < n; ++j)
-        for (int i = 0; i + 1 < n; ++i) {
-            const int a = j * n + i;
-            quads.append({a, a + 1, a + n + 1, a + n});
-        }
-    return GeometryStack2::GeomStackTriangulated(TestSupport::polygonSoup(vertices, quads));
+    return GeometryStack2::GeomStackTriangulated(
+        TestSupport::heightField(n, 10.0f, [deformed](float x, float y) { return deformed ? bump(x, y) : 0.0f; }));
 }
 
 struct Fit
