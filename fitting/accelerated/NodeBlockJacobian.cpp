@@ -35,6 +35,17 @@ inline void scatter(const float* q, const float* g, float w, float* a, float* t)
         t[r] += w * g[r];
 }
 
+/// s += k u u^T for a symmetric 3x3 kept as its six upper entries (row by row).
+inline void addOuter(float* s, float k, const float* u)
+{
+    s[0] += k * u[0] * u[0];
+    s[1] += k * u[0] * u[1];
+    s[2] += k * u[0] * u[2];
+    s[3] += k * u[1] * u[1];
+    s[4] += k * u[1] * u[2];
+    s[5] += k * u[2] * u[2];
+}
+
 } // namespace
 
 void NodeBlockJacobian::setPattern(long long nodes, std::vector<long long> pairOffsets, std::vector<int> pairNodes,
@@ -222,12 +233,7 @@ void NodeBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) co
                 const float* q = m_arms[size_t(block)].data();
                 // c (|q|^2 I - q q^T), c w [q]x
                 cq2 += c * (q[0] * q[0] + q[1] * q[1] + q[2] * q[2]);
-                qsq[0] -= c * q[0] * q[0];
-                qsq[1] -= c * q[0] * q[1];
-                qsq[2] -= c * q[0] * q[2];
-                qsq[3] -= c * q[1] * q[1];
-                qsq[4] -= c * q[1] * q[2];
-                qsq[5] -= c * q[2] * q[2];
+                addOuter(qsq, -c, q);
                 const float wc = w * c;
                 wwc += w * wc;
                 sq[1] += wc * q[2];
@@ -240,22 +246,12 @@ void NodeBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) co
                     // b2 m m^T, w b2 n m^T, w^2 b2 n n^T with m = n x q
                     const float* n = m_pairNormals[size_t(group)].data();
                     const float m[3] = {n[1] * q[2] - n[2] * q[1], n[2] * q[0] - n[0] * q[2], n[0] * q[1] - n[1] * q[0]};
-                    qsq[0] += b2 * m[0] * m[0];
-                    qsq[1] += b2 * m[0] * m[1];
-                    qsq[2] += b2 * m[0] * m[2];
-                    qsq[3] += b2 * m[1] * m[1];
-                    qsq[4] += b2 * m[1] * m[2];
-                    qsq[5] += b2 * m[2] * m[2];
+                    addOuter(qsq, b2, m);
                     const float wb = w * b2, wwb = w * wb;
                     for (int col = 0; col < 3; ++col)
                         for (int row = 0; row < 3; ++row)
                             sq[3 * col + row] += wb * n[row] * m[col];
-                    ssym[0] += wwb * n[0] * n[0];
-                    ssym[1] += wwb * n[0] * n[1];
-                    ssym[2] += wwb * n[0] * n[2];
-                    ssym[3] += wwb * n[1] * n[1];
-                    ssym[4] += wwb * n[1] * n[2];
-                    ssym[5] += wwb * n[2] * n[2];
+                    addOuter(ssym, wwb, n);
                 }
             }
             // The far ends of edges: the translation only, with -1.
