@@ -132,7 +132,8 @@ private:
     double surfaceValue(const std::vector<Vec3>& deformed, Vector* gradient) const;
     /// The blocks' values that do not depend on the state, for the pairs set.
     void fillBlocks();
-    /// The rigidity rows' J^T J per node at x (none when their weight is 0).
+    /// The rigidity and anchor rows' J^T J per node at x; none when both
+    /// weights are 0.
     void fillRigidity(const Vector& x);
 
     /// Half the anchor rows' squared residuals at x; with `gradient`, their
