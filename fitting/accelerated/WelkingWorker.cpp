@@ -758,6 +758,11 @@ void WelkingWorker::repairFolds()
                 shapeOffsets[size_t(v)] = similarity * restOffsets[size_t(v)];
         }
     };
+    // Relaxing a wide region can fold what lay outside the folds, and a
+    // part's similarity fits a bent limb poorly: the rounds do not always
+    // improve on each other, so the repair ends on the best shape it saw.
+    std::vector<Vec3> best = m_current;
+    int bestCount = addedCount;
     const int rounds = 200;
     for (int round = 0; round < 2 * rounds && m_course.foldsAfterRepair > 0; ++round) {
         std::fill(region.begin(), region.end(), 0);
@@ -793,6 +798,14 @@ void WelkingWorker::repairFolds()
         m_current.swap(relaxed);
         folds = addedFolds(m_current, false);
         m_course.foldsAfterRepair = addedCount;
+        if (addedCount < bestCount) {
+            best = m_current;
+            bestCount = addedCount;
+        }
+    }
+    if (m_course.foldsAfterRepair > bestCount) {
+        m_current.swap(best);
+        m_course.foldsAfterRepair = bestCount;
     }
 
     // Relaxing pulls the vertices off the target a little. Put each moved
