@@ -35,6 +35,9 @@ PAIRS = [
     ("fastrnrr-human", "fastrnrr-human/source.obj", "fastrnrr-human/target_mesh.obj", "fastrnrr-human/whole_target.obj"),
     ("meshmonk-face", "meshmonk-face/Template_Rigidly_Aligned.obj", "meshmonk-face/DemoFace_10K.obj", None),
     ("amm-human-partial", "amm-human-partial/source.obj", "amm-human-partial/target.obj", None),
+    ("spare-rabbit", "spare-rabbit/source.obj", "spare-rabbit/target.obj", None),
+    # Bodies 01 and 09 overlap where they lie; the demo's other pairs need a similarity first.
+    ("bcpd-bodies 01-09", "bcpd-bodies/01.obj", "bcpd-bodies/09.obj", None),
 ]
 DEMO = [("demo 38k v -> 82k tri", 80, 6), ("demo 38k v -> 1.3M tri", 80, 8), ("demo 38k v -> 5.2M tri", 80, 9)]
 
