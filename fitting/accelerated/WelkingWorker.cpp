@@ -19,8 +19,8 @@
 #include <algorithm>
 #include <cmath>
 #include <ctime>
-
 #include <limits>
+#include <numeric>
 
 namespace WelkingAcceleratedVersion {
 
@@ -731,32 +731,66 @@ void WelkingWorker::repairFolds()
                 mean += m_source[size_t(neighbours[size_t(k)])];
             restOffsets[v] = m_source[v] - mean / float(offsets[v + 1] - offsets[v]);
         }
+    // Calls `visit` with the vertices of each connected part of the mesh,
+    // or of the vertices marked in `within`.
     std::vector<long long> part(n, -1), queue;
-    const auto carryRestOffsets = [&]() {
+    const auto forEachPart = [&](const std::vector<char>* within, const auto& visit) {
         std::fill(part.begin(), part.end(), -1);
-        std::fill(shapeOffsets.begin(), shapeOffsets.end(), Vec3::Zero());
         for (size_t seed = 0; seed < n; ++seed) {
-            if (!region[seed] || part[seed] >= 0)
+            if ((within && !(*within)[seed]) || part[seed] >= 0)
                 continue;
             queue.assign(1, (long long)seed);
             part[seed] = (long long)seed;
             for (size_t i = 0; i < queue.size(); ++i)
                 for (long long k = offsets[size_t(queue[i])]; k < offsets[size_t(queue[i]) + 1]; ++k) {
                     const long long u = neighbours[size_t(k)];
-                    if (region[size_t(u)] && part[size_t(u)] < 0) {
+                    if ((!within || (*within)[size_t(u)]) && part[size_t(u)] < 0) {
                         part[size_t(u)] = (long long)seed;
                         queue.push_back(u);
                     }
                 }
-            Eigen::Matrix3Xd rest(3, Eigen::Index(queue.size())), current(3, Eigen::Index(queue.size()));
-            for (size_t i = 0; i < queue.size(); ++i) {
-                rest.col(Eigen::Index(i)) = m_source[size_t(queue[i])].cast<double>();
-                current.col(Eigen::Index(i)) = m_current[size_t(queue[i])].cast<double>();
-            }
-            const Eigen::Matrix3f similarity = Eigen::umeyama(rest, current, true).topLeftCorner<3, 3>().cast<float>();
-            for (long long v : queue)
-                shapeOffsets[size_t(v)] = similarity * restOffsets[size_t(v)];
+            visit(queue);
         }
+    };
+    // A separate piece of the basemesh that the fit crushed towards a point
+    // as a whole (the cartoon fit can squeeze a small piece that nothing
+    // holds) has a similarity of nearly no scale, which would carry nearly
+    // no offset. Such a piece's scale goes no lower than half the whole
+    // basemesh's; a part within a larger piece keeps its own, as its
+    // surroundings give it its size.
+    std::vector<long long> pieceSize(n, 0);
+    forEachPart(nullptr, [&](const std::vector<long long>& members) {
+        for (long long v : members)
+            pieceSize[size_t(v)] = (long long)members.size();
+    });
+    const auto similarityOf = [](const std::vector<long long>& members, const std::vector<Vec3>& from,
+                                 const std::vector<Vec3>& to) {
+        Eigen::Matrix3Xd a(3, Eigen::Index(members.size())), b(3, Eigen::Index(members.size()));
+        for (size_t i = 0; i < members.size(); ++i) {
+            a.col(Eigen::Index(i)) = from[size_t(members[i])].cast<double>();
+            b.col(Eigen::Index(i)) = to[size_t(members[i])].cast<double>();
+        }
+        const Eigen::Matrix3d sR = Eigen::umeyama(a, b, true).topLeftCorner<3, 3>();
+        return std::make_pair(sR, std::cbrt(std::abs(sR.determinant())));
+    };
+    std::vector<long long> everyVertex(n);
+    std::iota(everyVertex.begin(), everyVertex.end(), 0LL);
+    const auto [wholeSimilarity, wholeScale] = similarityOf(everyVertex, m_source, m_current);
+    const double scaleFloor = 0.5 * wholeScale;
+    const auto carryRestOffsets = [&]() {
+        std::fill(shapeOffsets.begin(), shapeOffsets.end(), Vec3::Zero());
+        forEachPart(&region, [&](const std::vector<long long>& members) {
+            auto [sR, scale] = similarityOf(members, m_source, m_current);
+            if (members.size() == size_t(pieceSize[size_t(members[0])]) && wholeScale > 0) {
+                if (!(scale > 1e-6 * scaleFloor))
+                    sR = wholeSimilarity * (scaleFloor / wholeScale);
+                else if (scale < scaleFloor)
+                    sR *= scaleFloor / scale;
+            }
+            const Eigen::Matrix3f similarity = sR.cast<float>();
+            for (long long v : members)
+                shapeOffsets[size_t(v)] = similarity * restOffsets[size_t(v)];
+        });
     };
     // Relaxing a wide region can fold what lay outside the folds, and a
     // part's similarity fits a bent limb poorly: the rounds do not always

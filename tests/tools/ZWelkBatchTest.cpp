@@ -361,6 +361,20 @@ TEST_F(ZWelkBatchTest, TheCartoonFitOfAPartialScanWritesNoAddedFold)
     }
 }
 
+TEST_F(ZWelkBatchTest, TheFoldRepairReopensASeparatePieceCrushedAsAWhole)
+{
+    // At this setting the cartoon fit squeezes a separate 37-vertex piece of
+    // the cat to a thousandth of a percent of its volume. Carried by that
+    // piece's own similarity, the rest offsets shrank with it, 50 folds
+    // stayed, and the written file had 5 added.
+    ZWELK_REQUIRE_DATA(TestSupport::sharedDataFile(QStringLiteral("amm-cat/source.obj")));
+    const QString settings = path(QStringLiteral("settings.ini"));
+    ASSERT_TRUE(TestSupport::writeFile(settings, "[welkingSettings]\nSmoothness_final=0.0499\n"));
+    expectNoAddedFoldWritten(*this, QStringLiteral("amm-cat/source.obj"), QStringLiteral("amm-cat/target.obj"),
+                             {QStringLiteral("--engine"), QStringLiteral("cartoon"), QStringLiteral("--settings"),
+                              settings});
+}
+
 TEST_F(ZWelkBatchTest, TheFoldRepairEndsOnTheBestShapeItReached)
 {
     // Body 01 lies half a body above body 20, and the fit squeezes its head.
