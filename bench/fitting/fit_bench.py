@@ -36,6 +36,8 @@ PAIRS = [
     ("meshmonk-face", "meshmonk-face/Template_Rigidly_Aligned.obj", "meshmonk-face/DemoFace_10K.obj", None),
     ("amm-human-partial", "amm-human-partial/source.obj", "amm-human-partial/target.obj", None),
     ("spare-rabbit", "spare-rabbit/source.obj", "spare-rabbit/target.obj", None),
+    # A production face basemesh (quads, separate eyes, teeth and lashes) onto an identity morph.
+    ("ict-face", "ict-face/generic_neutral_mesh.obj", "ict-face/identity000.obj", "ict-face/identity000.obj"),
     # Bodies 01 and 09 overlap where they lie; the demo's other pairs need a similarity first.
     ("bcpd-bodies 01-09", "bcpd-bodies/01.obj", "bcpd-bodies/09.obj", None),
 ]
