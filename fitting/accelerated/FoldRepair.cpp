@@ -1,0 +1,276 @@
+#include "FoldRepair.h"
+
+#include "FoldOvers.h"
+#include "VertexNormals.h"
+
+#include <Eigen/Geometry>
+
+#include <QDebug>
+#include <QString>
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+namespace WelkingAcceleratedVersion {
+
+FoldRepair::FoldRepair(const std::vector<Vec3>& rest, const std::vector<long long>& triangles, double tolerance)
+    : m_rest(rest), m_triangles(triangles), m_tolerance(tolerance)
+{
+}
+
+FoldRepair::Counts FoldRepair::run(std::vector<Vec3>& current, const std::vector<char>& pinned,
+                                    const std::vector<char>& excluded, const Target& target) const
+{
+    Counts counts;
+    // A triangle needs repair when it folded where it was not folded at
+    // rest. Projecting onto the target (below) must also keep clear of
+    // nearly folded triangles, which it would otherwise make by flattening
+    // neighbours onto one plane, and which rounding then folds when the
+    // result is mapped back to the model's units.
+    const double margin = 0.05;
+    const std::vector<char> restFolds = foldedTriangles(m_rest, m_triangles);
+    const std::vector<char> restAtRisk = foldedTriangles(m_rest, m_triangles, 0.0, m_tolerance);
+    const std::vector<char> restNearFolds = foldedTriangles(m_rest, m_triangles, margin);
+    const size_t triangleCount = restFolds.size();
+    int addedCount = 0;
+    // Triangles that folded, or came within rounding of it (with `nearToo`,
+    // within the margin), where they had not at rest.
+    const auto addedFolds = [&](const std::vector<Vec3>& shape, bool nearToo) {
+        std::vector<char> added = foldedTriangles(shape, m_triangles);
+        const std::vector<char> atRisk = foldedTriangles(shape, m_triangles, 0.0, m_tolerance);
+        const std::vector<char> near = nearToo ? foldedTriangles(shape, m_triangles, margin) : added;
+        addedCount = 0;
+        for (size_t t = 0; t < triangleCount; ++t) {
+            added[t] = (added[t] && !restFolds[t]) || (atRisk[t] && !restAtRisk[t]) || (near[t] && !restNearFolds[t]);
+            addedCount += added[t];
+        }
+        return added;
+    };
+    // The counts reported are of folds proper, as the result's own count is.
+    const auto properFolds = [&]() {
+        const std::vector<char> folded = foldedTriangles(current, m_triangles);
+        int count = 0;
+        for (size_t t = 0; t < triangleCount; ++t)
+            count += folded[t] && !restFolds[t];
+        return count;
+    };
+    std::vector<char> folds = addedFolds(current, false);
+    counts.before = properFolds();
+    counts.after = addedCount;
+    if (addedCount == 0)
+        return counts;
+
+    // Vertex neighbours as compressed rows, duplicates kept: a shared edge
+    // counts twice, which weighs the relaxation a little towards it.
+    const size_t n = current.size();
+    std::vector<long long> offsets(n + 1, 0), neighbours;
+    for (size_t c = 0; c < m_triangles.size(); ++c)
+        offsets[size_t(m_triangles[c]) + 1] += 2;
+    for (size_t v = 0; v < n; ++v)
+        offsets[v + 1] += offsets[v];
+    neighbours.resize(size_t(offsets[n]));
+    std::vector<long long> fill(offsets.begin(), offsets.end() - 1);
+    for (size_t t = 0; t < triangleCount; ++t)
+        for (int k = 0; k < 3; ++k) {
+            const long long v = m_triangles[3 * t + size_t(k)];
+            neighbours[size_t(fill[size_t(v)]++)] = m_triangles[3 * t + size_t((k + 1) % 3)];
+            neighbours[size_t(fill[size_t(v)]++)] = m_triangles[3 * t + size_t((k + 2) % 3)];
+        }
+
+    // Relax the corners of the added folds (and, while folds persist, a
+    // growing ring around them) towards the mean of their neighbours. The
+    // rest of the mesh keeps its fitted position.
+    const std::vector<Vec3> fitted = current;
+    std::vector<char> region(n, 0), next(n, 0);
+    std::vector<Vec3> relaxed;
+    // Where rounds of plain relaxation leave folds, the fit has crushed a
+    // strip to a line (the cartoon fit can, along an open border that runs
+    // past a partial scan), and averaging keeps a line a line. The next
+    // rounds relax towards the rest shape's offsets from the neighbours'
+    // mean instead, carried by the similarity that best maps each connected
+    // part of the region from rest to its current place.
+    std::vector<Vec3> restOffsets(n, Vec3::Zero()), shapeOffsets(n, Vec3::Zero());
+    for (size_t v = 0; v < n; ++v)
+        if (offsets[v + 1] > offsets[v]) {
+            Vec3 mean = Vec3::Zero();
+            for (long long k = offsets[v]; k < offsets[v + 1]; ++k)
+                mean += m_rest[size_t(neighbours[size_t(k)])];
+            restOffsets[v] = m_rest[v] - mean / float(offsets[v + 1] - offsets[v]);
+        }
+    // Calls `visit` with the vertices of each connected part of the mesh,
+    // or of the vertices marked in `within`.
+    std::vector<long long> part(n, -1), queue;
+    const auto forEachPart = [&](const std::vector<char>* within, const auto& visit) {
+        std::fill(part.begin(), part.end(), -1);
+        for (size_t seed = 0; seed < n; ++seed) {
+            if ((within && !(*within)[seed]) || part[seed] >= 0)
+                continue;
+            queue.assign(1, (long long)seed);
+            part[seed] = (long long)seed;
+            for (size_t i = 0; i < queue.size(); ++i)
+                for (long long k = offsets[size_t(queue[i])]; k < offsets[size_t(queue[i]) + 1]; ++k) {
+                    const long long u = neighbours[size_t(k)];
+                    if ((!within || (*within)[size_t(u)]) && part[size_t(u)] < 0) {
+                        part[size_t(u)] = (long long)seed;
+                        queue.push_back(u);
+                    }
+                }
+            visit(queue);
+        }
+    };
+    // A separate piece of the basemesh that the fit crushed towards a point
+    // as a whole (the cartoon fit can squeeze a small piece that nothing
+    // holds) has a similarity of nearly no scale, which would carry nearly
+    // no offset. Such a piece's scale goes no lower than half the whole
+    // basemesh's; a part within a larger piece keeps its own, as its
+    // surroundings give it its size.
+    std::vector<long long> pieceSize(n, 0);
+    forEachPart(nullptr, [&](const std::vector<long long>& members) {
+        for (long long v : members)
+            pieceSize[size_t(v)] = (long long)members.size();
+    });
+    const auto similarityOf = [](const std::vector<long long>& members, const std::vector<Vec3>& from,
+                                 const std::vector<Vec3>& to) {
+        Eigen::Matrix3Xd a(3, Eigen::Index(members.size())), b(3, Eigen::Index(members.size()));
+        for (size_t i = 0; i < members.size(); ++i) {
+            a.col(Eigen::Index(i)) = from[size_t(members[i])].cast<double>();
+            b.col(Eigen::Index(i)) = to[size_t(members[i])].cast<double>();
+        }
+        const Eigen::Matrix3d sR = Eigen::umeyama(a, b, true).topLeftCorner<3, 3>();
+        return std::make_pair(sR, std::cbrt(std::abs(sR.determinant())));
+    };
+    std::vector<long long> everyVertex(n);
+    std::iota(everyVertex.begin(), everyVertex.end(), 0LL);
+    const auto [wholeSimilarity, wholeScale] = similarityOf(everyVertex, m_rest, current);
+    const double scaleFloor = 0.5 * wholeScale;
+    const auto carryRestOffsets = [&]() {
+        std::fill(shapeOffsets.begin(), shapeOffsets.end(), Vec3::Zero());
+        forEachPart(&region, [&](const std::vector<long long>& members) {
+            auto [sR, scale] = similarityOf(members, m_rest, current);
+            if (members.size() == size_t(pieceSize[size_t(members[0])]) && wholeScale > 0) {
+                if (!(scale > 1e-6 * scaleFloor))
+                    sR = wholeSimilarity * (scaleFloor / wholeScale);
+                else if (scale < scaleFloor)
+                    sR *= scaleFloor / scale;
+            }
+            const Eigen::Matrix3f similarity = sR.cast<float>();
+            for (long long v : members)
+                shapeOffsets[size_t(v)] = similarity * restOffsets[size_t(v)];
+        });
+    };
+    // Relaxing a wide region can fold what lay outside the folds, and a
+    // part's similarity fits a bent limb poorly: the rounds do not always
+    // improve on each other, so the repair ends on the best shape it saw.
+    std::vector<Vec3> best = current;
+    int bestCount = addedCount;
+    const int rounds = 200;
+    for (int round = 0; round < 2 * rounds && counts.after > 0; ++round) {
+        std::fill(region.begin(), region.end(), 0);
+        for (size_t t = 0; t < triangleCount; ++t)
+            if (folds[t])
+                for (int k = 0; k < 3; ++k)
+                    region[size_t(m_triangles[3 * t + size_t(k)])] = 1;
+        for (int ring = 0; ring < 1 + (round % rounds) / 20; ++ring) {
+            next = region;
+            for (size_t v = 0; v < n; ++v)
+                if (region[v])
+                    for (long long k = offsets[v]; k < offsets[v + 1]; ++k)
+                        next[size_t(neighbours[size_t(k)])] = 1;
+            region.swap(next);
+        }
+        const bool restShape = round >= rounds;
+        if (restShape)
+            carryRestOffsets();
+        relaxed = current;
+        tbb::parallel_for(tbb::blocked_range<size_t>(0, n, 1024), [&](const tbb::blocked_range<size_t>& r) {
+            for (size_t v = r.begin(); v < r.end(); ++v) {
+                if (!region[v] || pinned[v] || offsets[v + 1] == offsets[v])
+                    continue;
+                Vec3 mean = Vec3::Zero();
+                for (long long k = offsets[v]; k < offsets[v + 1]; ++k)
+                    mean += current[size_t(neighbours[size_t(k)])];
+                mean /= float(offsets[v + 1] - offsets[v]);
+                if (restShape)
+                    mean += shapeOffsets[v];
+                relaxed[v] = 0.5f * (current[v] + mean);
+            }
+        });
+        current.swap(relaxed);
+        folds = addedFolds(current, false);
+        counts.after = addedCount;
+        if (addedCount < bestCount) {
+            best = current;
+            bestCount = addedCount;
+        }
+    }
+    if (counts.after > bestCount) {
+        current.swap(best);
+        counts.after = bestCount;
+    }
+
+    // Relaxing pulls the vertices off the target a little. Put each moved
+    // vertex back onto the tangent plane of its nearest target vertex, as
+    // the fit's point-to-plane term would, except where that folds again.
+    if (counts.after == 0) {
+        std::vector<char> moved(n, 0);
+        for (size_t v = 0; v < n; ++v)
+            moved[v] = !excluded[v] && current[v] != fitted[v];
+        const std::vector<Vec3> normals = vertexNormals(current, m_triangles);
+        std::vector<Vec3> projected = current;
+        tbb::parallel_for(tbb::blocked_range<size_t>(0, n, 512), [&](const tbb::blocked_range<size_t>& r) {
+            for (size_t v = r.begin(); v < r.end(); ++v) {
+                if (!moved[v])
+                    continue;
+                const long long nearest = target.tree.findNearestPointInd(current[v], target.points);
+                if (nearest < 0)
+                    continue;
+                const Vec3& normal = target.normals[size_t(nearest)];
+                if (normals[v].dot(normal) < target.normalsThreshold)
+                    continue;
+                projected[v] = current[v] + normal * normal.dot(target.points[size_t(nearest)] - current[v]);
+            }
+        });
+        // A triangle squeezed to a sliver has a direction that rounding alone
+        // can turn over.
+        const auto area = [this](size_t t, const std::vector<Vec3>& shape) {
+            const Vec3& a = shape[size_t(m_triangles[3 * t])];
+            return (shape[size_t(m_triangles[3 * t + 1])] - a).cross(shape[size_t(m_triangles[3 * t + 2])] - a).norm();
+        };
+        const auto collapsed = [&](size_t t, const std::vector<Vec3>& shape) {
+            return area(t, shape) < 0.25f * area(t, current);
+        };
+        // Back to the relaxed position wherever a projected triangle folds or
+        // collapses, until none does; the relaxed shape has no added fold.
+        for (;;) {
+            const std::vector<char> projectedFolds = addedFolds(projected, true);
+            bool clean = true;
+            for (size_t t = 0; t < triangleCount; ++t)
+                if (projectedFolds[t] || collapsed(t, projected))
+                    for (int k = 0; k < 3; ++k) {
+                        // A triangle's test reads its corners' neighbours too.
+                        const size_t corner = size_t(m_triangles[3 * t + size_t(k)]);
+                        for (long long e = offsets[corner] - 1; e < offsets[corner + 1]; ++e) {
+                            const size_t v = e < offsets[corner] ? corner : size_t(neighbours[size_t(e)]);
+                            if (projected[v] != current[v]) {
+                                projected[v] = current[v];
+                                clean = false;
+                            }
+                        }
+                    }
+            if (clean)
+                break;
+        }
+        current.swap(projected);
+    }
+    counts.after = properFolds();
+    qDebug().noquote() << QStringLiteral("Fold repair: %1 added fold-overs before, %2 after")
+                              .arg(counts.before)
+                              .arg(counts.after);
+    return counts;
+}
+
+} // namespace WelkingAcceleratedVersion
