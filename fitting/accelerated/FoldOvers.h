@@ -20,7 +20,8 @@ namespace WelkingAcceleratedVersion {
 /// within that margin of a right angle: nearly folded, and so liable to
 /// fold by rounding alone. With `positionTolerance` above 0 a triangle
 /// also counts when moving its corners by up to that distance could turn
-/// its normal over: a sliver that rounding on output may fold.
+/// its normal over, or leave it without a direction: a sliver that
+/// rounding on output may fold.
 template <class Points, class Indices>
 std::vector<char> foldedTriangles(const Points& vertices, const Indices& triangles, double minCosine = 0,
                                   double positionTolerance = 0)
@@ -74,6 +75,12 @@ std::vector<char> foldedTriangles(const Points& vertices, const Indices& triangl
                 bound = std::max(bound, slack[t] * sumLength);
         }
         folded[t] = bound > 0 ? dot < bound : dot < 0;
+        // A sliver whose corners lie within the tolerance of one line (a
+        // triangle crushed to a point, among neighbours crushed with it, has
+        // no direction to compare) has no direction that rounding keeps.
+        if (positionTolerance > 0 &&
+            std::sqrt(n.x * n.x + n.y * n.y + n.z * n.z) <= slack[t] + 4.0 * positionTolerance * positionTolerance)
+            folded[t] = 1;
     }
     return folded;
 }
