@@ -84,6 +84,17 @@ struct AcceleratedParameters
     /// (meshmonk-face: 0.018 % of the diagonal from it, 0.0049 with surface
     /// pairs).
     bool surfacePairs = true;
+    /// A basemesh vertex on an open border whose nearest target vertex lies
+    /// on an open border of the target pulls straight towards the nearest
+    /// point of that vertex's border edges, along the gap between them,
+    /// instead of along the target's normal ("Border_pairs"; the fast fit
+    /// only). Two open borders that should meet (a neck's cut, a scan's
+    /// edge) otherwise close only through the weak point row, as the plane
+    /// row does not pull along the surface: the fast fit left ict-face's
+    /// neck border half way to the identity's. The cartoon fit, whose nodes
+    /// may shear and scale, dragged a basemesh that runs past a partial scan
+    /// onto the scan's border instead.
+    bool borderPairs = true;
 };
 
 } // namespace WelkingAcceleratedVersion

@@ -19,6 +19,7 @@
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <ctime>
 #include <limits>
@@ -161,7 +162,7 @@ WelkingWorker::WelkingWorker(const QVector<QVector3D>& sourceVertices, const QVe
 
     m_tree.reset(KDTreeAcceleratedVersion::build<float, long long>(m_target, 128));
 
-    if (m_parameters.surfacePairs) {
+    if (m_parameters.surfacePairs || m_parameters.borderPairs) {
         // Shared with the caller's list, not copied; the rings are counted
         // out once, in 32-bit indices (a dense scan has millions of corners).
         m_targetTriangles = targetTriangles;
@@ -179,12 +180,13 @@ WelkingWorker::WelkingWorker(const QVector<QVector3D>& sourceVertices, const QVe
                 m_targetVertexTriangles[size_t(fill[size_t(targetTriangles[c])]++)] = c / 3;
     }
 
+    if (m_parameters.coveragePairs || m_parameters.borderPairs)
+        m_sourceBoundary = boundaryVertices(m_source.size(), m_sourceTriangles);
     if (m_parameters.coveragePairs) {
         // About one sample per basemesh vertex, so a dense scan costs no
         // more per round than the basemesh's own matching; none on the
         // scan's open borders, whose nearest basemesh vertex says nothing
         // about where the basemesh should go.
-        m_sourceBoundary = boundaryVertices(m_source.size(), m_sourceTriangles);
         m_vertexTriangleOffsets.assign(m_source.size() + 1, 0);
         for (long long corner : m_sourceTriangles)
             if (corner >= 0 && size_t(corner) < m_source.size())
@@ -294,12 +296,58 @@ void WelkingWorker::nearestOnTargetSurface(const Vec3& p, long long vertex, Vec3
         normal = sum.normalized();
 }
 
+bool WelkingWorker::nearestOnTargetBorder(const Vec3& p, long long vertex, Vec3& point) const
+{
+    // Around an inner vertex every neighbour is shared by two of its
+    // triangles; around a border vertex the far ends of its two border
+    // edges are not. A ring has a few triangles, so pairing them up costs
+    // less than listing every edge of a dense scan once.
+    std::array<int, 64> seen;
+    int count = 0;
+    const int* corners = m_targetTriangles.constData();
+    for (int k = m_targetVertexTriangleOffsets[size_t(vertex)]; k < m_targetVertexTriangleOffsets[size_t(vertex) + 1];
+         ++k) {
+        const int* triangle = corners + 3 * size_t(m_targetVertexTriangles[size_t(k)]);
+        for (int c = 0; c < 3; ++c) {
+            if (triangle[c] == int(vertex))
+                continue;
+            if (count == int(seen.size()))
+                return false; // a fan this large is a hub, not a border
+            seen[size_t(count++)] = triangle[c];
+        }
+    }
+    std::sort(seen.begin(), seen.begin() + count);
+    const Vec3& a = m_target[size_t(vertex)];
+    bool onBorder = false;
+    float best = std::numeric_limits<float>::max();
+    for (int i = 0; i < count;) {
+        int j = i + 1;
+        while (j < count && seen[size_t(j)] == seen[size_t(i)])
+            ++j;
+        if (j - i == 1) {
+            // The nearest point of this border edge: the pull slides along
+            // the border continuously instead of snapping vertex to vertex.
+            const Vec3 edge = m_target[size_t(seen[size_t(i)])] - a;
+            const float length = edge.squaredNorm();
+            const float t = length > 0 ? std::clamp((p - a).dot(edge) / length, 0.0f, 1.0f) : 0.0f;
+            const Vec3 q = a + t * edge;
+            if ((q - p).squaredNorm() < best) {
+                best = (q - p).squaredNorm();
+                point = q;
+            }
+            onBorder = true;
+        }
+        i = j;
+    }
+    return onBorder;
+}
+
 void WelkingWorker::findPairs(std::vector<long long>& sources, std::vector<Vec3>& targets, std::vector<Vec3>& normals,
                               ShapeDistance* measured) const
 {
     std::vector<long long> match(m_current.size(), -1);
     // With surface pairs, where on the target each matched vertex goes.
-    const bool onSurface = !m_targetVertexTriangleOffsets.empty();
+    const bool onSurface = m_parameters.surfacePairs && !m_targetVertexTriangleOffsets.empty();
     std::vector<Vec3> surfacePoints(onSurface ? m_current.size() : 0), surfaceNormals(surfacePoints.size());
     const std::vector<Vec3> currentNormals = vertexNormals(m_current, m_sourceTriangles);
     struct Sum
@@ -366,6 +414,13 @@ void WelkingWorker::findPairs(std::vector<long long>& sources, std::vector<Vec3>
     for (size_t v = 0; v < match.size(); ++v)
         if (match[v] >= 0) {
             sources.push_back((long long)v);
+            Vec3 borderPoint;
+            if (m_parameters.borderPairs && m_sourceBoundary[v] &&
+                nearestOnTargetBorder(m_current[v], match[v], borderPoint) && borderPoint != m_current[v]) {
+                targets.push_back(borderPoint);
+                normals.push_back((borderPoint - m_current[v]).normalized());
+                continue;
+            }
             targets.push_back(onSurface ? surfacePoints[v] : m_target[size_t(match[v])]);
             normals.push_back(onSurface ? surfaceNormals[v] : m_targetNormals[size_t(match[v])]);
         }

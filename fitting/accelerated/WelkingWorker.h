@@ -85,6 +85,10 @@ protected:
     /// The nearest point to p on the target triangles around `vertex`, and
     /// the target's normal there (its corners' normals, interpolated).
     void nearestOnTargetSurface(const Vec3& p, long long vertex, Vec3& point, Vec3& normal) const;
+    /// Whether a target vertex lies on an open border of the target (from
+    /// the triangles around it), and if so the nearest point to p on its
+    /// border edges.
+    bool nearestOnTargetBorder(const Vec3& p, long long vertex, Vec3& point) const;
     /// `findPairs`, also measuring the current shape when `measured` is set.
     void findPairs(std::vector<long long>& sources, std::vector<Vec3>& targets, std::vector<Vec3>& normals,
                    ShapeDistance* measured) const;

@@ -84,6 +84,7 @@ bool load(const QString& path, WelkingSettings& settings, QString& error, Dialog
     a.finestSolveTolerance = readKey(s, "Finest_solve_tolerance", da.finestSolveTolerance, 1e-7f, 0.9f);
     a.cartoonAnchor = readKey(s, "Cartoon_anchor", da.cartoonAnchor, 0.0f, 1.0f);
     a.surfacePairs = s.value(QStringLiteral("Surface_pairs"), da.surfacePairs).toBool();
+    a.borderPairs = s.value(QStringLiteral("Border_pairs"), da.borderPairs).toBool();
     s.endGroup();
     g.levels = a.subdivisions;
     return true;
@@ -119,6 +120,7 @@ bool save(const QString& path, const WelkingSettings& settings, QString& error)
     s.setValue(QStringLiteral("Finest_solve_tolerance"), a.finestSolveTolerance);
     s.setValue(QStringLiteral("Cartoon_anchor"), a.cartoonAnchor);
     s.setValue(QStringLiteral("Surface_pairs"), a.surfacePairs);
+    s.setValue(QStringLiteral("Border_pairs"), a.borderPairs);
     s.endGroup();
     s.sync();
     if (s.status() != QSettings::NoError) {
