@@ -23,7 +23,6 @@
 #include <cmath>
 #include <ctime>
 #include <limits>
-#include <numeric>
 
 namespace WelkingAcceleratedVersion {
 
