@@ -9,8 +9,8 @@ demo, beside the fast and cartoon fits of the same run.
                                [--engines fast,cartoon,classic] [--settings FILE.ini]
 
 Given one or more research programs (--spare, --fast-rnrr, --amm-nrr,
---meshmonk: paths of their binaries, built outside the project as
-docs/performance.md describes), it instead runs them beside our fits of the
+--meshmonk: paths of their binaries, built outside the project by
+bench/fitting/peers/build_peers.sh, which prints these options), it instead runs them beside our fits of the
 same run on every shared pair: each program timed as a whole process, each
 result measured by build/bench/fit_measure (CGAL distances both ways in % of
 the target's box diagonal, added fold-overs), and prints that table with the
