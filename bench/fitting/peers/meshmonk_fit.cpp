@@ -6,6 +6,8 @@
 #include <fstream>
 #include <iostream>
 #include <sstream>
+#include <stdexcept>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -50,7 +52,14 @@ static meshmonk::FeatureMat features(const Obj& o, meshmonk::FacesMat& faces) {
 int main(int argc, char** argv) {
     if (argc != 4) { std::cerr << "usage: meshmonk_fit SRC.obj TGT.obj OUT.obj\n"; return 2; }
     Obj src, tgt;
-    if (!readObj(argv[1], src) || !readObj(argv[2], tgt)) { std::cerr << "cannot read input\n"; return 1; }
+    for (auto [path, obj] : {std::pair<const char*, Obj*>{argv[1], &src}, {argv[2], &tgt}}) {
+        bool read = false;
+        try { read = readObj(path, *obj); } catch (const std::exception&) {}
+        if (!read || obj->v.empty() || obj->tri.empty()) {
+            std::cerr << path << ": not an OBJ mesh with vertices and faces\n";
+            return 1;
+        }
+    }
     meshmonk::FacesMat sf, tf;
     meshmonk::FeatureMat fs = features(src, sf), ft = features(tgt, tf);
     meshmonk::VecDynFloat flS = meshmonk::VecDynFloat::Ones(fs.rows()), flT = meshmonk::VecDynFloat::Ones(ft.rows());

@@ -356,7 +356,6 @@ float worstCoverage(const QVector<QVector3D>& target, const QVector<QVector3D>& 
     return std::sqrt(worst);
 }
 
-/// A 24 x 48 sphere fitted to `target` with the fast fit.
 /// The fast fit of `source` onto `target`, without point pairs.
 QVector<QVector3D> fastFit(const GeometryStack2::GeomStackTriangulated& source,
                            const GeometryStack2::GeomStackTriangulated& target, const AcceleratedParameters& parameters)
@@ -376,6 +375,7 @@ QVector<QVector3D> fastFit(const GeometryStack2::GeomStackTriangulated& source,
     return result;
 }
 
+/// A 24 x 48 sphere fitted to `target` with the fast fit.
 QVector<QVector3D> fitSphereTo(const GeometryStack2::GeomStackTriangulated& target, const AcceleratedParameters& parameters)
 {
     return fastFit(sphere(24, 48, false), target, parameters);
