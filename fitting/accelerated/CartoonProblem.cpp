@@ -442,9 +442,7 @@ void Problem::BlockDiagonalPreconditioner::refresh(double damping)
     m_inverse.resize(m_blocks.size());
     EmbeddedGraphDeformer::forRange((long long)m_blocks.size(), true, [&](long long begin, long long end) {
         for (long long i = begin; i < end; ++i) {
-            Block damped = m_blocks[size_t(i)];
-            damped.diagonal().array() += float(damping);
-            m_inverse[size_t(i)] = damped.ldlt().solve(Block::Identity());
+            EmbeddedGraphDeformer::invertDamped(m_blocks[size_t(i)], float(damping), m_inverse[size_t(i)]);
         }
     }, 64);
 }

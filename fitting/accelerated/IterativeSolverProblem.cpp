@@ -452,9 +452,7 @@ void Problem::BlockDiagonalPreconditioner::refresh(double damping)
     m_inverse.resize(m_blocks.size());
     forRange((long long)m_blocks.size(), m_parallel, [&](long long begin, long long end) {
         for (long long i = begin; i < end; ++i) {
-            JacobianSparseStorage::Block damped = m_blocks[size_t(i)];
-            damped.diagonal().array() += float(damping);
-            m_inverse[size_t(i)] = damped.ldlt().solve(JacobianSparseStorage::Block::Identity());
+            invertDamped(m_blocks[size_t(i)], float(damping), m_inverse[size_t(i)]);
         }
     }, 256);
 }

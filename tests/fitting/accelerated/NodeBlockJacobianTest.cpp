@@ -1,5 +1,6 @@
 #include "fitting/accelerated/IterativeSolverProblem.h"
 #include "fitting/accelerated/NodeBlockJacobian.h"
+#include "fitting/accelerated/NodeBlocks.h"
 
 #include "WavyPatch.h"
 
@@ -152,4 +153,61 @@ TEST(NodeBlockJacobian, NoPairsLeavesSmoothnessAlone)
     shift[3] = 1.0f;
     J.multiplyNormal(shift, out, true);
     EXPECT_GT(out[3], 0.0f);
+}
+
+namespace {
+
+template <int n> void expectInverse(const Eigen::Matrix<float, n, n>& block, float damping, double tolerance)
+{
+    Eigen::Matrix<float, n, n> inverse;
+    invertDamped(block, damping, inverse);
+    Eigen::Matrix<double, n, n> damped = block.template cast<double>();
+    damped.diagonal().array() += double(damping);
+    const Eigen::Matrix<double, n, n> product = damped * inverse.template cast<double>();
+    EXPECT_LT((product - Eigen::Matrix<double, n, n>::Identity()).norm(), tolerance) << block;
+    EXPECT_TRUE(inverse.isApprox(inverse.transpose()));
+}
+
+template <int n> Eigen::Matrix<float, n, n> gram(int rank, std::mt19937& random)
+{
+    std::uniform_real_distribution<float> u(-1.0f, 1.0f);
+    Eigen::Matrix<float, Eigen::Dynamic, n> rows(rank, n);
+    for (int r = 0; r < rank; ++r)
+        for (int c = 0; c < n; ++c)
+            rows(r, c) = u(random);
+    return rows.transpose() * rows;
+}
+
+} // namespace
+
+TEST(NodeBlocks, DampedInverseOfSixAndTwelveRowBlocks)
+{
+    std::mt19937 random(7);
+    for (int i = 0; i < 50; ++i) {
+        expectInverse<6>(gram<6>(20, random), 1e-3f, 1e-4);
+        expectInverse<12>(gram<12>(40, random), 1e-3f, 1e-3);
+    }
+    // Rank-deficient blocks (a node that only its edges hold) are inverted
+    // through the damping alone.
+    for (int i = 0; i < 20; ++i) {
+        expectInverse<6>(gram<6>(3, random), 0.05f, 1e-3);
+        expectInverse<12>(gram<12>(6, random), 0.05f, 1e-3);
+    }
+    // The fit's blocks mix rotation entries of order |q|^2 with translation
+    // entries of order 1.
+    Eigen::Matrix<float, 6, 6> scaled = gram<6>(20, random);
+    scaled.topLeftCorner<3, 3>() *= 1e-4f;
+    scaled.topRightCorner<3, 3>() *= 1e-2f;
+    scaled.bottomLeftCorner<3, 3>() *= 1e-2f;
+    expectInverse<6>(scaled, 1e-6f, 1e-3);
+}
+
+TEST(NodeBlocks, BlockWithoutAPositivePivotFallsBackToThePivotedFactorisation)
+{
+    // Indefinite with a zero first entry: the unpivoted factorisation would
+    // divide by it, the pivoted one still inverts the block.
+    Eigen::Matrix<float, 6, 6> block = Eigen::Matrix<float, 6, 6>::Identity();
+    block(0, 0) = 0.0f;
+    block(0, 1) = block(1, 0) = 1.0f;
+    expectInverse<6>(block, 0.0f, 1e-3);
 }
