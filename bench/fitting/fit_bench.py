@@ -125,6 +125,16 @@ def measure(tool, source, target, result):
     return json.loads(run.stdout), None
 
 
+def judged_start(figures, failure, start):
+    """A result that lies no nearer the target than the basemesh did is no
+    fit (a program can write its input back unchanged and exit 0); it counts
+    as a failure, not as a time to compare with."""
+    if figures is None or start is None or figures["fwdRms"] < 0.95 * start["fwdRms"]:
+        return figures, failure
+    return None, (f"no fit: the result lies no nearer the target than the basemesh "
+                  f"(fwd RMS {figures['fwdRms']:.3f}, {start['fwdRms']:.3f} at the start)")
+
+
 def load_average():
     return " / ".join(f"{x:.2f}" for x in os.getloadavg())
 
@@ -147,6 +157,7 @@ def compare_with_peers(args, batch, engines, peers):
             if not (os.path.exists(src) and os.path.exists(tgt)):
                 continue
             rows = []  # (program, seconds or None, figures or None, failure)
+            start, _ = measure(tool, src, tgt, src)
             for engine in engines:
                 folder = os.path.join(work, f"{name}-{engine}")
                 os.makedirs(folder)
@@ -154,6 +165,7 @@ def compare_with_peers(args, batch, engines, peers):
                 seconds, code, err = timed([batch, "welk", "--base", src, "--target", tgt, "-o", out,
                                             "--engine", engine] + SETTINGS)
                 figures, failure = measure(tool, src, tgt, out) if code == 0 else (None, f"exit {code}: {err.strip()}")
+                figures, failure = judged_start(figures, failure, start)
                 rows.append((label(engine), seconds, figures, failure))
             for peer, option, command, result in peers:
                 folder = os.path.join(work, f"{name}-{option}")
@@ -164,9 +176,13 @@ def compare_with_peers(args, batch, engines, peers):
                                     else (None, err))
                 if failure and code:
                     failure = f"exit {code}; {failure}"
+                figures, failure = judged_start(figures, failure, start)
                 rows.append((peer, seconds, figures, failure))
                 shutil.rmtree(folder, ignore_errors=True)
             ours = {engine: rows[i][1] for i, engine in enumerate(engines)}
+            if start is not None:
+                print(f"| {name} | the basemesh as it starts | | {start['fwdRms']:.3f} | {start['backRms']:.3f} | "
+                      f"| {' | '.join('' for _ in engines)} |", flush=True)
             for program, seconds, figures, failure in rows:
                 ratios = " | ".join(f"{seconds / ours[e]:.2f}x" for e in engines)
                 if figures is None:
