@@ -31,6 +31,14 @@ struct AcceleratedParameters
     /// units across, where the block preconditioner's fixed 30 iterations
     /// keep every vertex within 0.01.
     int directSolveNodes = 0;
+    /// A level ends before its last closest-point round once a round's
+    /// solve moved the vertices by less than this fraction of the
+    /// basemesh's largest extent, root mean square ("Converged_move"; 0
+    /// runs every round). A converged level's later rounds find the same
+    /// pairs and move the shape by less each time: on meshmonk-face the
+    /// finest level's rounds after the second moved 1e-4 of the extent
+    /// each, and the fit spent half of its solves on them.
+    float convergedMove = 5e-4f;
     /// A closest-point round that leaves the shape clearly farther from the
     /// target than the level's best shape is undone, and the level goes on
     /// from its best shape with four times the smoothness (after three such

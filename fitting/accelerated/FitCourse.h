@@ -15,6 +15,9 @@ struct FitCourse
     /// Closest-point rounds whose shape lay farther from the target than
     /// the level's best shape, and were undone.
     int rejectedRounds = 0;
+    /// Closest-point rounds solved, over all levels (a level ends before its
+    /// last round once the shape stops moving).
+    int rounds = 0;
     /// Vertices of the result that lie far outside both models: more than a
     /// box diagonal beyond the box around the start shape and the target.
     int flownOffVertices = 0;

@@ -106,6 +106,15 @@ std::vector<char> boundaryVertices(size_t vertexCount, const Triangles& triangle
     return boundary;
 }
 
+/// The root mean square of the vertices' moves from `before` to `after`.
+double rmsMove(const std::vector<Vec3>& before, const std::vector<Vec3>& after)
+{
+    double sum = 0.0;
+    for (size_t v = 0; v < after.size(); ++v)
+        sum += double((after[v] - before[v]).squaredNorm());
+    return after.empty() ? 0.0 : std::sqrt(sum / double(after.size()));
+}
+
 } // namespace
 
 WelkingWorker::WelkingWorker(const QVector<QVector3D>& sourceVertices, const QVector<int>& sourceTriangles,
@@ -595,6 +604,8 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
         };
 
         int solved = 0, stiffened = 0;
+        std::vector<Vec3> beforeSolve;
+        int smallMoves = 0;
         for (int j = 0; j < m_parameters.icpIterations; ++j) {
             m_callback.setIteration(j);
             if (m_callback.isInterrupted())
@@ -604,8 +615,10 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             ShapeDistance measured;
             findPairs(sources, targets, normals, &measured);
             pairSeconds += double(stage.nsecsElapsed()) / 1e9;
+            bool stiffenedNow = false;
             if (solved > 0) {
                 judge(measured);
+                stiffenedNow = rejected;
                 if (rejected) {
                     // Go on from the best shape, stiffer, so that the round
                     // does not repeat itself; give up after a few tries.
@@ -634,11 +647,24 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             budget.solveTolerance = i == subdivisions ? m_parameters.finestSolveTolerance : m_parameters.coarseSolveTolerance;
             budget.anchor = m_parameters.cartoonAnchor;
             deformer->setSurfacePairs(m_surfacePairs);
+            beforeSolve = m_current;
             deformer->solve(sources, targets, normals, m_current, nodes, state, budget);
             ++solved;
+            ++m_course.rounds;
             solveSeconds += double(stage.nsecsElapsed()) / 1e9;
             solveCpuSeconds += double(std::clock() - solveCpu) / CLOCKS_PER_SEC;
             m_callback.update(toQt(m_current), toQt(nodes));
+            // Two small moves in a row: a single one may come from a round
+            // whose looser step tolerance stopped its solve early (a level's
+            // first round). A round right after an undone one starts from a
+            // stiffer problem and says nothing about convergence; nor does a
+            // solve that did not move at all, which a smaller step tolerance
+            // or the last round's larger budget may still move.
+            const double moved = rmsMove(beforeSolve, m_current) / double(m_normalisedSize);
+            const bool small = !stiffenedNow && moved > 0.0 && moved < double(m_parameters.convergedMove);
+            smallMoves = small ? smallMoves + 1 : 0;
+            if (smallMoves >= 2 && j + 1 < m_parameters.icpIterations)
+                break;
         }
         // The level's last round is judged too, before the next level starts from it.
         if (!rejected && stiffened <= 3 && solved > 0)
@@ -656,15 +682,16 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
                        .arg(fast->problem()->nodeBlockJacobian().rows())
                        .arg(fast->problem()->nodeBlockJacobian().storedValues());
         }
-        qDebug().noquote() << QStringLiteral("Level %1: %2 nodes, pairs %3 s, solves %4 s (process CPU %7 s)%5, RMS to the nearest target "
-                                             "vertex %6")
+        qDebug().noquote() << QStringLiteral("Level %1: %2 nodes, %8 rounds, pairs %3 s, solves %4 s (process CPU %7 s)%5, RMS to "
+                                             "the nearest target vertex %6")
                                   .arg(i)
                                   .arg(level.nodes.size())
                                   .arg(pairSeconds)
                                   .arg(solveSeconds)
                                   .arg(work)
                                   .arg(distance.rms / double(m_scale))
-                                  .arg(solveCpuSeconds);
+                                  .arg(solveCpuSeconds)
+                                  .arg(solved);
     }
     if (m_parameters.repairFolds && !m_callback.isInterrupted())
         repairFolds();

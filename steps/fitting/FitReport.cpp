@@ -42,6 +42,7 @@ QJsonObject fitCourseJson(const WelkingAcceleratedVersion::FitCourse& course)
 {
     return QJsonObject{{QStringLiteral("startDistance"), course.startDistance},
                        {QStringLiteral("endDistance"), course.endDistance},
+                       {QStringLiteral("rounds"), course.rounds},
                        {QStringLiteral("rejectedRounds"), course.rejectedRounds},
                        {QStringLiteral("flownOffVertices"), course.flownOffVertices},
                        {QStringLiteral("foldsBeforeRepair"), course.foldsBeforeRepair},

@@ -43,7 +43,7 @@ struct FitReport
 };
 
 /// The course's JSON object: "startDistance", "endDistance" (RMS distance
-/// to the nearest target vertex), "rejectedRounds", "flownOffVertices",
+/// to the nearest target vertex), "rounds", "rejectedRounds", "flownOffVertices",
 /// "foldsBeforeRepair", "foldsAfterRepair" and "diverged".
 QJsonObject fitCourseJson(const WelkingAcceleratedVersion::FitCourse& course);
 /// Empty for a fit that went well; otherwise what went wrong, for the user.

@@ -85,6 +85,7 @@ bool load(const QString& path, WelkingSettings& settings, QString& error, Dialog
     a.cartoonAnchor = readKey(s, "Cartoon_anchor", da.cartoonAnchor, 0.0f, 1.0f);
     a.surfacePairs = s.value(QStringLiteral("Surface_pairs"), da.surfacePairs).toBool();
     a.borderPairs = s.value(QStringLiteral("Border_pairs"), da.borderPairs).toBool();
+    a.convergedMove = readKey(s, "Converged_move", da.convergedMove, 0.0f, 0.1f);
     s.endGroup();
     g.levels = a.subdivisions;
     return true;
@@ -121,6 +122,7 @@ bool save(const QString& path, const WelkingSettings& settings, QString& error)
     s.setValue(QStringLiteral("Cartoon_anchor"), a.cartoonAnchor);
     s.setValue(QStringLiteral("Surface_pairs"), a.surfacePairs);
     s.setValue(QStringLiteral("Border_pairs"), a.borderPairs);
+    s.setValue(QStringLiteral("Converged_move"), a.convergedMove);
     s.endGroup();
     s.sync();
     if (s.status() != QSettings::NoError) {

@@ -35,6 +35,7 @@ TEST(WelkingSettingsFile, RoundTripKeepsEveryKey)
     written.accelerated.dampingFloor = 0.0f;
     written.accelerated.coarseSolveTolerance = 0.0005f;
     written.accelerated.finestSolveTolerance = 0.02f;
+    written.accelerated.convergedMove = 0.0f;
     QString error;
     ASSERT_TRUE(WelkingSettingsFile::save(path, written, error)) << error.toStdString();
     EXPECT_TRUE(TestSupport::readFile(path).contains("[welkingSettings]"));
@@ -58,6 +59,7 @@ TEST(WelkingSettingsFile, RoundTripKeepsEveryKey)
     EXPECT_EQ(read.accelerated.dampingFloor, 0.0f);
     EXPECT_FLOAT_EQ(read.accelerated.coarseSolveTolerance, 0.0005f);
     EXPECT_FLOAT_EQ(read.accelerated.finestSolveTolerance, 0.02f);
+    EXPECT_EQ(read.accelerated.convergedMove, 0.0f);
     // Keys without a setting keep their values.
     EXPECT_FLOAT_EQ(read.accelerated.pointToPointWeight, 0.1f);
 }

@@ -91,6 +91,38 @@ TEST(WelkingWorker, RecoversASmoothDeformation)
     EXPECT_LT(after, 0.05 * before);
 }
 
+TEST(WelkingWorker, ALevelWhoseShapeStopsMovingEndsEarly)
+{
+    // A basemesh that already lies on its target: its rounds move it by a
+    // hair, so each level ends after two or three rounds instead of seven
+    // (never after one), and the
+    // result is the one that running every round gives. (The smooth
+    // deformation above keeps moving and runs all 3 x 7 rounds.)
+    Fit fit;
+    fit.source = grid(14, true);
+    const auto run = [&](float convergedMove, int& rounds) {
+        AcceleratedParameters parameters;
+        parameters.convergedMove = convergedMove;
+        auto worker = fit.worker(parameters);
+        QVector<QVector3D> result;
+        QObject::connect(worker.get(), &WelkingWorker::finished, [&](QVector<QVector3D> v) { result = v; });
+        worker->start();
+        rounds = worker->course().rounds;
+        return result;
+    };
+    int early = 0, all = 0;
+    const QVector<QVector3D> stopped = run(AcceleratedParameters().convergedMove, early);
+    const QVector<QVector3D> full = run(0.0f, all);
+    EXPECT_EQ(all, 3 * 7);
+    EXPECT_GE(early, 3 * 2);
+    EXPECT_LE(early, 3 * 3);
+    ASSERT_EQ(stopped.size(), full.size());
+    double apart = 0.0;
+    for (int i = 0; i < full.size(); ++i)
+        apart = std::max(apart, double((stopped[i] - full[i]).length()));
+    EXPECT_LT(apart, 0.02); // of a sheet 10 units across
+}
+
 TEST(WelkingWorker, InterruptionStillDeliversTheShapeReached)
 {
     const Fit fit;
