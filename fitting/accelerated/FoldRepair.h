@@ -18,7 +18,11 @@ namespace WelkingAcceleratedVersion {
 /// towards the rest shape's offsets, carried by the similarity of each
 /// connected part of the region. The repair ends on the best shape it saw,
 /// and then puts each moved vertex back onto the tangent plane of its
-/// nearest target vertex wherever that folds nothing.
+/// nearest target vertex wherever that folds nothing. A repair that left the
+/// shape clearly farther from the target than the fit did (half as far again
+/// and half a percent of the basemesh's size more, RMS to the nearest target
+/// vertex) is run again, ending on the best shape within that distance, or
+/// else gives the fitted shape back with its folds.
 class FoldRepair
 {
 public:
@@ -55,6 +59,7 @@ private:
     const std::vector<Vec3>& m_rest;
     const std::vector<long long>& m_triangles;
     double m_tolerance;
+    double m_extent = 0.0; ///< the rest shape's largest side
 };
 
 } // namespace WelkingAcceleratedVersion

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
@@ -290,8 +292,26 @@ TEST_F(WelkBadInput, LandmarkFilesReproduceTheFitWithEquivalentPointFiles)
     ASSERT_TRUE(error.isEmpty());
     const GeometryStack2::GeomStackTriangulated baseTriangles(baseMesh), scanTriangles(scanMesh);
     // Points inside triangles, so that each position has one nearest triangle.
+    // Each scan point lies on the scan triangle nearest its basemesh point:
+    // pairs drawn across the model would pull the fit into folds that it
+    // resolves one way or another on a change of the inputs' last digits.
     const QVector<Welk::WPointOnTriangle> basePoints{{3, 0.3f, 0.3f}, {250, 0.5f, 0.25f}, {600, 0.2f, 0.6f}};
-    const QVector<Welk::WPointOnTriangle> scanPoints{{10, 0.3f, 0.3f}, {2000, 0.25f, 0.5f}, {4000, 0.6f, 0.2f}};
+    QVector<Welk::WPointOnTriangle> scanPoints;
+    for (const auto& p : basePoints) {
+        const QVector3D at = p.position(baseTriangles.vertices(), baseTriangles.triangleVertexIndices());
+        int nearest = 0;
+        float best = std::numeric_limits<float>::max();
+        const auto& corners = scanTriangles.triangleVertexIndices();
+        for (int t = 0; 3 * t < corners.size(); ++t) {
+            const QVector3D centre = (scanTriangles.vertices()[corners[3 * t]] + scanTriangles.vertices()[corners[3 * t + 1]] +
+                                      scanTriangles.vertices()[corners[3 * t + 2]]) / 3.0f;
+            if ((centre - at).lengthSquared() < best) {
+                best = (centre - at).lengthSquared();
+                nearest = t;
+            }
+        }
+        scanPoints.append({nearest, 0.3f, 0.4f});
+    }
     const auto pointFile = [&](const QString& name, const QVector<Welk::WPointOnTriangle>& points) {
         QByteArray json = "[";
         for (const auto& p : points)
@@ -359,6 +379,45 @@ TEST_F(WelkBadInput, LandmarkFilesReproduceTheFitWithEquivalentPointFiles)
     for (int v = 0; v < byPoints.vertexCount(); ++v)
         sum += double((byPoints.vertices()[v] - byLandmarks.vertices()[v]).length());
     EXPECT_LT(sum / byPoints.vertexCount(), 0.01);
+}
+
+TEST_F(WelkBadInput, LandmarksPulledAcrossTheModelDoNotLetTheRepairUndoTheFit)
+{
+    // Three pairs that pull points of the coarse demo basemesh (386
+    // vertices) across the model: the fit folds a few triangles, and
+    // relaxing them drew a wide patch flat, five times as far from the
+    // scan as the fit left it and farther than where the fit began.
+    const QString base = write(QStringLiteral("base.obj"), s_base);
+    const QString scan = write(QStringLiteral("scan.obj"), s_scan);
+    QString error;
+    const GeometryStack2::GeomStackTriangulated baseMesh(GeometryStack2::GeomStack(base, error));
+    const GeometryStack2::GeomStackTriangulated scanMesh(GeometryStack2::GeomStack(scan, error));
+    ASSERT_TRUE(error.isEmpty());
+    const auto landmarkFile = [&](const QString& name, const QVector<Welk::WPointOnTriangle>& points,
+                                  const GeometryStack2::GeomStackTriangulated& mesh) {
+        QByteArray text = "x,y,z\n";
+        for (const auto& p : points) {
+            const QVector3D at = p.position(mesh.vertices(), mesh.triangleVertexIndices());
+            text += QByteArray::number(double(at.x()), 'g', 9) + "," + QByteArray::number(double(at.y()), 'g', 9) + "," +
+                    QByteArray::number(double(at.z()), 'g', 9) + "\n";
+        }
+        return write(name, text);
+    };
+    const BatchRun run = zwelkBatch(
+        {QStringLiteral("welk"), QStringLiteral("--base"), base, QStringLiteral("--target"), scan, QStringLiteral("-o"),
+         path(QStringLiteral("across.obj")), QStringLiteral("--json"), QStringLiteral("--landmarks-base"),
+         landmarkFile(QStringLiteral("b.csv"), {{3, 0.3f, 0.3f}, {250, 0.5f, 0.25f}, {600, 0.2f, 0.6f}}, baseMesh),
+         QStringLiteral("--landmarks-target"),
+         landmarkFile(QStringLiteral("t.csv"), {{10, 0.3f, 0.3f}, {2000, 0.25f, 0.5f}, {4000, 0.6f, 0.2f}}, scanMesh)});
+    ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    const QJsonObject course = QJsonDocument::fromJson(run.out.toUtf8()).object()[QStringLiteral("course")].toObject();
+    EXPECT_FALSE(course[QStringLiteral("diverged")].toBool());
+    // The fit itself ends at about 0.45 of its starting distance; the flat
+    // patch took it to 1.4 times that distance.
+    const double start = course[QStringLiteral("startDistance")].toDouble();
+    const double end = course[QStringLiteral("endDistance")].toDouble();
+    EXPECT_LT(end, 0.75 * start);
+    EXPECT_FALSE(run.err.contains(QStringLiteral("farther from the target than it began"))) << run.err.toStdString();
 }
 
 TEST_F(WelkBadInput, RealLandmarkFilesOfTheFaceTemplate)
