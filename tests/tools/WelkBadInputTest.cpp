@@ -85,6 +85,18 @@ protected:
         EXPECT_TRUE(TestSupport::writeFile(path(name), bytes));
         return path(name);
     }
+    /// A landmark file (CSV with a header) of the points' positions on `mesh`.
+    QString landmarkFile(const QString& name, const QVector<Welk::WPointOnTriangle>& points,
+                         const GeometryStack2::GeomStackTriangulated& mesh) const
+    {
+        QByteArray text = "x,y,z\n";
+        for (const auto& p : points) {
+            const QVector3D at = p.position(mesh.vertices(), mesh.triangleVertexIndices());
+            text += QByteArray::number(double(at.x()), 'g', 9) + "," + QByteArray::number(double(at.y()), 'g', 9) + "," +
+                    QByteArray::number(double(at.z()), 'g', 9) + "\n";
+        }
+        return write(name, text);
+    }
     /// The OBJ text with every vertex line passed through `change`; the
     /// first vertex line alone when `firstOnly`.
     static QByteArray mapVertices(const QByteArray& obj, const std::function<QByteArray(double, double, double)>& change,
@@ -319,16 +331,6 @@ TEST_F(WelkBadInput, LandmarkFilesReproduceTheFitWithEquivalentPointFiles)
                     QByteArray::number(double(p.u), 'g', 9) + "," + QByteArray::number(double(p.v), 'g', 9) + "]";
         return write(name, json + "]");
     };
-    const auto landmarkFile = [&](const QString& name, const QVector<Welk::WPointOnTriangle>& points,
-                                  const GeometryStack2::GeomStackTriangulated& mesh) {
-        QByteArray text = "x,y,z\n";
-        for (const auto& p : points) {
-            const QVector3D at = p.position(mesh.vertices(), mesh.triangleVertexIndices());
-            text += QByteArray::number(double(at.x()), 'g', 9) + "," + QByteArray::number(double(at.y()), 'g', 9) + "," +
-                    QByteArray::number(double(at.z()), 'g', 9) + "\n";
-        }
-        return write(name, text);
-    };
     const QStringList common{QStringLiteral("welk"), QStringLiteral("--base"), base, QStringLiteral("--target"), scan};
     BatchRun run = zwelkBatch(common + QStringList{QStringLiteral("-o"), path(QStringLiteral("points.obj")),
                                                    QStringLiteral("--json"), QStringLiteral("--report"),
@@ -393,16 +395,6 @@ TEST_F(WelkBadInput, LandmarksPulledAcrossTheModelDoNotLetTheRepairUndoTheFit)
     const GeometryStack2::GeomStackTriangulated baseMesh(GeometryStack2::GeomStack(base, error));
     const GeometryStack2::GeomStackTriangulated scanMesh(GeometryStack2::GeomStack(scan, error));
     ASSERT_TRUE(error.isEmpty());
-    const auto landmarkFile = [&](const QString& name, const QVector<Welk::WPointOnTriangle>& points,
-                                  const GeometryStack2::GeomStackTriangulated& mesh) {
-        QByteArray text = "x,y,z\n";
-        for (const auto& p : points) {
-            const QVector3D at = p.position(mesh.vertices(), mesh.triangleVertexIndices());
-            text += QByteArray::number(double(at.x()), 'g', 9) + "," + QByteArray::number(double(at.y()), 'g', 9) + "," +
-                    QByteArray::number(double(at.z()), 'g', 9) + "\n";
-        }
-        return write(name, text);
-    };
     const BatchRun run = zwelkBatch(
         {QStringLiteral("welk"), QStringLiteral("--base"), base, QStringLiteral("--target"), scan, QStringLiteral("-o"),
          path(QStringLiteral("across.obj")), QStringLiteral("--json"), QStringLiteral("--landmarks-base"),
