@@ -241,7 +241,15 @@ FoldRepair::Counts FoldRepair::run(std::vector<Vec3>& current, const std::vector
         std::vector<Vec3> best = current;
         int bestCount = fittedCount;
         const int rounds = 200;
-        for (int round = 0; round < 2 * rounds && counts.after > 0; ++round) {
+        for (int round = 0; round < 3 * rounds && counts.after > 0; ++round) {
+            // Where the rest-offset rounds leave folds, their wide rings have
+            // often folded what they reopened: a last phase of plain rounds
+            // starts again from the best shape with narrow rings.
+            if (round == 2 * rounds) {
+                current = best;
+                folds = addedFolds(current, false);
+                counts.after = addedCount;
+            }
             std::fill(region.begin(), region.end(), 0);
             for (size_t t = 0; t < triangleCount; ++t)
                 if (folds[t])
@@ -255,7 +263,7 @@ FoldRepair::Counts FoldRepair::run(std::vector<Vec3>& current, const std::vector
                             next[size_t(neighbours[size_t(k)])] = 1;
                 region.swap(next);
             }
-            const bool restShape = round >= rounds;
+            const bool restShape = round >= rounds && round < 2 * rounds;
             if (restShape)
                 carryRestOffsets();
             relaxed = current;
