@@ -14,7 +14,9 @@ bench/fitting/peers/build_peers.sh, which prints these options), it instead runs
 same run on every shared pair: each program timed as a whole process, each
 result measured by build/bench/fit_measure (CGAL distances both ways in % of
 the target's box diagonal, added fold-overs), and prints that table with the
-ratios peer time / our time, then the goals per pair.
+ratios peer time / our time, then the goals per pair. Each pair's first row
+measures the basemesh as it starts; a result that lies no nearer the target
+than that (forward RMS at least 95 % of the start's) counts as no fit.
 
     bench/fitting/fit_bench.py --spare PATH --fast-rnrr PATH --amm-nrr PATH --meshmonk PATH
                                [--engines fast,cartoon] [--pairs a,b] [--peer-threads 2] [--peer-timeout 600]
