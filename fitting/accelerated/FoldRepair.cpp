@@ -352,17 +352,17 @@ FoldRepair::Counts FoldRepair::run(std::vector<Vec3>& current, const std::vector
     // A repair may not undo the fit. Relaxed with nothing but pinned points
     // to hold it, a wide region of a coarse basemesh flattens: on a demo
     // basemesh of 386 vertices, whose point pairs pulled it across the
-    // model, the shape ended five times as far from the target as the fit
-    // left it, farther than where the fit began. Such a repair is run again,
-    // ending on the best shape that stays near the target, and failing that
-    // the fit's own shape is kept with its folds. (The shared pairs' repairs
-    // leave their vertices at most 27 % farther before projecting.)
+    // model, the repaired shape lay 3.9 times as far from the target as the
+    // fit left it, farther than where the fit began. Such a repair is run
+    // again, ending on the best shape that stays near the target, and
+    // failing that the fit's own shape is kept with its folds. (The shared
+    // pairs' repaired shapes lie at most 1.27 times as far.)
     const double fittedDistance = distance.of(fitted);
     const double allowed = 1.5 * fittedDistance + 0.005 * m_extent;
-    if (distance.of(current) > allowed) {
+    if (const double repairedDistance = distance.of(current); repairedDistance > allowed) {
         qDebug().noquote() << QStringLiteral("Fold repair: drew the shape away from the target (%1 against %2); "
                                              "again, staying near it")
-                                  .arg(distance.of(current))
+                                  .arg(repairedDistance)
                                   .arg(fittedDistance);
         relaxAndProject(allowed);
         if (distance.of(current) > allowed)

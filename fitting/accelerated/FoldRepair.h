@@ -16,10 +16,11 @@ namespace WelkingAcceleratedVersion {
 /// them that widens every 20 rounds) move half way to their neighbours'
 /// mean, up to 200 rounds; where folds survive, 200 more rounds relax
 /// towards the rest shape's offsets, carried by the similarity of each
-/// connected part of the region; where folds still survive, 200 plain rounds
-/// more start again from the best shape so far. The repair ends on the best shape it saw,
-/// and then puts each moved vertex back onto the tangent plane of its
-/// nearest target vertex wherever that folds nothing. A repair that left the
+/// connected part of the region; where folds still survive, 200 plain
+/// rounds more start again from the best shape so far. The repair ends on
+/// the best shape it saw, and then puts each moved vertex back onto the
+/// tangent plane of its nearest target vertex wherever that folds nothing.
+/// A repair that left the
 /// shape clearly farther from the target than the fit did (half as far again
 /// and half a percent of the basemesh's size more, RMS to the nearest target
 /// vertex) is run again, ending on the best shape within that distance, or

@@ -95,9 +95,9 @@ TEST(WelkingWorker, ALevelWhoseShapeStopsMovingEndsEarly)
 {
     // A basemesh that already lies on its target: its rounds move it by a
     // hair, so each level ends after two or three rounds instead of seven
-    // (never after one), and the
-    // result is the one that running every round gives. (The smooth
-    // deformation above keeps moving and runs all 3 x 7 rounds.)
+    // (never after one), and the result is the one that running every round
+    // gives. (The smooth deformation above keeps moving and runs all 3 x 7
+    // rounds.)
     Fit fit;
     fit.source = grid(14, true);
     const auto run = [&](float convergedMove, int& rounds) {
