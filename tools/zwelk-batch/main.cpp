@@ -4,6 +4,7 @@
 
 #include "exchange/ApplicationIdentity.h"
 #include "geometry/HugePages.h"
+#include "optimisation/BlasThreads.h"
 
 #include <QCoreApplication>
 #include <QLoggingCategory>
@@ -82,6 +83,7 @@ const ZWelkBatch::Command* findCommand(const QString& name)
 int main(int argc, char** argv)
 {
     GeometryStack2::configureLargeAllocations();
+    LinearSystemsSolvers::parkIdleBlasThreads();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("zwelk-batch"));
     // The engines' debug timings are for developers; ZWELK_DEBUG=1 shows them.
