@@ -31,8 +31,7 @@ int blasThreads()
 }
 
 /// The 5-point Laplacian of an n x n grid plus the identity: large enough
-/// that CHOLMOD's supernodal factorisation hands OpenBLAS work it splits
-/// over its threads.
+/// for CHOLMOD's supernodal path, whose dense blocks go to the BLAS.
 Eigen::SparseMatrix<double> gridMatrix(int n)
 {
     std::vector<Eigen::Triplet<double>> entries;
