@@ -124,7 +124,7 @@ QVector<QVector3D> GeomStack::computeNormals(const QVector<QVector3D>& vertices,
                                              const QVector<int>& polygonOffsets)
 {
     QVector<QVector3D> normals;
-    resizeOnHugePages(normals, vertices.size());
+    resizeForOverwrite(normals, vertices.size());
     // Every vertex sums its corners' contributions in polygon order, as a
     // single walk would sum them, so the normals do not depend on the number
     // of threads: the vertices are split into ranges, and each range walks
@@ -141,9 +141,32 @@ QVector<QVector3D> GeomStack::computeNormals(const QVector<QVector3D>& vertices,
     tbb::parallel_for(0, ranges, [&](int range) {
         const int begin = int(qint64(vertexCount) * range / ranges);
         const int end = int(qint64(vertexCount) * (range + 1) / ranges);
+        std::fill(sums + begin, sums + end, QVector3D());
+        // The unit normal at corner `centre` of the triangle (previous,
+        // centre, next), added to the centre's sum.
+        const auto addCorner = [&](int previous, int centre, int next) {
+            const QVector3D& c = positions[centre];
+            // Scaled by 1000 so that tiny edges keep a cross product in float.
+            const QVector3D a = (positions[next] - c) * 1000.0f;
+            const QVector3D b = (positions[previous] - c) * 1000.0f;
+            sums[centre] += InlineVector3D::normalized(InlineVector3D::crossProduct(a, b));
+        };
+        const auto inRange = [&](int vertex) { return vertex >= begin && vertex < end; };
         for (int p = 0; p < polygonCount; ++p) {
             const int first = offsets[p];
             const int size = offsets[p + 1] - first;
+            if (size == 3) {
+                // Dense meshes are mostly triangles: their three corners
+                // without the general walk's index arithmetic, in its order.
+                const int v0 = corners[first], v1 = corners[first + 1], v2 = corners[first + 2];
+                if (inRange(v1))
+                    addCorner(v0, v1, v2);
+                if (inRange(v2))
+                    addCorner(v1, v2, v0);
+                if (inRange(v0))
+                    addCorner(v2, v0, v1);
+                continue;
+            }
             for (int i = 0; i < size; ++i) {
                 // Corners i + 1 and i + 2 around the polygon, wrapped by a
                 // compare: a division per corner cost more than the rest of
@@ -151,13 +174,8 @@ QVector<QVector3D> GeomStack::computeNormals(const QVector<QVector3D>& vertices,
                 const int centreIndex = i + 1 < size ? i + 1 : i + 1 - size;
                 const int nextIndex = centreIndex + 1 < size ? centreIndex + 1 : centreIndex + 1 - size;
                 const int centre = corners[first + centreIndex];
-                if (centre < begin || centre >= end)
-                    continue;
-                const QVector3D& c = positions[centre];
-                // Scaled by 1000 so that tiny edges keep a cross product in float.
-                const QVector3D a = (positions[corners[first + nextIndex]] - c) * 1000.0f;
-                const QVector3D b = (positions[corners[first + i]] - c) * 1000.0f;
-                sums[centre] += InlineVector3D::normalized(InlineVector3D::crossProduct(a, b));
+                if (inRange(centre))
+                    addCorner(corners[first + i], centre, corners[first + nextIndex]);
             }
         }
         for (int v = begin; v < end; ++v)

@@ -80,8 +80,7 @@ QVector<int> GeomStackTriangulated::triangulate(const QVector<int>& cornerIndice
     // list is shared, not copied, and detaches if either side changes.
     if (allPolygons && triangleCount == polygonCount && offsets[0] == 0 && cornerIndices.size() == 3 * polygonCount) {
         if (trianglePolygons) {
-            trianglePolygons->clear();
-            resizeOnHugePages(*trianglePolygons, polygonCount);
+            resizeForOverwrite(*trianglePolygons, polygonCount);
             int* owners = trianglePolygons->data();
             tbb::parallel_for(tbb::blocked_range<int>(0, polygonCount, 65536), [&](const tbb::blocked_range<int>& r) {
                 for (int p = r.begin(); p < r.end(); ++p)
@@ -92,12 +91,11 @@ QVector<int> GeomStackTriangulated::triangulate(const QVector<int>& cornerIndice
     }
 
     QVector<int> triangles;
-    resizeOnHugePages(triangles, 3 * qint64(triangleCount));
+    resizeForOverwrite(triangles, 3 * qint64(triangleCount));
     int* out = triangles.data();
     int* owners = nullptr;
     if (trianglePolygons) {
-        trianglePolygons->clear();
-        resizeOnHugePages(*trianglePolygons, triangleCount);
+        resizeForOverwrite(*trianglePolygons, triangleCount);
         owners = trianglePolygons->data();
     }
     const int* corners = cornerIndices.constData();

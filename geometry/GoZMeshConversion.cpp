@@ -8,6 +8,7 @@
 #include <tbb/parallel_reduce.h>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <vector>
 
@@ -20,21 +21,49 @@ bool meshFromGoZ(const GoZFile& goz, GoZMesh& mesh, QString& error)
 
 bool meshFromGoZ(const GoZArrays& goz, GoZMesh& mesh, QString& error)
 {
-    // Every list is sized first and then filled in parallel through raw
-    // pointers: a dense subtool has millions of corners, and appending them
-    // one by one cost more than reading the file.
+    // Every list is allocated uninitialised and filled in parallel through
+    // raw pointers, each element written once: a dense subtool has millions
+    // of corners, and appending them one by one, or zeroing a list on one
+    // thread before filling it on all, cost more than reading the file.
     mesh = GoZMesh();
     MeshLists& lists = mesh.lists;
     const int vertexCount = goz.vertexCount;
-    resizeOnHugePages(lists.vertices, vertexCount);
+    resizeForOverwrite(lists.vertices, vertexCount);
+    resizeForOverwrite(mesh.vertexMask, vertexCount);
     QVector3D* vertices = lists.vertices.data();
+    float* vertexMask = mesh.vertexMask.data();
     const GoZArray<float>& positions = goz.vertices;
-    tbb::parallel_for(tbb::blocked_range<int>(0, vertexCount, 65536), [&](const tbb::blocked_range<int>& r) {
-        for (int i = r.begin(); i < r.end(); ++i)
-            vertices[i] = QVector3D(positions[3 * size_t(i)], positions[3 * size_t(i) + 1], positions[3 * size_t(i) + 2]);
-    });
-    const int unusable = GeomStack::firstUnusableVertex(lists.vertices);
-    if (unusable >= 0) {
+    // The first vertex with a coordinate that is not finite or too large,
+    // and whether any vertex is masked.
+    struct VertexScan
+    {
+        int unusable;
+        bool anyMasked;
+    };
+    const VertexScan scan = tbb::parallel_reduce(
+        tbb::blocked_range<int>(0, vertexCount, 65536), VertexScan{vertexCount, false},
+        [&](const tbb::blocked_range<int>& r, VertexScan found) {
+            for (int i = r.begin(); i < r.end(); ++i) {
+                const QVector3D v(positions[3 * size_t(i)], positions[3 * size_t(i) + 1],
+                                  positions[3 * size_t(i) + 2]);
+                vertices[i] = v;
+                // Written so that NaN fails the test too.
+                const bool usable = std::abs(v.x()) <= GeomStack::MaxCoordinate &&
+                                    std::abs(v.y()) <= GeomStack::MaxCoordinate &&
+                                    std::abs(v.z()) <= GeomStack::MaxCoordinate;
+                if (!usable && i < found.unusable)
+                    found.unusable = i;
+                const float mask = size_t(i) < goz.vertexMask.size() ? float(goz.vertexMask[size_t(i)]) : 65535.0f;
+                vertexMask[i] = mask;
+                found.anyMasked = found.anyMasked || mask < float(GoZFile::MaskThreshold);
+            }
+            return found;
+        },
+        [](const VertexScan& a, const VertexScan& b) {
+            return VertexScan{std::min(a.unusable, b.unusable), a.anyMasked || b.anyMasked};
+        });
+    const int unusable = scan.unusable;
+    if (unusable < vertexCount) {
         const QVector3D& v = lists.vertices[unusable];
         error = QStringLiteral("Vertex %1 has a coordinate that is not a finite number, or larger than %2: (%3, %4, %5)")
                     .arg(unusable)
@@ -44,41 +73,53 @@ bool meshFromGoZ(const GoZArrays& goz, GoZMesh& mesh, QString& error)
                     .arg(double(v.z()));
         return false;
     }
-    resizeOnHugePages(mesh.vertexMask, vertexCount);
-    float* vertexMask = mesh.vertexMask.data();
-    tbb::parallel_for(tbb::blocked_range<int>(0, vertexCount, 65536), [&](const tbb::blocked_range<int>& r) {
-        for (int i = r.begin(); i < r.end(); ++i)
-            vertexMask[i] = size_t(i) < goz.vertexMask.size() ? float(goz.vertexMask[size_t(i)]) : 65535.0f;
-    });
 
     // Four slots per polygon whatever the tag: a triangle is a quad with an
-    // empty slot.
+    // empty slot. The polygons are taken in fixed blocks: a first pass counts
+    // each block's corners and checks its indices, a second writes every
+    // list at the place the counts give.
     const int polygonCount = goz.polygonCount;
     const bool withUVs = !goz.uvs.empty();
     const auto slot = [&](int p, int k) {
         const size_t at = size_t(p) * 4 + size_t(k);
         return at < goz.polygons.size() ? goz.polygons[at] : -1;
     };
-    resizeOnHugePages(lists.polygonSizes, polygonCount);
-    resizeOnHugePages(lists.polygonOffsets, polygonCount + 1);
-    int* sizes = lists.polygonSizes.data();
-    // The first polygon that names a vertex the file does not have.
-    const int badPolygon = tbb::parallel_reduce(
-        tbb::blocked_range<int>(0, polygonCount, 65536), polygonCount,
-        [&](const tbb::blocked_range<int>& r, int bad) {
-            for (int p = r.begin(); p < r.end(); ++p) {
-                int size = 0;
-                for (int k = 0; k < 4; ++k) {
-                    const int index = slot(p, k);
-                    size += index >= 0;
-                    if (index >= vertexCount && p < bad)
-                        bad = p;
-                }
-                sizes[p] = size;
+    constexpr int BlockSize = 65536;
+    const int blockCount = (polygonCount + BlockSize - 1) / BlockSize;
+    const auto blockRange = [&](int block) {
+        return std::make_pair(int(qint64(block) * BlockSize),
+                              int(std::min(qint64(polygonCount), qint64(block + 1) * BlockSize)));
+    };
+    std::vector<int> blockCorners(size_t(blockCount) + 1, 0);
+    std::vector<int> blockBad(size_t(blockCount), polygonCount);
+    // Group numbers in order of first use within each block; the file's
+    // groups are 16-bit.
+    std::vector<std::vector<uint16_t>> blockGroups{size_t(blockCount)};
+    const size_t groupCount = std::min(goz.polygonGroups.size(), size_t(polygonCount));
+    tbb::parallel_for(0, blockCount, [&](int block) {
+        const auto [begin, end] = blockRange(block);
+        int corners = 0;
+        int bad = polygonCount;
+        for (int p = begin; p < end; ++p)
+            for (int k = 0; k < 4; ++k) {
+                const int index = slot(p, k);
+                corners += index >= 0;
+                if (index >= vertexCount && p < bad)
+                    bad = p;
             }
-            return bad;
-        },
-        [](int a, int b) { return std::min(a, b); });
+        blockCorners[size_t(block) + 1] = corners;
+        blockBad[size_t(block)] = bad;
+        std::vector<bool> seen(size_t(std::numeric_limits<uint16_t>::max()) + 1, false);
+        std::vector<uint16_t>& groups = blockGroups[size_t(block)];
+        for (size_t p = size_t(begin); p < std::min(size_t(end), groupCount); ++p) {
+            const uint16_t group = goz.polygonGroups[p];
+            if (!seen[group]) {
+                seen[group] = true;
+                groups.push_back(group);
+            }
+        }
+    });
+    const int badPolygon = blockCount > 0 ? *std::min_element(blockBad.begin(), blockBad.end()) : polygonCount;
     if (badPolygon < polygonCount) {
         for (int k = 0; k < 4; ++k)
             if (slot(badPolygon, k) >= vertexCount) {
@@ -90,57 +131,63 @@ bool meshFromGoZ(const GoZArrays& goz, GoZMesh& mesh, QString& error)
             }
         return false;
     }
+    for (int block = 0; block < blockCount; ++block)
+        blockCorners[size_t(block) + 1] += blockCorners[size_t(block)];
+    const int cornerCount = blockCorners[size_t(blockCount)];
+    resizeForOverwrite(lists.polygonSizes, polygonCount);
+    resizeForOverwrite(lists.polygonOffsets, polygonCount + 1);
+    resizeForOverwrite(lists.vertexIndices, cornerCount);
+    if (withUVs) {
+        resizeForOverwrite(lists.texCoords, cornerCount);
+        resizeForOverwrite(lists.texCoordIndices, cornerCount);
+    }
+    resizeForOverwrite(lists.polygroupIds, polygonCount);
+    resizeForOverwrite(lists.materialIds, polygonCount);
+    resizeForOverwrite(mesh.polygonMaskFlags, polygonCount);
+    int* sizes = lists.polygonSizes.data();
     int* offsets = lists.polygonOffsets.data();
-    offsets[0] = 0;
-    for (int p = 0; p < polygonCount; ++p)
-        offsets[p + 1] = offsets[p] + sizes[p];
-    const int cornerCount = offsets[polygonCount];
-    resizeOnHugePages(lists.vertexIndices, cornerCount);
-    if (withUVs)
-        resizeOnHugePages(lists.texCoords, cornerCount);
-    resizeOnHugePages(lists.polygroupIds, polygonCount);
-    resizeOnHugePages(lists.materialIds, polygonCount); // zeros: material 0
-    resizeOnHugePages(mesh.polygonMaskFlags, polygonCount);
     int* corners = lists.vertexIndices.data();
     QVector2D* texCoords = lists.texCoords.data();
+    int* uvIndices = lists.texCoordIndices.data();
     int* groups = lists.polygroupIds.data();
+    int* materials = lists.materialIds.data();
     quint8* masked = mesh.polygonMaskFlags.data();
-    tbb::parallel_for(tbb::blocked_range<int>(0, polygonCount, 65536), [&](const tbb::blocked_range<int>& r) {
-        for (int p = r.begin(); p < r.end(); ++p) {
-            int c = offsets[p];
+    offsets[polygonCount] = cornerCount;
+    tbb::parallel_for(0, blockCount, [&](int block) {
+        const auto [begin, end] = blockRange(block);
+        int c = blockCorners[size_t(block)];
+        for (int p = begin; p < end; ++p) {
+            offsets[p] = c;
             bool isMasked = false;
             for (int k = 0; k < 4; ++k) {
                 const int index = slot(p, k);
                 if (index < 0)
                     continue;
                 corners[c] = index;
-                isMasked = isMasked || vertexMask[index] < float(GoZFile::MaskThreshold);
+                // Most subtools have no masked vertex, and then the look-up,
+                // scattered over the vertices, is skipped.
+                isMasked = isMasked || (scan.anyMasked && vertexMask[index] < float(GoZFile::MaskThreshold));
                 if (withUVs) {
                     const size_t uv = (size_t(p) * 4 + size_t(k)) * 2;
                     texCoords[c] = uv + 1 < goz.uvs.size() ? QVector2D(goz.uvs[uv], goz.uvs[uv + 1]) : QVector2D();
+                    uvIndices[c] = c;
                 }
                 ++c;
             }
+            sizes[p] = c - offsets[p];
             masked[p] = isMasked ? 1 : 0;
             groups[p] = size_t(p) < goz.polygonGroups.size() ? int(goz.polygonGroups[size_t(p)]) - 1 : -1;
+            materials[p] = 0;
         }
     });
-    // Group names in order of first use; the file's groups are 16-bit.
-    std::vector<char> groupSeen(size_t(std::numeric_limits<uint16_t>::max()) + 1, 0);
-    const size_t groupCount = std::min(goz.polygonGroups.size(), size_t(polygonCount));
-    for (size_t p = 0; p < groupCount; ++p)
-        if (!groupSeen[goz.polygonGroups[p]]) {
-            groupSeen[goz.polygonGroups[p]] = 1;
-            lists.polygroupNames.append(QString::number(int(goz.polygonGroups[p]) - 1));
-        }
-    if (withUVs) {
-        resizeOnHugePages(lists.texCoordIndices, cornerCount);
-        int* uvIndices = lists.texCoordIndices.data();
-        tbb::parallel_for(tbb::blocked_range<int>(0, cornerCount, 65536), [&](const tbb::blocked_range<int>& r) {
-            for (int i = r.begin(); i < r.end(); ++i)
-                uvIndices[i] = i;
-        });
-    }
+    // The names list the groups in order of first use in the whole file.
+    std::vector<bool> named(size_t(std::numeric_limits<uint16_t>::max()) + 1, false);
+    for (const std::vector<uint16_t>& blockFirst : blockGroups)
+        for (uint16_t group : blockFirst)
+            if (!named[group]) {
+                named[group] = true;
+                lists.polygroupNames.append(QString::number(int(group) - 1));
+            }
     return true;
 }
 

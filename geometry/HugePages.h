@@ -3,6 +3,7 @@
 #include <QVector>
 
 #include <cstddef>
+#include <type_traits>
 
 namespace GeometryStack2 {
 
@@ -32,6 +33,27 @@ template <typename List> void resizeOnHugePages(List& list, qint64 size)
     list.reserve(Size(size));
     adviseHugePages(list.data(), size_t(size) * sizeof(typename List::value_type));
     list.resize(Size(size));
+}
+
+/// Replaces `list` by one of `size` elements that are not initialised, on
+/// huge pages where the list is large. For lists that a parallel loop fills
+/// completely: the threads that write the elements are then the first to
+/// touch their pages, so the kernel's clearing of fresh memory is shared
+/// among them instead of falling on the thread that would have zeroed the
+/// whole list first. Every element must be written before any is read.
+template <typename T> void resizeForOverwrite(QVector<T>& list, qint64 size)
+{
+    static_assert(std::is_trivially_copyable<T>::value && std::is_trivially_destructible<T>::value,
+                  "only for plain values, whose bytes may be left as they are");
+    if (size <= 0) {
+        list = QVector<T>();
+        return;
+    }
+    QTypedArrayData<T>* data = QTypedArrayData<T>::allocate(size_t(size));
+    Q_CHECK_PTR(data);
+    adviseHugePages(data->data(), size_t(size) * sizeof(T));
+    data->size = int(size);
+    list = QVector<T>(QArrayDataPointerRef<T>{data});
 }
 
 } // namespace GeometryStack2

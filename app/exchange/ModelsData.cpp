@@ -105,33 +105,42 @@ bool ModelsData::isClean(const GeometryStack2::GeomStack& mesh)
     const int vertices = std::max(mesh.vertexCount(), bounds.second + 1);
     const int ranges = std::max(1, std::min(vertices / 16384, tbb::this_task_arena::max_concurrency()));
     const auto rangeBegin = [&](int range) { return int(qint64(vertices) * range / ranges); };
-    std::vector<int> starts;
-    GeometryStack2::resizeOnHugePages(starts, qint64(vertices) + 1);
+    // Lists that the ranges fill themselves: each thread first touches the
+    // pages it writes.
+    QVector<int> starts, next, ends;
+    GeometryStack2::resizeForOverwrite(starts, qint64(vertices) + 1);
+    GeometryStack2::resizeForOverwrite(next, vertices);
+    GeometryStack2::resizeForOverwrite(ends, cornerCount);
+    int* prefix = starts.data();
+    int* counts = prefix + 1;
+    prefix[0] = 0;
     tbb::parallel_for(0, ranges, [&](int range) {
         const int begin = rangeBegin(range), end = rangeBegin(range + 1);
+        std::fill(counts + begin, counts + end, 0);
         for (int c = 0; c < cornerCount; ++c)
             if (corners[c] >= begin && corners[c] < end)
-                ++starts[size_t(corners[c]) + 1];
+                ++counts[corners[c]];
     });
     for (int v = 0; v < vertices; ++v)
-        starts[size_t(v) + 1] += starts[size_t(v)];
-    std::vector<int> ends, next(starts.begin(), starts.end() - 1);
-    GeometryStack2::resizeOnHugePages(ends, cornerCount);
+        prefix[v + 1] += prefix[v];
+    int* cursors = next.data();
+    int* targets = ends.data();
     tbb::parallel_for(0, ranges, [&](int range) {
         const int begin = rangeBegin(range), end = rangeBegin(range + 1);
+        std::copy(prefix + begin, prefix + end, cursors + begin);
         for (int p = 0; p < polygons; ++p) {
             const int first = offsets[p], size = offsets[p + 1] - first;
             for (int i = 0; i < size; ++i) {
                 const int from = corners[first + i];
                 if (from >= begin && from < end)
-                    ends[size_t(next[size_t(from)]++)] = corners[first + (i + 1 < size ? i + 1 : 0)];
+                    targets[cursors[from]++] = corners[first + (i + 1 < size ? i + 1 : 0)];
             }
         }
     });
     tbb::parallel_for(tbb::blocked_range<int>(0, vertices, 16384), [&](const tbb::blocked_range<int>& r) {
         for (int v = r.begin(); v < r.end() && !faulty.load(std::memory_order_relaxed); ++v) {
-            int* begin = ends.data() + starts[size_t(v)];
-            int* end = ends.data() + starts[size_t(v) + 1];
+            int* begin = targets + prefix[v];
+            int* end = targets + prefix[v + 1];
             std::sort(begin, end);
             if (std::adjacent_find(begin, end) != end)
                 faulty = true;

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <random>
 
 using namespace GeometryStack2;
 
@@ -129,4 +130,68 @@ TEST(GoZMeshConversion, NonFiniteOrOverflowingVertexIsRefusedByNumber)
     GoZMesh mesh;
     QString error;
     EXPECT_TRUE(meshFromGoZ(goz, mesh, error)) << error.toStdString();
+}
+
+TEST(GoZMeshConversion, DenseSubtoolConvertsAsASerialWalkWould)
+{
+    // Enough polygons for the conversion to split them into several blocks:
+    // offsets run on across blocks, and group names keep the order of first
+    // use in the whole file, not per block.
+    constexpr int PolygonCount = 200000, VertexCount = 60000;
+    GoZFile goz;
+    goz.vertexCount = VertexCount;
+    std::mt19937 random(5);
+    for (int v = 0; v < VertexCount; ++v)
+        for (int axis = 0; axis < 3; ++axis)
+            goz.vertices.push_back(float(random() % 1000) * 0.01f);
+    goz.polygonTag = GoZFile::TagQuads;
+    goz.uvTag = GoZFile::TagUVQuads;
+    goz.polygonCount = PolygonCount;
+    for (int p = 0; p < PolygonCount; ++p) {
+        const bool triangle = random() % 3 == 0;
+        for (int k = 0; k < 4; ++k) {
+            goz.polygons.push_back(triangle && k == 3 ? -1 : int(random() % VertexCount));
+            goz.uvs.push_back(float(p));
+            goz.uvs.push_back(float(k));
+        }
+        // Group 7 first appears in the last block, group 3 in the middle one.
+        const uint16_t group = p < 70000 ? uint16_t(1 + p % 2) : p < 150000 ? uint16_t(3 - p % 2) : uint16_t(7);
+        goz.polygonGroups.push_back(group);
+    }
+    goz.vertexMask.assign(VertexCount, 0xFFFF);
+    goz.vertexMask[VertexCount - 1] = 0; // masks the polygons that use it
+
+    GoZMesh mesh;
+    QString error;
+    ASSERT_TRUE(meshFromGoZ(goz, mesh, error)) << error.toStdString();
+    QVector<int> offsets{0}, corners, groups;
+    QVector<quint8> masked;
+    QVector<QVector2D> uvs;
+    for (int p = 0; p < PolygonCount; ++p) {
+        bool isMasked = false;
+        for (int k = 0; k < 4; ++k) {
+            const int index = goz.polygons[size_t(p) * 4 + size_t(k)];
+            if (index < 0)
+                continue;
+            corners << index;
+            uvs << QVector2D(float(p), float(k));
+            isMasked = isMasked || index == VertexCount - 1;
+        }
+        offsets << corners.size();
+        masked << quint8(isMasked);
+        groups << int(goz.polygonGroups[size_t(p)]) - 1;
+    }
+    EXPECT_EQ(mesh.lists.polygonOffsets, offsets);
+    EXPECT_EQ(mesh.lists.vertexIndices, corners);
+    EXPECT_EQ(mesh.lists.texCoords, uvs);
+    EXPECT_EQ(mesh.lists.polygroupIds, groups);
+    EXPECT_EQ(mesh.polygonMaskFlags, masked);
+    EXPECT_EQ(mesh.lists.polygroupNames,
+              (QStringList{QStringLiteral("0"), QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("6")}));
+    ASSERT_EQ(mesh.lists.polygonSizes.size(), PolygonCount);
+    for (int p = 0; p < PolygonCount; ++p)
+        ASSERT_EQ(mesh.lists.polygonSizes[p], offsets[p + 1] - offsets[p]) << p;
+    EXPECT_EQ(mesh.lists.materialIds, QVector<int>(PolygonCount, 0));
+    EXPECT_EQ(mesh.lists.texCoordIndices.size(), corners.size());
+    EXPECT_EQ(mesh.lists.texCoordIndices.last(), corners.size() - 1);
 }
