@@ -156,8 +156,9 @@ QVector<QVector3D> GeomStack::computeNormals(const QVector<QVector3D>& vertices,
             const int first = offsets[p];
             const int size = offsets[p + 1] - first;
             if (size == 3) {
-                // Dense meshes are mostly triangles: their three corners
-                // without the general walk's index arithmetic, in its order.
+                // Dense meshes are mostly triangles (scans) or quads
+                // (sculpts): their corners without the general walk's index
+                // arithmetic, in its order.
                 const int v0 = corners[first], v1 = corners[first + 1], v2 = corners[first + 2];
                 if (inRange(v1))
                     addCorner(v0, v1, v2);
@@ -165,6 +166,19 @@ QVector<QVector3D> GeomStack::computeNormals(const QVector<QVector3D>& vertices,
                     addCorner(v1, v2, v0);
                 if (inRange(v0))
                     addCorner(v2, v0, v1);
+                continue;
+            }
+            if (size == 4) {
+                const int v0 = corners[first], v1 = corners[first + 1], v2 = corners[first + 2],
+                          v3 = corners[first + 3];
+                if (inRange(v1))
+                    addCorner(v0, v1, v2);
+                if (inRange(v2))
+                    addCorner(v1, v2, v3);
+                if (inRange(v3))
+                    addCorner(v2, v3, v0);
+                if (inRange(v0))
+                    addCorner(v3, v0, v1);
                 continue;
             }
             for (int i = 0; i < size; ++i) {
