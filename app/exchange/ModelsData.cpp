@@ -71,16 +71,30 @@ bool ModelsData::isClean(const GeometryStack2::GeomStack& mesh)
     const int* corners = mesh.vertexIndices().constData();
     const int polygons = mesh.polygonCount();
     const int cornerCount = mesh.vertexIndices().size();
-    // A polygon that names a vertex twice.
-    std::atomic<bool> faulty{false};
-    tbb::parallel_for(tbb::blocked_range<int>(0, polygons, 8192), [&](const tbb::blocked_range<int>& r) {
-        for (int p = r.begin(); p < r.end() && !faulty.load(std::memory_order_relaxed); ++p)
-            for (int i = offsets[p]; i < offsets[p + 1]; ++i)
-                for (int j = i + 1; j < offsets[p + 1]; ++j)
-                    if (corners[i] == corners[j])
-                        faulty = true;
-    });
-    if (faulty)
+    // One pass over the polygons: whether one names a vertex twice, and the
+    // smallest and largest vertex index.
+    struct Scan
+    {
+        bool repeats = false;
+        int smallest = 0;
+        int largest = -1;
+    };
+    const Scan scan = tbb::parallel_reduce(
+        tbb::blocked_range<int>(0, polygons, 8192), Scan(),
+        [&](const tbb::blocked_range<int>& r, Scan found) {
+            for (int p = r.begin(); p < r.end() && !found.repeats; ++p)
+                for (int i = offsets[p]; i < offsets[p + 1]; ++i) {
+                    found.smallest = std::min(found.smallest, corners[i]);
+                    found.largest = std::max(found.largest, corners[i]);
+                    for (int j = i + 1; j < offsets[p + 1]; ++j)
+                        found.repeats = found.repeats || corners[i] == corners[j];
+                }
+            return found;
+        },
+        [](const Scan& a, const Scan& b) {
+            return Scan{a.repeats || b.repeats, std::min(a.smallest, b.smallest), std::max(a.largest, b.largest)};
+        });
+    if (scan.repeats || scan.smallest < 0)
         return false;
 
     // Every directed edge at most once: the edges are grouped by their first
@@ -89,20 +103,10 @@ bool ModelsData::isClean(const GeometryStack2::GeomStack& mesh)
     // walks all corners and takes those at its own vertices: no two threads
     // ever write the same count, so no atomic operation is needed, and
     // reading the corners once per range costs less than one per corner.
-    using Bounds = std::pair<int, int>; // smallest and largest vertex index
-    const Bounds bounds = tbb::parallel_reduce(
-        tbb::blocked_range<int>(0, cornerCount, 65536), Bounds(0, -1),
-        [&](const tbb::blocked_range<int>& r, Bounds b) {
-            for (int c = r.begin(); c < r.end(); ++c) {
-                b.first = std::min(b.first, corners[c]);
-                b.second = std::max(b.second, corners[c]);
-            }
-            return b;
-        },
-        [](const Bounds& a, const Bounds& b) { return Bounds(std::min(a.first, b.first), std::max(a.second, b.second)); });
-    if (bounds.first < 0)
-        return false;
-    const int vertices = std::max(mesh.vertexCount(), bounds.second + 1);
+    const int vertices = std::max(mesh.vertexCount(), scan.largest + 1);
+    // The polygons' corners: the scan and the fill below see no other.
+    const int firstCorner = polygons > 0 ? offsets[0] : 0;
+    const int lastCorner = polygons > 0 ? offsets[polygons] : 0;
     const int ranges = std::max(1, std::min(vertices / 16384, tbb::this_task_arena::max_concurrency()));
     const auto rangeBegin = [&](int range) { return int(qint64(vertices) * range / ranges); };
     // Lists that the ranges fill themselves: each thread first touches the
@@ -117,7 +121,7 @@ bool ModelsData::isClean(const GeometryStack2::GeomStack& mesh)
     tbb::parallel_for(0, ranges, [&](int range) {
         const int begin = rangeBegin(range), end = rangeBegin(range + 1);
         std::fill(counts + begin, counts + end, 0);
-        for (int c = 0; c < cornerCount; ++c)
+        for (int c = firstCorner; c < lastCorner; ++c)
             if (corners[c] >= begin && corners[c] < end)
                 ++counts[corners[c]];
     });
@@ -137,10 +141,20 @@ bool ModelsData::isClean(const GeometryStack2::GeomStack& mesh)
             }
         }
     });
+    std::atomic<bool> faulty{false};
     tbb::parallel_for(tbb::blocked_range<int>(0, vertices, 16384), [&](const tbb::blocked_range<int>& r) {
         for (int v = r.begin(); v < r.end() && !faulty.load(std::memory_order_relaxed); ++v) {
             int* begin = targets + prefix[v];
             int* end = targets + prefix[v + 1];
+            if (end - begin <= 16) {
+                // A vertex has a handful of edges: comparing every pair
+                // costs less than sorting them.
+                for (int* a = begin; a < end; ++a)
+                    for (int* b = a + 1; b < end; ++b)
+                        if (*a == *b)
+                            faulty = true;
+                continue;
+            }
             std::sort(begin, end);
             if (std::adjacent_find(begin, end) != end)
                 faulty = true;

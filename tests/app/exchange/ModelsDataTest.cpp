@@ -238,6 +238,21 @@ TEST(ModelsDataClean, FindsRepeatedVerticesAndBadEdges)
     EXPECT_FALSE(ModelsData::isClean(TestSupport::polygonSoup(v, {{0, 1, 2}, {1, 0, 3}, {1, 0, 4}})));
     // Two neighbours walking their shared edge the same way.
     EXPECT_FALSE(ModelsData::isClean(TestSupport::polygonSoup(v, {{0, 1, 2}, {0, 1, 3}})));
+
+    // A pole with more edges than a vertex usually has: a closed fan is
+    // clean; one more triangle walking a spoke the same way is not.
+    QVector<QVector3D> fan = {{0, 0, 1}};
+    QVector<QVector<int>> triangles;
+    constexpr int Spokes = 24;
+    for (int i = 0; i < Spokes; ++i) {
+        const float angle = float(i) * 6.2831853f / Spokes;
+        fan.append(QVector3D(std::cos(angle), std::sin(angle), 0));
+        triangles.append({0, 1 + i, 1 + (i + 1) % Spokes});
+    }
+    EXPECT_TRUE(ModelsData::isClean(TestSupport::polygonSoup(fan, triangles)));
+    fan.append(QVector3D(0, 0, -1));
+    triangles.append({0, 1 + Spokes / 2, Spokes + 1});
+    EXPECT_FALSE(ModelsData::isClean(TestSupport::polygonSoup(fan, triangles)));
 }
 
 TEST_F(ModelsDataTest, TextureResultReplacesTheFirstSubtoolsTextureWholeOrNotAtAll)
