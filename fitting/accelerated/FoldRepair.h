@@ -20,11 +20,11 @@ namespace WelkingAcceleratedVersion {
 /// rounds more start again from the best shape so far. The repair ends on
 /// the best shape it saw, and then puts each moved vertex back onto the
 /// tangent plane of its nearest target vertex wherever that folds nothing.
-/// A repair that left the
-/// shape clearly farther from the target than the fit did (half as far again
-/// and half a percent of the basemesh's size more, RMS to the nearest target
-/// vertex) is run again, ending on the best shape within that distance, or
-/// else gives the fitted shape back with its folds.
+/// A repair that left the shape clearly farther from the target than the
+/// fit did (half as far again and half a percent of the basemesh's size
+/// more, RMS to the nearest target vertex) is run again, ending on the best
+/// shape within that distance, or else gives the fitted shape back with its
+/// folds.
 class FoldRepair
 {
 public:
