@@ -1,7 +1,7 @@
 #include "GeomStack.h"
 
+#include "CornerNormals.h"
 #include "HugePages.h"
-#include "InlineVector3D.h"
 #include "ObjChunkParser.h"
 #include "ObjPlainLoader.h"
 #include "ObjReaderTBB.h"
@@ -142,14 +142,25 @@ QVector<QVector3D> GeomStack::computeNormals(const QVector<QVector3D>& vertices,
         const int begin = int(qint64(vertexCount) * range / ranges);
         const int end = int(qint64(vertexCount) * (range + 1) / ranges);
         std::fill(sums + begin, sums + end, QVector3D());
-        // The unit normal at corner `centre` of the triangle (previous,
-        // centre, next), added to the centre's sum.
-        const auto addCorner = [&](int previous, int centre, int next) {
-            const QVector3D& c = positions[centre];
-            // Scaled by 1000 so that tiny edges keep a cross product in float.
-            const QVector3D a = (positions[next] - c) * 1000.0f;
-            const QVector3D b = (positions[previous] - c) * 1000.0f;
-            sums[centre] += InlineVector3D::normalized(InlineVector3D::crossProduct(a, b));
+        // The range's corners are listed a batch at a time, their unit
+        // normals computed together (see cornerNormals), then added to their
+        // vertices in the walk's order.
+        constexpr int Batch = 512;
+        int previous[Batch], centre[Batch], next[Batch];
+        QVector3D unit[Batch];
+        int listed = 0;
+        const auto flush = [&] {
+            cornerNormals(positions, previous, centre, next, listed, unit);
+            for (int i = 0; i < listed; ++i)
+                sums[centre[i]] += unit[i];
+            listed = 0;
+        };
+        const auto addCorner = [&](int before, int at, int after) {
+            previous[listed] = before;
+            centre[listed] = at;
+            next[listed] = after;
+            if (++listed == Batch)
+                flush();
         };
         const auto inRange = [&](int vertex) { return vertex >= begin && vertex < end; };
         for (int p = 0; p < polygonCount; ++p) {
@@ -187,13 +198,13 @@ QVector<QVector3D> GeomStack::computeNormals(const QVector<QVector3D>& vertices,
                 // its arithmetic.
                 const int centreIndex = i + 1 < size ? i + 1 : i + 1 - size;
                 const int nextIndex = centreIndex + 1 < size ? centreIndex + 1 : centreIndex + 1 - size;
-                const int centre = corners[first + centreIndex];
-                if (inRange(centre))
-                    addCorner(corners[first + i], centre, corners[first + nextIndex]);
+                const int vertex = corners[first + centreIndex];
+                if (inRange(vertex))
+                    addCorner(corners[first + i], vertex, corners[first + nextIndex]);
             }
         }
-        for (int v = begin; v < end; ++v)
-            InlineVector3D::normalize(sums[v]);
+        flush();
+        normalizeAll(sums + begin, end - begin);
     });
     return normals;
 }
