@@ -1,6 +1,6 @@
 #include "FoldRepair.h"
 
-#include "FoldOvers.h"
+#include "FoldTracker.h"
 #include "VertexNormals.h"
 
 #include <Eigen/Geometry>
@@ -95,34 +95,48 @@ FoldRepair::Counts FoldRepair::run(std::vector<Vec3>& current, const std::vector
     // neighbours onto one plane, and which rounding then folds when the
     // result is mapped back to the model's units.
     const double margin = 0.05;
-    const std::vector<char> restFolds = foldedTriangles(m_rest, m_triangles);
-    const std::vector<char> restAtRisk = foldedTriangles(m_rest, m_triangles, 0.0, m_tolerance);
-    const std::vector<char> restNearFolds = foldedTriangles(m_rest, m_triangles, margin);
+    std::vector<char> restFolds, restAtRisk, restNearFolds;
+    {
+        // Gone before the repaired shape's tracker takes its memory: on a
+        // virtual machine fresh pages cost more than the tests.
+        FoldTracker rest(m_triangles, m_rest.size(), margin, m_tolerance);
+        rest.reset(m_rest);
+        restFolds = rest.folded();
+        restAtRisk = rest.atRisk();
+        restNearFolds = rest.nearFolded();
+    }
     const size_t triangleCount = restFolds.size();
-    int addedCount = 0;
     // Triangles that folded, or came within rounding of it (with `nearToo`,
-    // within the margin), where they had not at rest.
-    const auto addedFolds = [&](const std::vector<Vec3>& shape, bool nearToo) {
-        std::vector<char> added = foldedTriangles(shape, m_triangles);
-        const std::vector<char> atRisk = foldedTriangles(shape, m_triangles, 0.0, m_tolerance);
-        const std::vector<char> near = nearToo ? foldedTriangles(shape, m_triangles, margin) : added;
-        addedCount = 0;
-        for (size_t t = 0; t < triangleCount; ++t) {
-            added[t] = (added[t] && !restFolds[t]) || (atRisk[t] && !restAtRisk[t]) || (near[t] && !restNearFolds[t]);
-            addedCount += added[t];
+    // within the margin), where they had not at rest: `added` and its count
+    // brought up to date with the triangles `tracker` tested again.
+    const auto collectAdded = [&](const FoldTracker& tracker, bool nearToo, std::vector<char>& added, int& count) {
+        if (added.size() != triangleCount) {
+            added.assign(triangleCount, 0);
+            count = 0;
         }
-        return added;
+        for (long long i : tracker.retested()) {
+            const size_t t = size_t(i);
+            const bool near = nearToo ? tracker.nearFolded()[t] : tracker.folded()[t];
+            const char now = (tracker.folded()[t] && !restFolds[t]) || (tracker.atRisk()[t] && !restAtRisk[t]) ||
+                             (near && !restNearFolds[t]);
+            count += int(now) - int(added[t]);
+            added[t] = now;
+        }
     };
+    // The folds of the shape being repaired.
+    FoldTracker tracked(m_triangles, current.size(), margin, m_tolerance);
     // The counts reported are of folds proper, as the result's own count is.
     const auto properFolds = [&]() {
-        const std::vector<char> folded = foldedTriangles(current, m_triangles);
+        tracked.reset(current);
         int count = 0;
         for (size_t t = 0; t < triangleCount; ++t)
-            count += folded[t] && !restFolds[t];
+            count += tracked.folded()[t] && !restFolds[t];
         return count;
     };
-    std::vector<char> folds = addedFolds(current, false);
     counts.before = properFolds();
+    std::vector<char> folds;
+    int addedCount = 0;
+    collectAdded(tracked, false, folds, addedCount);
     counts.after = addedCount;
     if (addedCount == 0)
         return counts;
@@ -148,8 +162,9 @@ FoldRepair::Counts FoldRepair::run(std::vector<Vec3>& current, const std::vector
     // growing ring around them) towards the mean of their neighbours. The
     // rest of the mesh keeps its fitted position.
     const std::vector<Vec3> fitted = current;
-    std::vector<char> region(n, 0), next(n, 0);
-    std::vector<Vec3> relaxed;
+    // The region relaxed in a round, as marks and as a list.
+    std::vector<char> region(n, 0);
+    std::vector<long long> regionList;
     // Where rounds of plain relaxation leave folds, the fit has crushed a
     // strip to a line (the cartoon fit can, along an open border that runs
     // past a partial scan), and averaging keeps a line a line. The next
@@ -165,19 +180,25 @@ FoldRepair::Counts FoldRepair::run(std::vector<Vec3>& current, const std::vector
             restOffsets[v] = m_rest[v] - mean / float(offsets[v + 1] - offsets[v]);
         }
     // Calls `visit` with the vertices of each connected part of the mesh,
-    // or of the vertices marked in `within`.
+    // or, given the region's vertices in ascending order, of the region.
     std::vector<long long> part(n, -1), queue;
-    const auto forEachPart = [&](const std::vector<char>* within, const auto& visit) {
-        std::fill(part.begin(), part.end(), -1);
-        for (size_t seed = 0; seed < n; ++seed) {
-            if ((within && !(*within)[seed]) || part[seed] >= 0)
+    const auto forEachPart = [&](const std::vector<long long>* within, const auto& visit) {
+        if (within)
+            for (long long v : *within)
+                part[size_t(v)] = -1;
+        else
+            std::fill(part.begin(), part.end(), -1);
+        const size_t seeds = within ? within->size() : n;
+        for (size_t i = 0; i < seeds; ++i) {
+            const size_t seed = within ? size_t((*within)[i]) : i;
+            if (part[seed] >= 0)
                 continue;
             queue.assign(1, (long long)seed);
             part[seed] = (long long)seed;
             for (size_t i = 0; i < queue.size(); ++i)
                 for (long long k = offsets[size_t(queue[i])]; k < offsets[size_t(queue[i]) + 1]; ++k) {
                     const long long u = neighbours[size_t(k)];
-                    if ((!within || (*within)[size_t(u)]) && part[size_t(u)] < 0) {
+                    if ((!within || region[size_t(u)]) && part[size_t(u)] < 0) {
                         part[size_t(u)] = (long long)seed;
                         queue.push_back(u);
                     }
@@ -210,9 +231,12 @@ FoldRepair::Counts FoldRepair::run(std::vector<Vec3>& current, const std::vector
     std::iota(everyVertex.begin(), everyVertex.end(), 0LL);
     const auto [wholeSimilarity, wholeScale] = similarityOf(everyVertex, m_rest, current);
     const double scaleFloor = 0.5 * wholeScale;
+    // Sets the offsets of the region's vertices (the only ones a round reads).
+    std::vector<long long> sortedRegion;
     const auto carryRestOffsets = [&]() {
-        std::fill(shapeOffsets.begin(), shapeOffsets.end(), Vec3::Zero());
-        forEachPart(&region, [&](const std::vector<long long>& members) {
+        sortedRegion = regionList;
+        std::sort(sortedRegion.begin(), sortedRegion.end());
+        forEachPart(&sortedRegion, [&](const std::vector<long long>& members) {
             auto [sR, scale] = similarityOf(members, m_rest, current);
             if (members.size() == size_t(pieceSize[size_t(members[0])]) && wholeScale > 0) {
                 if (!(scale > 1e-6 * scaleFloor))
@@ -233,10 +257,14 @@ FoldRepair::Counts FoldRepair::run(std::vector<Vec3>& current, const std::vector
     const TargetDistance distance(fitted, excluded, target);
     const std::vector<char> fittedFolds = folds;
     const int fittedCount = addedCount;
+    std::vector<long long> relaxedVertices;
+    std::vector<Vec3> relaxed;
     const auto relaxAndProject = [&](double allowed) {
         const bool bounded = std::isfinite(allowed);
         current = fitted;
+        tracked.reset(current);
         folds = fittedFolds;
+        addedCount = fittedCount;
         counts.after = fittedCount;
         std::vector<Vec3> best = current;
         int bestCount = fittedCount;
@@ -247,41 +275,57 @@ FoldRepair::Counts FoldRepair::run(std::vector<Vec3>& current, const std::vector
             // starts again from the best shape with narrow rings.
             if (round == 2 * rounds) {
                 current = best;
-                folds = addedFolds(current, false);
+                tracked.reset(current);
+                collectAdded(tracked, false, folds, addedCount);
                 counts.after = addedCount;
             }
-            std::fill(region.begin(), region.end(), 0);
+            for (long long v : regionList)
+                region[size_t(v)] = 0;
+            regionList.clear();
+            const auto include = [&](long long v) {
+                if (!region[size_t(v)]) {
+                    region[size_t(v)] = 1;
+                    regionList.push_back(v);
+                }
+            };
             for (size_t t = 0; t < triangleCount; ++t)
                 if (folds[t])
                     for (int k = 0; k < 3; ++k)
-                        region[size_t(m_triangles[3 * t + size_t(k)])] = 1;
+                        include(m_triangles[3 * t + size_t(k)]);
+            // Each ring adds the neighbours of the vertices the last one added.
+            size_t ringStart = 0;
             for (int ring = 0; ring < 1 + (round % rounds) / 20; ++ring) {
-                next = region;
-                for (size_t v = 0; v < n; ++v)
-                    if (region[v])
-                        for (long long k = offsets[v]; k < offsets[v + 1]; ++k)
-                            next[size_t(neighbours[size_t(k)])] = 1;
-                region.swap(next);
+                const size_t ringEnd = regionList.size();
+                for (size_t i = ringStart; i < ringEnd; ++i) {
+                    const size_t v = size_t(regionList[i]);
+                    for (long long k = offsets[v]; k < offsets[v + 1]; ++k)
+                        include(neighbours[size_t(k)]);
+                }
+                ringStart = ringEnd;
             }
             const bool restShape = round >= rounds && round < 2 * rounds;
             if (restShape)
                 carryRestOffsets();
-            relaxed = current;
-            tbb::parallel_for(tbb::blocked_range<size_t>(0, n, 1024), [&](const tbb::blocked_range<size_t>& r) {
-                for (size_t v = r.begin(); v < r.end(); ++v) {
-                    if (!region[v] || pinned[v] || offsets[v + 1] == offsets[v])
-                        continue;
-                    Vec3 mean = Vec3::Zero();
-                    for (long long k = offsets[v]; k < offsets[v + 1]; ++k)
-                        mean += current[size_t(neighbours[size_t(k)])];
-                    mean /= float(offsets[v + 1] - offsets[v]);
-                    if (restShape)
-                        mean += shapeOffsets[v];
-                    relaxed[v] = 0.5f * (current[v] + mean);
-                }
-            });
-            current.swap(relaxed);
-            folds = addedFolds(current, false);
+            // Every new position from the round's old shape, then all moved.
+            relaxedVertices.clear();
+            relaxed.clear();
+            for (long long i : regionList) {
+                const size_t v = size_t(i);
+                if (pinned[v] || offsets[v + 1] == offsets[v])
+                    continue;
+                Vec3 mean = Vec3::Zero();
+                for (long long k = offsets[v]; k < offsets[v + 1]; ++k)
+                    mean += current[size_t(neighbours[size_t(k)])];
+                mean /= float(offsets[v + 1] - offsets[v]);
+                if (restShape)
+                    mean += shapeOffsets[v];
+                relaxedVertices.push_back(i);
+                relaxed.push_back(0.5f * (current[v] + mean));
+            }
+            for (size_t i = 0; i < relaxedVertices.size(); ++i)
+                current[size_t(relaxedVertices[i])] = relaxed[i];
+            tracked.update(current, relaxedVertices);
+            collectAdded(tracked, false, folds, addedCount);
             counts.after = addedCount;
             if (addedCount < bestCount && (!bounded || distance.of(current) <= allowed)) {
                 best = current;
@@ -326,9 +370,14 @@ FoldRepair::Counts FoldRepair::run(std::vector<Vec3>& current, const std::vector
             };
             // Back to the relaxed position wherever a projected triangle folds or
             // collapses, until none does; the relaxed shape has no added fold.
+            tracked.reset(projected);
+            std::vector<char> projectedFolds;
+            int projectedCount = 0;
+            collectAdded(tracked, true, projectedFolds, projectedCount);
+            std::vector<long long> reverted;
             for (;;) {
-                const std::vector<char> projectedFolds = addedFolds(projected, true);
                 bool clean = true;
+                reverted.clear();
                 for (size_t t = 0; t < triangleCount; ++t)
                     if (projectedFolds[t] || collapsed(t, projected))
                         for (int k = 0; k < 3; ++k) {
@@ -338,12 +387,15 @@ FoldRepair::Counts FoldRepair::run(std::vector<Vec3>& current, const std::vector
                                 const size_t v = e < offsets[corner] ? corner : size_t(neighbours[size_t(e)]);
                                 if (projected[v] != current[v]) {
                                     projected[v] = current[v];
+                                    reverted.push_back((long long)v);
                                     clean = false;
                                 }
                             }
                         }
                 if (clean)
                     break;
+                tracked.update(projected, reverted);
+                collectAdded(tracked, true, projectedFolds, projectedCount);
             }
             current.swap(projected);
         }
