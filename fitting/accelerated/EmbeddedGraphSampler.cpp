@@ -9,13 +9,14 @@
 #include <QDebug>
 #include <QElapsedTimer>
 
+#include <tbb/blocked_range.h>
 #include <tbb/enumerable_thread_specific.h>
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
-#include <queue>
 #include <set>
 
 namespace WelkingAcceleratedVersion {
@@ -57,14 +58,17 @@ public:
     void run(long long start, float limit, const std::vector<long long>& offsets,
              const std::vector<std::pair<long long, float>>& edges, Visit visit)
     {
-        using Entry = std::pair<float, long long>;
-        std::priority_queue<Entry, std::vector<Entry>, std::greater<Entry>> queue;
+        // A heap kept between runs (the finest level runs one per vertex:
+        // a queue of its own each time cost an allocation and its growth).
+        const auto later = std::greater<Entry>();
+        m_queue.clear();
         m_distance[size_t(start)] = 0.0f;
         m_touched.push_back(start);
-        queue.emplace(0.0f, start);
-        while (!queue.empty()) {
-            const auto [d, u] = queue.top();
-            queue.pop();
+        m_queue.emplace_back(0.0f, start);
+        while (!m_queue.empty()) {
+            std::pop_heap(m_queue.begin(), m_queue.end(), later);
+            const auto [d, u] = m_queue.back();
+            m_queue.pop_back();
             if (d > m_distance[size_t(u)])
                 continue;
             if (d > limit)
@@ -77,7 +81,8 @@ public:
                     if (std::isinf(m_distance[size_t(v)]))
                         m_touched.push_back(v);
                     m_distance[size_t(v)] = next;
-                    queue.emplace(next, v);
+                    m_queue.emplace_back(next, v);
+                    std::push_heap(m_queue.begin(), m_queue.end(), later);
                 }
             }
         }
@@ -87,8 +92,10 @@ public:
     }
 
 private:
+    using Entry = std::pair<float, long long>;
     std::vector<float> m_distance;
     std::vector<long long> m_touched;
+    std::vector<Entry> m_queue;
 };
 
 } // namespace
@@ -97,24 +104,44 @@ EmbeddedGraphSampler::EmbeddedGraphSampler(int nodesPerVertex, std::vector<Verte
                                            std::vector<long long> triangles)
     : m_k(std::max(1, nodesPerVertex)), m_vertices(std::move(vertices)), m_triangles(std::move(triangles))
 {
-    std::vector<std::pair<long long, long long>> directed;
-    directed.reserve(m_triangles.size() * 2);
+    // Each vertex's neighbours, ascending and once each: listed per vertex
+    // from its triangles, then each short list sorted on its own (sorting
+    // every directed edge of the mesh at once took longer than the levels).
+    const size_t vertexCount = m_vertices.size();
+    std::vector<long long> listed(vertexCount + 1, 0);
     for (size_t t = 0; t + 2 < m_triangles.size(); t += 3)
-        for (int c = 0; c < 3; ++c) {
-            const long long a = m_triangles[t + size_t(c)], b = m_triangles[t + size_t((c + 1) % 3)];
-            directed.emplace_back(a, b);
-            directed.emplace_back(b, a);
+        for (int c = 0; c < 3; ++c)
+            listed[size_t(m_triangles[t + size_t(c)]) + 1] += 2;
+    for (size_t v = 0; v < vertexCount; ++v)
+        listed[v + 1] += listed[v];
+    std::vector<long long> around(static_cast<size_t>(listed[vertexCount]));
+    {
+        std::vector<long long> fill(listed.begin(), listed.end() - 1);
+        for (size_t t = 0; t + 2 < m_triangles.size(); t += 3)
+            for (int c = 0; c < 3; ++c) {
+                const long long a = m_triangles[t + size_t(c)];
+                around[size_t(fill[size_t(a)]++)] = m_triangles[t + size_t((c + 1) % 3)];
+                around[size_t(fill[size_t(a)]++)] = m_triangles[t + size_t((c + 2) % 3)];
+            }
+    }
+    m_edgeOffsets.assign(vertexCount + 1, 0);
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, vertexCount, 4096), [&](const tbb::blocked_range<size_t>& r) {
+        for (size_t v = r.begin(); v < r.end(); ++v) {
+            const auto first = around.begin() + listed[v], last = around.begin() + listed[v + 1];
+            std::sort(first, last);
+            m_edgeOffsets[v + 1] = std::unique(first, last) - first;
         }
-    std::sort(directed.begin(), directed.end());
-    directed.erase(std::unique(directed.begin(), directed.end()), directed.end());
-    m_edgeOffsets.assign(m_vertices.size() + 1, 0);
-    for (const auto& e : directed)
-        ++m_edgeOffsets[size_t(e.first) + 1];
-    for (size_t i = 0; i < m_vertices.size(); ++i)
-        m_edgeOffsets[i + 1] += m_edgeOffsets[i];
-    m_edges.reserve(directed.size());
-    for (const auto& e : directed)
-        m_edges.emplace_back(e.second, (m_vertices[size_t(e.first)] - m_vertices[size_t(e.second)]).norm());
+    });
+    for (size_t v = 0; v < vertexCount; ++v)
+        m_edgeOffsets[v + 1] += m_edgeOffsets[v];
+    m_edges.resize(size_t(m_edgeOffsets[vertexCount]));
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, vertexCount, 4096), [&](const tbb::blocked_range<size_t>& r) {
+        for (size_t v = r.begin(); v < r.end(); ++v)
+            for (long long e = m_edgeOffsets[v]; e < m_edgeOffsets[v + 1]; ++e) {
+                const long long u = around[size_t(listed[v] + e - m_edgeOffsets[v])];
+                m_edges[size_t(e)] = {u, (m_vertices[v] - m_vertices[size_t(u)]).norm()};
+            }
+    });
 }
 
 EmbeddedGraphSampler::~EmbeddedGraphSampler() = default;
@@ -241,28 +268,38 @@ std::vector<EmbeddedGraphLevel> DijkstraGraphSampler::sampleLevels(
         }
         // Every node's candidates, farther out, one node a task; then by vertex.
         const std::vector<long long>& nodes = levels[l].nodes;
-        std::vector<std::vector<std::pair<long long, float>>> reached(nodes.size());
+        // Each thread lists what its nodes reach in one list: the order
+        // within a vertex's candidates does not matter, as (distance, node)
+        // orders them completely.
+        struct Reach
+        {
+            int vertex;
+            int node;
+            float distance;
+        };
+        tbb::enumerable_thread_specific<std::vector<Reach>> reached;
         tbb::parallel_for(size_t(0), nodes.size(), [&](size_t node) {
             if (cancelled(callback))
                 return;
             DijkstraIterator& dijkstra = iterators.local();
             dijkstra.reset(m_vertices.size());
+            std::vector<Reach>& list = reached.local();
             dijkstra.run(nodes[node], CandidateReach * r, m_edgeOffsets, m_edges,
-                         [&](long long u, float d) { reached[node].emplace_back(u, d); });
+                         [&](long long u, float d) { list.push_back({int(u), int(node), d}); });
         });
         std::vector<long long>& offsets = candidateOffsets[l];
         offsets.assign(m_vertices.size() + 1, 0);
-        for (const auto& list : reached)
-            for (const auto& [u, d] : list)
-                ++offsets[size_t(u) + 1];
+        for (const std::vector<Reach>& list : reached)
+            for (const Reach& reach : list)
+                ++offsets[size_t(reach.vertex) + 1];
         for (size_t v = 0; v < m_vertices.size(); ++v)
             offsets[v + 1] += offsets[v];
         std::vector<long long> fill(offsets.begin(), offsets.end() - 1);
         candidates[l].resize(size_t(offsets.back()));
-        for (size_t node = 0; node < reached.size(); ++node) {
-            for (const auto& [u, d] : reached[node])
-                candidates[l][size_t(fill[size_t(u)]++)] = {d, (long long)node};
-            std::vector<std::pair<long long, float>>().swap(reached[node]);
+        for (std::vector<Reach>& list : reached) {
+            for (const Reach& reach : list)
+                candidates[l][size_t(fill[size_t(reach.vertex)]++)] = {reach.distance, (long long)reach.node};
+            std::vector<Reach>().swap(list);
         }
     });
     if (cancelled(callback))
