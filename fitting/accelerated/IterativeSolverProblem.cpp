@@ -28,17 +28,25 @@ Problem::Problem(const EmbeddedGraphLevel& level, std::vector<Vec3> restVertices
         nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
         m_controlNodes.push_back(std::move(nodes));
     }
-    // Every vertex matched is the largest pattern of the level.
-    const long long vertices = level.influenceOffsets.empty() ? 0 : (long long)level.influenceOffsets.size() - 1;
-    long long rows = 4 * vertices + 3 * (long long)(m_edges.size() + m_controlNodes.size());
-    long long entries = 15 * (long long)m_edges.size() + 18 * (long long)level.influences.size();
+    m_jacobian.setWeights(m_weights);
+    setPairs({}, {}, {});
+}
+
+void Problem::reserveSparseForm()
+{
+    // Every vertex matched is the largest pattern of the level. Reserved
+    // at the form's first use only: the products never read it, and on a
+    // small fit these lists (tens of megabytes, never written) spread the
+    // heap over fresh pages that each cost a fault and a clearing.
+    const long long vertices = m_level.influenceOffsets.empty() ? 0 : (long long)m_level.influenceOffsets.size() - 1;
+    const long long rows = 4 * vertices + 3 * (long long)(m_edges.size() + m_controlNodes.size());
+    long long entries = 15 * (long long)m_edges.size() + 18 * (long long)m_level.influences.size();
     for (const auto& nodes : m_controlNodes)
         entries += 12 * (long long)nodes.size();
     m_patternOffsets.reserve(size_t(rows) + 1);
     m_patternColumns.reserve(size_t(entries));
     m_storage.reserve(rows, entries, variableCount());
-    m_jacobian.setWeights(m_weights);
-    setPairs({}, {}, {});
+    m_sparseFormReserved = true;
 }
 
 void Problem::setConjugateGradient(long long iterations, double tolerance)
@@ -147,6 +155,8 @@ void Problem::setSparsePattern()
     // Sized exactly first: grown by doubling, these lists (about a million
     // columns on a 10k-vertex basemesh) cost more in copies and fresh pages
     // than in filling, once per round.
+    if (!m_sparseFormReserved)
+        reserveSparseForm();
     const std::vector<long long>& pairOffsets = m_jacobian.pairOffsets();
     const std::vector<int>& pairNodes = m_jacobian.pairNodes();
     long long rowCount = 4 * pairCount() + 3 * (long long)(m_edges.size() + m_controlNodes.size());

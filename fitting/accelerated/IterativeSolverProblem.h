@@ -118,6 +118,7 @@ private:
     void setCholeskyPattern();
     void setCholeskyRows();
     /// The entry-by-entry pattern of the current pairs, and its values.
+    void reserveSparseForm();
     void setSparsePattern();
     void fillSparseValues();
     Vec3 deformedVertex(long long v, const Vector& x, const std::vector<Eigen::Matrix3f>& rotations) const;
@@ -150,6 +151,7 @@ private:
     std::vector<Eigen::Matrix3f> m_rotations;
     NodeBlockJacobian m_jacobian;
     JacobianSparseStorage m_storage;
+    bool m_sparseFormReserved = false;
     bool m_sparsePatternCurrent = false;
     bool m_sparseValuesCurrent = false;
     /// The pattern's lists, kept from one set of pairs to the next.
