@@ -31,15 +31,8 @@ FoldTracker::FoldTracker(const std::vector<long long>& triangles, size_t vertexC
 
 void FoldTracker::faceNormal(const std::vector<Vec3>& shape, size_t t)
 {
-    // The same operations as `foldedTriangles`, for the same bits.
-    const Vec3& a = shape[size_t(m_triangles[3 * t])];
-    const Vec3& b = shape[size_t(m_triangles[3 * t + 1])];
-    const Vec3& c = shape[size_t(m_triangles[3 * t + 2])];
-    const double ux = double(b.x()) - a.x(), uy = double(b.y()) - a.y(), uz = double(b.z()) - a.z();
-    const double vx = double(c.x()) - a.x(), vy = double(c.y()) - a.y(), vz = double(c.z()) - a.z();
-    m_faceNormals[t] = D3{uy * vz - uz * vy, uz * vx - ux * vz, ux * vy - uy * vx};
-    if (m_tolerance > 0)
-        m_slack[t] = 2.0 * m_tolerance * (std::sqrt(ux * ux + uy * uy + uz * uz) + std::sqrt(vx * vx + vy * vy + vz * vz));
+    m_faceNormals[t] = FoldTest::faceNormal(shape[size_t(m_triangles[3 * t])], shape[size_t(m_triangles[3 * t + 1])],
+                                            shape[size_t(m_triangles[3 * t + 2])], m_tolerance, m_slack[t]);
 }
 
 void FoldTracker::vertexNormal(size_t v)
@@ -56,26 +49,11 @@ void FoldTracker::vertexNormal(size_t v)
 
 void FoldTracker::test(size_t t)
 {
-    D3 sum;
-    for (int k = 0; k < 3; ++k) {
-        const D3& m = m_vertexNormals[size_t(m_triangles[3 * t + size_t(k)])];
-        sum.x += m.x;
-        sum.y += m.y;
-        sum.z += m.z;
-    }
+    const D3 sum = FoldTest::cornerSum(m_vertexNormals, m_triangles, t);
     const D3& n = m_faceNormals[t];
-    const double dot = n.x * sum.x + n.y * sum.y + n.z * sum.z;
-    const double sumLength = std::sqrt(sum.x * sum.x + sum.y * sum.y + sum.z * sum.z);
-    const double normalLength = std::sqrt(n.x * n.x + n.y * n.y + n.z * n.z);
-    m_folded[t] = dot < 0;
-    double bound = 0;
-    if (m_tolerance > 0)
-        bound = std::max(bound, m_slack[t] * sumLength);
-    m_atRisk[t] = bound > 0 ? dot < bound : dot < 0;
-    if (m_tolerance > 0 && normalLength <= m_slack[t] + 4.0 * m_tolerance * m_tolerance)
-        m_atRisk[t] = 1;
-    bound = m_margin > 0 ? m_margin * normalLength * sumLength : 0.0;
-    m_near[t] = bound > 0 ? dot < bound : dot < 0;
+    m_folded[t] = FoldTest::folded(n, sum, 0.0, 0.0, 0.0);
+    m_atRisk[t] = FoldTest::folded(n, sum, 0.0, m_tolerance, m_slack[t]);
+    m_near[t] = FoldTest::folded(n, sum, m_margin, 0.0, 0.0);
 }
 
 void FoldTracker::reset(const std::vector<Vec3>& shape)

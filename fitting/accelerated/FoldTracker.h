@@ -1,6 +1,7 @@
 #pragma once
 
 #include "DeformerTypes.h"
+#include "FoldOvers.h"
 
 #include <vector>
 
@@ -38,10 +39,7 @@ public:
     const std::vector<long long>& retested() const { return m_retested; }
 
 private:
-    struct D3
-    {
-        double x = 0, y = 0, z = 0;
-    };
+    using D3 = FoldTest::D3;
 
     void faceNormal(const std::vector<Vec3>& shape, size_t t);
     void vertexNormal(size_t v);

@@ -1,4 +1,5 @@
 #include "support/MeshFactory.h"
+#include "support/TriangleLists.h"
 
 #include "fitting/accelerated/FoldOvers.h"
 #include "fitting/accelerated/FoldRepair.h"
@@ -16,10 +17,8 @@ namespace {
 
 /// A flat grid (9 x 9 vertices over [0, 8]^2, facing +z), optionally with
 /// a separate closed cube beside it, as points and triangle indices.
-struct Mesh
+struct Mesh : TestSupport::TriangleLists
 {
-    std::vector<Vec3> points;
-    std::vector<long long> triangles;
     size_t gridVertices = 0;
 
     explicit Mesh(bool withCube)
@@ -28,14 +27,6 @@ struct Mesh
         gridVertices = points.size();
         if (withCube)
             add(GeometryStack2::GeomStackTriangulated(TestSupport::cube({12, 3, -1}, {14, 5, 1})));
-    }
-    void add(const GeometryStack2::GeomStackTriangulated& part)
-    {
-        const long long first = (long long)points.size();
-        for (const QVector3D& p : part.vertices())
-            points.emplace_back(p.x(), p.y(), p.z());
-        for (int index : part.triangleVertexIndices())
-            triangles.push_back(first + index);
     }
 };
 

@@ -1,9 +1,8 @@
 #include "support/MeshFactory.h"
+#include "support/TriangleLists.h"
 
 #include "fitting/accelerated/FoldOvers.h"
 #include "fitting/accelerated/FoldTracker.h"
-
-#include "geometry/GeomStackTriangulated.h"
 
 #include <gtest/gtest.h>
 
@@ -16,19 +15,12 @@ namespace {
 
 /// A bumpy 12 x 12 height field, a triangle that repeats a corner and a
 /// vertex that no triangle uses.
-struct BumpyMesh
+struct BumpyMesh : TestSupport::TriangleLists
 {
-    std::vector<Vec3> points;
-    std::vector<long long> triangles;
-
     BumpyMesh()
     {
-        const GeometryStack2::GeomStackTriangulated field(
-            TestSupport::heightField(12, 11.0f, [](float x, float y) { return 0.4f * std::sin(x) * std::cos(0.7f * y); }));
-        for (const QVector3D& p : field.vertices())
-            points.emplace_back(p.x(), p.y(), p.z());
-        for (int index : field.triangleVertexIndices())
-            triangles.push_back(index);
+        add(GeometryStack2::GeomStackTriangulated(
+            TestSupport::heightField(12, 11.0f, [](float x, float y) { return 0.4f * std::sin(x) * std::cos(0.7f * y); })));
         triangles.insert(triangles.end(), {5, 17, 5});
         points.emplace_back(50.0f, 50.0f, 50.0f);
     }
