@@ -17,6 +17,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <set>
 
 namespace WelkingAcceleratedVersion {
@@ -96,6 +97,45 @@ private:
     std::vector<float> m_distance;
     std::vector<long long> m_touched;
     std::vector<Entry> m_queue;
+};
+
+/// A node's geodesic distance to a vertex it reaches.
+struct Reach
+{
+    int vertex;
+    int node;
+    float distance;
+};
+
+/// A thread's reaches, in fixed blocks. A list that doubles copies itself
+/// as it grows; on a virtual machine every fresh page of those copies costs
+/// more than the Dijkstra step that fills it.
+class ReachList
+{
+public:
+    void push(const Reach& reach)
+    {
+        if (m_used == Block) {
+            // Not cleared: every element is written before it is read.
+            m_blocks.emplace_back(new Reach[Block]);
+            m_used = 0;
+        }
+        m_blocks.back()[m_used++] = reach;
+    }
+
+    template <typename Visit> void forEach(Visit visit) const
+    {
+        for (size_t b = 0; b < m_blocks.size(); ++b) {
+            const size_t count = b + 1 == m_blocks.size() ? m_used : Block;
+            for (size_t i = 0; i < count; ++i)
+                visit(m_blocks[b][i]);
+        }
+    }
+
+private:
+    static constexpr size_t Block = 8192;
+    std::vector<std::unique_ptr<Reach[]>> m_blocks;
+    size_t m_used = Block;
 };
 
 } // namespace
@@ -271,35 +311,29 @@ std::vector<EmbeddedGraphLevel> DijkstraGraphSampler::sampleLevels(
         // Each thread lists what its nodes reach in one list: the order
         // within a vertex's candidates does not matter, as (distance, node)
         // orders them completely.
-        struct Reach
-        {
-            int vertex;
-            int node;
-            float distance;
-        };
-        tbb::enumerable_thread_specific<std::vector<Reach>> reached;
+        tbb::enumerable_thread_specific<ReachList> reached;
         tbb::parallel_for(size_t(0), nodes.size(), [&](size_t node) {
             if (cancelled(callback))
                 return;
             DijkstraIterator& dijkstra = iterators.local();
             dijkstra.reset(m_vertices.size());
-            std::vector<Reach>& list = reached.local();
+            ReachList& list = reached.local();
             dijkstra.run(nodes[node], CandidateReach * r, m_edgeOffsets, m_edges,
-                         [&](long long u, float d) { list.push_back({int(u), int(node), d}); });
+                         [&](long long u, float d) { list.push({int(u), int(node), d}); });
         });
         std::vector<long long>& offsets = candidateOffsets[l];
         offsets.assign(m_vertices.size() + 1, 0);
-        for (const std::vector<Reach>& list : reached)
-            for (const Reach& reach : list)
-                ++offsets[size_t(reach.vertex) + 1];
+        for (const ReachList& list : reached)
+            list.forEach([&](const Reach& reach) { ++offsets[size_t(reach.vertex) + 1]; });
         for (size_t v = 0; v < m_vertices.size(); ++v)
             offsets[v + 1] += offsets[v];
         std::vector<long long> fill(offsets.begin(), offsets.end() - 1);
         candidates[l].resize(size_t(offsets.back()));
-        for (std::vector<Reach>& list : reached) {
-            for (const Reach& reach : list)
+        for (ReachList& list : reached) {
+            list.forEach([&](const Reach& reach) {
                 candidates[l][size_t(fill[size_t(reach.vertex)]++)] = {reach.distance, (long long)reach.node};
-            std::vector<Reach>().swap(list);
+            });
+            list = ReachList();
         }
     });
     if (cancelled(callback))

@@ -5,6 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <limits>
+#include <queue>
 #include <set>
 
 using namespace WelkingAcceleratedVersion;
@@ -147,4 +150,69 @@ TEST(GraphSamplers, RadiusBelowTheEdgeLengthStillGivesAConnectedGraph)
             }
     }
     EXPECT_EQ(std::count(reached.begin(), reached.end(), 1), long(vertices.size()));
+}
+
+TEST(GraphSamplers, GeodesicInfluencesAreTheNearestNodesAlongTheSurface)
+{
+    // Enough nodes reaching enough vertices that each thread's reach list
+    // spans several of its blocks: every vertex's influences must still be
+    // its nearest nodes along the surface (ties within rounding aside).
+    std::vector<Vertex> vertices;
+    std::vector<long long> triangles;
+    grid(70, Vertex(0, 0, 0), vertices, triangles);
+    const GraphSamplingParameters p = plain(1, 4.0f, 5.0f, 0);
+    const EmbeddedGraphLevel level = buildEmbeddedGraph(p, vertices, triangles)[0];
+    ASSERT_GT(level.nodes.size(), 100u);
+
+    std::vector<std::vector<std::pair<long long, float>>> adjacent(vertices.size());
+    for (size_t t = 0; t < triangles.size(); t += 3)
+        for (int c = 0; c < 3; ++c) {
+            const long long a = triangles[t + size_t(c)], b = triangles[t + size_t((c + 1) % 3)];
+            const float length = (vertices[size_t(a)] - vertices[size_t(b)]).norm();
+            adjacent[size_t(a)].emplace_back(b, length);
+            adjacent[size_t(b)].emplace_back(a, length);
+        }
+    // Each node's distance along the edges to every vertex.
+    std::vector<std::vector<float>> distance(level.nodes.size());
+    for (size_t n = 0; n < level.nodes.size(); ++n) {
+        std::vector<float>& d = distance[n];
+        d.assign(vertices.size(), std::numeric_limits<float>::infinity());
+        using Entry = std::pair<float, long long>;
+        std::priority_queue<Entry, std::vector<Entry>, std::greater<Entry>> queue;
+        d[size_t(level.nodes[n])] = 0.0f;
+        queue.emplace(0.0f, level.nodes[n]);
+        while (!queue.empty()) {
+            const auto [du, u] = queue.top();
+            queue.pop();
+            if (du > d[size_t(u)])
+                continue;
+            for (const auto& [v, length] : adjacent[size_t(u)])
+                if (du + length < d[size_t(v)]) {
+                    d[size_t(v)] = du + length;
+                    queue.emplace(d[size_t(v)], v);
+                }
+        }
+    }
+    int checked = 0, full = 0;
+    for (size_t v = 0; v < vertices.size(); ++v) {
+        std::set<long long> chosen;
+        float farthestChosen = 0.0f;
+        for (long long i = level.influenceOffsets[v]; i < level.influenceOffsets[v + 1]; ++i) {
+            const long long n = level.influences[size_t(i)];
+            chosen.insert(n);
+            farthestChosen = std::max(farthestChosen, distance[size_t(n)][v]);
+        }
+        // Fewer where fewer nodes lie within reach (near the border).
+        ASSERT_GE(chosen.size(), 1u) << "vertex " << v;
+        ASSERT_LE(chosen.size(), size_t(p.nodesPerVertex)) << "vertex " << v;
+        full += chosen.size() == size_t(p.nodesPerVertex);
+        for (size_t n = 0; n < level.nodes.size(); ++n) {
+            if (!chosen.count((long long)n)) {
+                ASSERT_GE(distance[n][v], farthestChosen - 1e-4f) << "vertex " << v << ", node " << n;
+            }
+        }
+        ++checked;
+    }
+    EXPECT_EQ(checked, int(vertices.size()));
+    EXPECT_GT(full, int(vertices.size()) / 2);
 }
