@@ -13,10 +13,22 @@ ChunkListArena::ChunkListArena(size_t capacity)
     if (capacity == 0)
         return;
     // Address space only: the system backs what is written, nothing else.
-    void* base = mmap(nullptr, capacity, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (base == MAP_FAILED)
+    // Started on a 2 MB boundary, so that the lists are written to huge
+    // pages from their first byte: a small file's lists otherwise fill 4 KB
+    // pages up to the first boundary, a fault each.
+    constexpr uintptr_t HugePage = uintptr_t(2) << 20;
+    void* mapped = mmap(nullptr, capacity + HugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE,
+                        -1, 0);
+    if (mapped == MAP_FAILED)
         return;
-    m_base = static_cast<char*>(base);
+    const uintptr_t start = reinterpret_cast<uintptr_t>(mapped);
+    const uintptr_t aligned = (start + HugePage - 1) & ~(HugePage - 1);
+    const uintptr_t end = start + capacity + HugePage;
+    if (aligned > start)
+        munmap(mapped, aligned - start);
+    if (end > aligned + capacity)
+        munmap(reinterpret_cast<void*>(aligned + capacity), end - (aligned + capacity));
+    m_base = reinterpret_cast<char*>(aligned);
     m_capacity = capacity;
     adviseHugePages(m_base, m_capacity);
 }
