@@ -189,8 +189,8 @@ FoldRepair::Counts FoldRepair::run(std::vector<Vec3>& current, const std::vector
         else
             std::fill(part.begin(), part.end(), -1);
         const size_t seeds = within ? within->size() : n;
-        for (size_t i = 0; i < seeds; ++i) {
-            const size_t seed = within ? size_t((*within)[i]) : i;
+        for (size_t s = 0; s < seeds; ++s) {
+            const size_t seed = within ? size_t((*within)[s]) : s;
             if (part[seed] >= 0)
                 continue;
             queue.assign(1, (long long)seed);
