@@ -239,10 +239,8 @@ QString GeomStack::validateIndices(const QVector<int>& vertexIndices, int vertex
 int GeomStack::firstUnusableVertex(const QVector<QVector3D>& vertices)
 {
     for (int i = 0; i < vertices.size(); ++i)
-        for (int axis = 0; axis < 3; ++axis)
-            // Written so that NaN fails the test too.
-            if (!(std::abs(vertices[i][axis]) <= MaxCoordinate))
-                return i;
+        if (!isUsable(vertices[i]))
+            return i;
     return -1;
 }
 

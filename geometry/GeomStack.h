@@ -8,6 +8,7 @@
 #include <QVector3D>
 #include <QVector>
 
+#include <cmath>
 #include <optional>
 
 namespace Welk {
@@ -100,8 +101,14 @@ public:
     /// Coordinates beyond this magnitude are refused at load: their squares
     /// and sums leave the float range in distance computations.
     static constexpr float MaxCoordinate = 1e15f;
-    /// The first vertex with a coordinate that is not finite or exceeds
-    /// `MaxCoordinate`, or -1.
+    /// Whether every coordinate is finite and within `MaxCoordinate`.
+    static bool isUsable(const QVector3D& vertex)
+    {
+        // Written so that NaN fails the test too.
+        return std::abs(vertex.x()) <= MaxCoordinate && std::abs(vertex.y()) <= MaxCoordinate &&
+               std::abs(vertex.z()) <= MaxCoordinate;
+    }
+    /// The first vertex that is not `isUsable`, or -1.
     static int firstUnusableVertex(const QVector<QVector3D>& vertices);
     /// The loader's `error` with the file named after it, for messages that
     /// do not name it already.

@@ -8,7 +8,6 @@
 #include <tbb/parallel_reduce.h>
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 #include <vector>
 
@@ -47,11 +46,7 @@ bool meshFromGoZ(const GoZArrays& goz, GoZMesh& mesh, QString& error)
                 const QVector3D v(positions[3 * size_t(i)], positions[3 * size_t(i) + 1],
                                   positions[3 * size_t(i) + 2]);
                 vertices[i] = v;
-                // Written so that NaN fails the test too.
-                const bool usable = std::abs(v.x()) <= GeomStack::MaxCoordinate &&
-                                    std::abs(v.y()) <= GeomStack::MaxCoordinate &&
-                                    std::abs(v.z()) <= GeomStack::MaxCoordinate;
-                if (!usable && i < found.unusable)
+                if (!GeomStack::isUsable(v) && i < found.unusable)
                     found.unusable = i;
                 const float mask = size_t(i) < goz.vertexMask.size() ? float(goz.vertexMask[size_t(i)]) : 65535.0f;
                 vertexMask[i] = mask;

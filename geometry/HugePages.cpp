@@ -12,12 +12,6 @@
 
 namespace GeometryStack2 {
 
-namespace {
-
-constexpr uintptr_t HugePage = uintptr_t(2) << 20;
-
-} // namespace
-
 void configureLargeAllocations()
 {
 #ifdef __GLIBC__
@@ -41,14 +35,14 @@ void adviseHugePages(const void* data, size_t bytes)
     const uintptr_t first = reinterpret_cast<uintptr_t>(data);
     const uintptr_t last = first + bytes;
     const uintptr_t heapEnd = reinterpret_cast<uintptr_t>(sbrk(0));
-    uintptr_t begin = (first + HugePage - 1) & ~(HugePage - 1);
-    uintptr_t end = last & ~(HugePage - 1);
+    uintptr_t begin = (first + HugePageBytes - 1) & ~(HugePageBytes - 1);
+    uintptr_t end = last & ~(HugePageBytes - 1);
     if (last <= heapEnd) {
         // In the heap the list's partial first and last 2 MB can be huge
         // pages too, and so can the untouched rest of the heap above it,
         // where the next lists will go: advise all of it.
-        begin = first & ~(HugePage - 1);
-        end = heapEnd & ~(HugePage - 1);
+        begin = first & ~(HugePageBytes - 1);
+        end = heapEnd & ~(HugePageBytes - 1);
     }
     if (end > begin)
         madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE); // advice only: failure is harmless

@@ -12,6 +12,9 @@ namespace GeometryStack2 {
 /// pages from edge to edge. Called first thing in `main`; harmless anywhere.
 void configureLargeAllocations();
 
+/// The size of a huge page on the systems that have them.
+constexpr size_t HugePageBytes = size_t(2) << 20;
+
 /// Asks the kernel to back the whole 2 MB pages inside [data, data + bytes)
 /// with huge pages. Meant for large lists that have been allocated but not
 /// yet touched: filling a few hundred MB page by page costs a page fault

@@ -16,14 +16,13 @@ ChunkListArena::ChunkListArena(size_t capacity)
     // Started on a 2 MB boundary, so that the lists are written to huge
     // pages from their first byte: a small file's lists otherwise fill 4 KB
     // pages up to the first boundary, a fault each.
-    constexpr uintptr_t HugePage = uintptr_t(2) << 20;
-    void* mapped = mmap(nullptr, capacity + HugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE,
+    void* mapped = mmap(nullptr, capacity + HugePageBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE,
                         -1, 0);
     if (mapped == MAP_FAILED)
         return;
     const uintptr_t start = reinterpret_cast<uintptr_t>(mapped);
-    const uintptr_t aligned = (start + HugePage - 1) & ~(HugePage - 1);
-    const uintptr_t end = start + capacity + HugePage;
+    const uintptr_t aligned = (start + HugePageBytes - 1) & ~uintptr_t(HugePageBytes - 1);
+    const uintptr_t end = start + capacity + HugePageBytes;
     if (aligned > start)
         munmap(mapped, aligned - start);
     if (end > aligned + capacity)
