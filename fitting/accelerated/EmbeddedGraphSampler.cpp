@@ -1,4 +1,5 @@
 #include "EmbeddedGraphSampler.h"
+#include "NodeOrder.h"
 
 #include "geometry/ProgressInterface.h"
 #include "search/IndexedHeap.h"
@@ -527,6 +528,10 @@ std::vector<EmbeddedGraphLevel> buildEmbeddedGraph(const GraphSamplingParameters
     std::vector<EmbeddedGraphLevel> levels(byRadius.size());
     for (size_t i = 0; i < byRadius.size(); ++i)
         levels[byRadius.size() - 1 - i] = std::move(byRadius[i]);
+    // The samplers number nodes in the vertices' order; the fits want
+    // neighbours numbered close together, whatever order the mesh came in.
+    tbb::parallel_for(size_t(0), levels.size(),
+                      [&](size_t l) { renumberNodes(levels[l], localNodeOrder(levels[l])); });
     qDebug() << "Building nodes time:" << double(timer.elapsed()) / 1000.0;
     return levels;
 }

@@ -107,6 +107,41 @@ void Problem::setCholeskyRows()
     m_cholesky.setRowSequences(std::move(rows));
 }
 
+void Problem::orderPairsByNode()
+{
+    // Pairs in the order of their nearest nodes: the products read each
+    // node's pairs right after its neighbours', so pairs of nearby nodes
+    // should lie together. A counting sort, stable, linear in the pairs.
+    const long long nodes = (long long)m_nodes.size();
+    const auto nearest = [&](long long v) { return m_level.influences[size_t(m_level.influenceOffsets[size_t(v)])]; };
+    const auto permutation = [&](long long count, const auto& key) {
+        std::vector<long long> start(static_cast<size_t>(nodes) + 1, 0), order(static_cast<size_t>(count));
+        for (long long p = 0; p < count; ++p)
+            ++start[size_t(key(p)) + 1];
+        for (long long n = 0; n < nodes; ++n)
+            start[size_t(n) + 1] += start[size_t(n)];
+        for (long long p = 0; p < count; ++p)
+            order[size_t(start[size_t(key(p))]++)] = p;
+        return order;
+    };
+    const auto apply = [](const std::vector<long long>& order, auto& list) {
+        auto sorted = list;
+        for (size_t i = 0; i < order.size(); ++i)
+            sorted[i] = list[size_t(order[i])];
+        list = std::move(sorted);
+    };
+    if (nodes == 0)
+        return;
+    const std::vector<long long> vertexOrder =
+        permutation((long long)m_sources.size(), [&](long long p) { return nearest(m_sources[size_t(p)]); });
+    apply(vertexOrder, m_sources);
+    apply(vertexOrder, m_targets);
+    apply(vertexOrder, m_normals);
+    const std::vector<long long> surfaceOrder =
+        permutation((long long)m_surface.size(), [&](long long s) { return nearest(m_surface[size_t(s)].corners[0]); });
+    apply(surfaceOrder, m_surface);
+}
+
 void Problem::setPairs(std::vector<long long> sources, std::vector<Vec3> targets, std::vector<Vec3> normals,
                        std::vector<SurfacePair> surface)
 {
@@ -114,6 +149,7 @@ void Problem::setPairs(std::vector<long long> sources, std::vector<Vec3> targets
     m_sources = std::move(sources);
     m_targets = std::move(targets);
     m_normals = std::move(normals);
+    orderPairsByNode();
 
     std::vector<long long> pairOffsets{0};
     std::vector<int> pairNodes;

@@ -129,6 +129,8 @@ private:
     /// surface pair's.
     void fillPointBlocks(const long long* corners, const float* weights, const int* nodes, long long count,
                          Vec3* arms, float* translations) const;
+    /// Puts the pairs in the order of their nearest nodes (see the .cpp).
+    void orderPairsByNode();
     long long pairCount() const { return (long long)(m_sources.size() + m_surface.size()); }
     void updateRotations(const Vector& x);
     /// The arm of a block: d(R_node a)/ds = [arm]x W_node (see NodeBlockJacobian).

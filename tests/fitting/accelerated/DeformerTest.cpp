@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <numeric>
 #include <random>
 
 using namespace EmbeddedGraphDeformer;
@@ -227,4 +228,71 @@ TEST(IterativeDeformer, PairsPullTheSurfaceToTheirTargets)
     deformer.solve(sources, targets, normals, vertices, nodes, state, budget);
     for (size_t v = 0; v < vertices.size(); ++v)
         ASSERT_LT((vertices[v] - targets[v]).norm(), 0.02f) << v;
+}
+
+TEST(IterativeDeformer, PairsInAnyOrderGiveTheSameEnergyGradientAndProducts)
+{
+    // The problem keeps its pairs in its own order (by node, for the
+    // products' memory reads); the pairs' order as given must not matter,
+    // nor may a pair lose its target or normal on the way.
+    const Patch p = patch();
+    std::mt19937 random(9);
+    std::uniform_real_distribution<float> u(-1.0f, 1.0f);
+    std::vector<long long> sources;
+    std::vector<Vec3> targets, normals;
+    for (long long v = (long long)p.vertices.size() - 1; v >= 0; v -= 2) {
+        sources.push_back(v);
+        targets.push_back(p.vertices[size_t(v)] + Vec3(u(random), u(random), u(random)));
+        normals.push_back(Vec3(u(random), u(random), 1.0f).normalized());
+    }
+    std::vector<SurfacePair> surface;
+    for (size_t t = 0; t < p.triangles.size(); t += 3 * 11) {
+        SurfacePair pair;
+        for (int c = 0; c < 3; ++c)
+            pair.corners[c] = p.triangles[t + size_t(c)];
+        pair.weights[0] = 0.2f;
+        pair.weights[1] = 0.3f;
+        pair.weights[2] = 0.5f;
+        pair.target = p.vertices[size_t(pair.corners[0])] + Vec3(u(random), u(random), u(random));
+        pair.normal = Vec3(0, 0, 1);
+        surface.push_back(pair);
+    }
+    ASSERT_GE(surface.size(), 4u);
+
+    std::vector<size_t> shuffle(sources.size());
+    std::iota(shuffle.begin(), shuffle.end(), size_t(0));
+    std::shuffle(shuffle.begin(), shuffle.end(), random);
+    std::vector<long long> shuffledSources;
+    std::vector<Vec3> shuffledTargets, shuffledNormals;
+    for (size_t i : shuffle) {
+        shuffledSources.push_back(sources[i]);
+        shuffledTargets.push_back(targets[i]);
+        shuffledNormals.push_back(normals[i]);
+    }
+    std::vector<SurfacePair> shuffledSurface(surface.rbegin(), surface.rend());
+
+    EnergyWeights weights;
+    weights.smoothness = 0.7f;
+    IterativeSolverDeformer::Problem given(p.level, p.vertices, p.nodes, {}, weights, true);
+    IterativeSolverDeformer::Problem shuffled(p.level, p.vertices, p.nodes, {}, weights, true);
+    given.setPairs(sources, targets, normals, surface);
+    shuffled.setPairs(shuffledSources, shuffledTargets, shuffledNormals, shuffledSurface);
+
+    Eigen::VectorXf x(given.variableCount());
+    for (Eigen::Index i = 0; i < x.size(); ++i)
+        x[i] = 0.3f * u(random);
+    float value = 0, shuffledValue = 0;
+    Eigen::VectorXf gradient, shuffledGradient;
+    given.evaluateAll(x, value, gradient, given.product(), nullptr);
+    shuffled.evaluateAll(x, shuffledValue, shuffledGradient, shuffled.product(), nullptr);
+    EXPECT_NEAR(shuffledValue, value, 1e-5f * value);
+    EXPECT_LT((shuffledGradient - gradient).norm(), 1e-5f * gradient.norm());
+
+    const Eigen::VectorXf v = Eigen::VectorXf::Random(x.size());
+    Eigen::VectorXf y, shuffledY;
+    given.product().setDamping(0.0);
+    shuffled.product().setDamping(0.0);
+    given.product().multiply(v, y);
+    shuffled.product().multiply(v, shuffledY);
+    EXPECT_LT((shuffledY - y).norm(), 1e-5f * y.norm());
 }
