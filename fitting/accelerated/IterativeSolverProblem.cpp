@@ -5,6 +5,7 @@
 #include "ParallelRange.h"
 
 #include <algorithm>
+#include <chrono>
 
 namespace EmbeddedGraphDeformer {
 namespace IterativeSolverDeformer {
@@ -14,7 +15,7 @@ using WelkingAcceleratedVersion::EmbeddedGraphLevel;
 Problem::Problem(const EmbeddedGraphLevel& level, std::vector<Vec3> restVertices, std::vector<Vec3> nodePositions,
                  std::vector<ControlPoint> controls, const EnergyWeights& weights, bool parallel)
     : m_level(level), m_rest(std::move(restVertices)), m_nodes(std::move(nodePositions)),
-      m_controls(std::move(controls)), m_weights(weights), m_parallel(parallel), m_product(m_jacobian, m_parallel, m_counters.products)
+      m_controls(std::move(controls)), m_weights(weights), m_parallel(parallel), m_product(m_jacobian, m_parallel, m_counters)
 {
     for (size_t j = 0; j + 1 < level.neighbourOffsets.size(); ++j)
         for (long long e = level.neighbourOffsets[j]; e < level.neighbourOffsets[j + 1]; ++e)
@@ -487,9 +488,11 @@ void Problem::currentNodes(const Vector& x, std::vector<Vec3>& out) const
 
 void Problem::Product::multiply(const Vector& v, Vector& y) const
 {
-    ++m_count;
+    const auto start = std::chrono::steady_clock::now();
     m_jacobian.multiplyNormal(v, y, m_parallel);
     y += float(m_damping) * v;
+    ++m_counters.products;
+    m_counters.productSeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 void Problem::BlockDiagonalPreconditioner::refresh(double damping)

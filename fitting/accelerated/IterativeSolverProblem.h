@@ -74,6 +74,7 @@ public:
     struct Counters
     {
         long long values = 0, jacobians = 0, products = 0;
+        double productSeconds = 0.0; ///< wall time in the products J^T J v
     };
     const Counters& counters() const { return m_counters; }
     /// The Cholesky preconditioner, for the debug log and checks.
@@ -83,8 +84,8 @@ private:
     class Product : public LinearSystemsSolvers::ProductHolder<float>
     {
     public:
-        Product(const NodeBlockJacobian& jacobian, const bool& parallel, long long& count)
-            : m_jacobian(jacobian), m_parallel(parallel), m_count(count)
+        Product(const NodeBlockJacobian& jacobian, const bool& parallel, Counters& counters)
+            : m_jacobian(jacobian), m_parallel(parallel), m_counters(counters)
         {
         }
         void multiply(const Vector& v, Vector& y) const override;
@@ -92,7 +93,7 @@ private:
     private:
         const NodeBlockJacobian& m_jacobian;
         const bool& m_parallel;
-        long long& m_count;
+        Counters& m_counters;
     };
 
     class BlockDiagonalPreconditioner : public LinearSystemsSolvers::Preconditioner<float, long long>

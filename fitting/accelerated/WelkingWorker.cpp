@@ -672,15 +672,16 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
         QString work;
         if (auto* fast = dynamic_cast<EmbeddedGraphDeformer::IterativeSolverDeformer::Deformer*>(deformer)) {
             const auto& c = fast->problem()->counters();
-            work = QStringLiteral(", %1 values, %2 Jacobians, %3 products, %4 factorisations of %5 sums of J^T J, "
-                                  "Jacobian %6 rows, %7 stored values")
+            work = QStringLiteral(", %1 values, %2 Jacobians, %3 products (%8 us each), %4 factorisations of %5 sums "
+                                  "of J^T J, Jacobian %6 rows, %7 stored values")
                        .arg(c.values)
                        .arg(c.jacobians)
                        .arg(c.products)
                        .arg(fast->problem()->cholesky().factorisations())
                        .arg(fast->problem()->cholesky().assemblies())
                        .arg(fast->problem()->nodeBlockJacobian().rows())
-                       .arg(fast->problem()->nodeBlockJacobian().storedValues());
+                       .arg(fast->problem()->nodeBlockJacobian().storedValues())
+                       .arg(c.products > 0 ? 1e6 * c.productSeconds / double(c.products) : 0.0, 0, 'f', 1);
         }
         qDebug().noquote() << QStringLiteral("Level %1: %2 nodes, %8 rounds, pairs %3 s, solves %4 s (process CPU %7 s)%5, RMS to "
                                              "the nearest target vertex %6")
