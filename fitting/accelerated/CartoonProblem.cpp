@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <map>
+#include <tuple>
 
 namespace CartoonWelking {
 namespace Iterative {
@@ -65,21 +66,44 @@ Problem::Problem(const EmbeddedGraphLevel& level, std::vector<Vec3> restVertices
     m_pairTargets.assign(m_rest.size(), Vec3::Zero());
     m_pairNormals.assign(m_rest.size(), Vec3::Zero());
 
-    // The structure, once: every entry the visit can emit.
+    // The structure, once: every entry the visit can emit, straight into
+    // compressed rows. No row emits a column twice; a few rows (an edge
+    // towards a lower node, the rigidity's cross terms) emit theirs out of
+    // order and are sorted with their entries' positions.
     const long long rows = 3 * (long long)m_edges.size() + 4 * (long long)m_rest.size() +
                            3 * (long long)m_controls.size() + 9 * (long long)m_nodes.size();
-    std::vector<Eigen::Triplet<float, int>> entries;
-    visitJacobian(identity(), [&](long long row, long long column, float) {
-        entries.emplace_back(int(row), int(column), 0.0f);
-    });
+    const Vector x = identity();
     m_J.resize(int(rows), int(variableCount()));
-    m_J.setFromTriplets(entries.begin(), entries.end());
-    m_J.makeCompressed();
-    m_positions.reserve(entries.size());
-    for (const auto& e : entries) {
-        const int* begin = m_J.innerIndexPtr() + m_J.outerIndexPtr()[e.row()];
-        const int* end = m_J.innerIndexPtr() + m_J.outerIndexPtr()[e.row() + 1];
-        m_positions.push_back(int(std::lower_bound(begin, end, e.col()) - m_J.innerIndexPtr()));
+    int* offsets = m_J.outerIndexPtr();
+    visitJacobian(x, [&](long long row, long long, float) { ++offsets[row + 1]; });
+    for (long long row = 0; row < rows; ++row)
+        offsets[row + 1] += offsets[row];
+    const int entries = offsets[rows];
+    m_J.resizeNonZeros(entries);
+    int* columns = m_J.innerIndexPtr();
+    std::fill(m_J.valuePtr(), m_J.valuePtr() + entries, 0.0f);
+    std::vector<int> emitted(static_cast<size_t>(entries));
+    std::vector<int> next(offsets, offsets + rows);
+    int entry = 0;
+    visitJacobian(x, [&](long long row, long long column, float) {
+        const int at = next[size_t(row)]++;
+        columns[at] = int(column);
+        emitted[size_t(at)] = entry++;
+    });
+    m_positions.resize(size_t(entries));
+    std::vector<std::pair<int, int>> sorted;
+    for (long long row = 0; row < rows; ++row) {
+        const int begin = offsets[row], end = offsets[row + 1];
+        if (!std::is_sorted(columns + begin, columns + end)) {
+            sorted.clear();
+            for (int at = begin; at < end; ++at)
+                sorted.emplace_back(columns[at], emitted[size_t(at)]);
+            std::sort(sorted.begin(), sorted.end());
+            for (int at = begin; at < end; ++at)
+                std::tie(columns[at], emitted[size_t(at)]) = sorted[size_t(at - begin)];
+        }
+        for (int at = begin; at < end; ++at)
+            m_positions[size_t(emitted[size_t(at)])] = at;
     }
     m_blocks.setWeights(m_weights);
     setPairs({}, {}, {});
