@@ -4,7 +4,7 @@
 # the spread these give is rounding, not method. settings_spread.sh [BUILD] [DATA]; the fit's
 # engine from ZWELK_ENGINE (fast), the program from ZWELK_BATCH (BUILD's zwelk-batch), every
 # other variable passes through. One line per fit: pair, setting, products of J^T J over all
-# levels, wall seconds, then fit_measure's fwd and back RMS (% of the target's diagonal) and
+# levels (0 for the cartoon fit, which does not count them), wall seconds, then fit_measure's fwd and back RMS (% of the target's diagonal) and
 # added folds.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
@@ -34,7 +34,7 @@ for pair in "${pairs[@]}"; do
             continue
         fi
         seconds=$(awk -v a="$start" -v b="$(date +%s%N)" 'BEGIN { printf "%.3f", (b - a) / 1e9 }')
-        products=$(grep -o '[0-9]* products' <<<"$log" | awk '{ sum += $1 } END { print sum + 0 }')
+        products=$({ grep -o '[0-9]* products' <<<"$log" || true; } | awk '{ sum += $1 } END { print sum + 0 }')
         "$measure" "$base" "$target" "$work/out.obj" | python3 -c \
             'import json, sys; d = json.load(sys.stdin); print(*sys.argv[1:], "%.4f %.4f %d" % (d["fwdRms"], d["backRms"], d["addedFolds"]))' \
             "$name" "$smoothness" "$products" "$seconds"
