@@ -13,14 +13,9 @@ demo=${ZWELK_BENCH_CACHE:-$HOME/.cache/zwelk-bench}/demo-24-6
 [[ -f $demo/scan-stylised.obj ]] ||
     awk '/^v /{printf "v %.6f %.6f %.6f\n", 1.5*$2+0.3*$3, 0.8*$3, 1.2*$4; next} {print}' \
         "$demo/scan.obj" >"$demo/scan-stylised.obj"
+source "$here/shared_pairs.sh"
 pairs=(
-    "amm-cat $data/amm-cat/source.obj $data/amm-cat/target.obj"
-    "meshmonk-face $data/meshmonk-face/Template_Rigidly_Aligned.obj $data/meshmonk-face/DemoFace_10K.obj"
-    "amm-human-partial $data/amm-human-partial/source.obj $data/amm-human-partial/target.obj"
-    "spare-rabbit $data/spare-rabbit/source.obj $data/spare-rabbit/target.obj"
-    "bcpd-01-09 $data/bcpd-bodies/01.obj $data/bcpd-bodies/09.obj"
-    "spare-bear $data/spare-bear/source.obj $data/spare-bear/target.obj"
-    "fastrnrr-human $data/fastrnrr-human/source.obj $data/fastrnrr-human/target_mesh.obj"
+    "${shared_pairs[@]}"
     "demo $demo/base.obj $demo/scan.obj"
     "stylised-demo $demo/base.obj $demo/scan-stylised.obj"
 )

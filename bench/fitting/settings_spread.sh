@@ -11,14 +11,9 @@ here=$(cd "$(dirname "$0")" && pwd)
 build=${1:-$here/../../build}
 data=${2:-$here/../../../shared/data}
 batch=${ZWELK_BATCH:-$build/tools/zwelk-batch/zwelk-batch} measure=$build/bench/fit_measure
+source "$here/shared_pairs.sh"
 pairs=(
-    "amm-cat $data/amm-cat/source.obj $data/amm-cat/target.obj"
-    "meshmonk-face $data/meshmonk-face/Template_Rigidly_Aligned.obj $data/meshmonk-face/DemoFace_10K.obj"
-    "amm-human-partial $data/amm-human-partial/source.obj $data/amm-human-partial/target.obj"
-    "spare-rabbit $data/spare-rabbit/source.obj $data/spare-rabbit/target.obj"
-    "bcpd-01-09 $data/bcpd-bodies/01.obj $data/bcpd-bodies/09.obj"
-    "spare-bear $data/spare-bear/source.obj $data/spare-bear/target.obj"
-    "fastrnrr-human $data/fastrnrr-human/source.obj $data/fastrnrr-human/target_mesh.obj"
+    "${shared_pairs[@]}"
     "ict-face $data/ict-face/generic_neutral_mesh.obj $data/ict-face/identity000.obj"
 )
 work=$(mktemp -d)
