@@ -114,7 +114,10 @@ void Problem::orderPairsByNode()
     // node's pairs right after its neighbours', so pairs of nearby nodes
     // should lie together. A counting sort, stable, linear in the pairs.
     const long long nodes = (long long)m_nodes.size();
-    const auto nearest = [&](long long v) { return m_level.influences[size_t(m_level.influenceOffsets[size_t(v)])]; };
+    const auto nearest = [&](long long v) {
+        const long long first = m_level.influenceOffsets[size_t(v)];
+        return first < m_level.influenceOffsets[size_t(v) + 1] ? m_level.influences[size_t(first)] : 0LL;
+    };
     const auto permutation = [&](long long count, const auto& key) {
         std::vector<long long> start(static_cast<size_t>(nodes) + 1, 0), order(static_cast<size_t>(count));
         for (long long p = 0; p < count; ++p)
