@@ -115,10 +115,15 @@ void AffineBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) 
                 Eigen::Vector4f u(0.0f, 0.0f, 0.0f, -1.0f);
                 if (b >= 0)
                     u << m_offsets[size_t(b)], m_translations[size_t(b)];
+                // The blocks on and below the diagonal; the upper ones are
+                // their mirror (the factorisations read the lower triangle).
                 for (int p = 0; p < 4; ++p)
-                    for (int q = 0; q < 4; ++q)
+                    for (int q = 0; q <= p; ++q)
                         block.block<3, 3>(3 * p, 3 * q) += (u[p] * u[q]) * S;
             }
+            for (int p = 0; p < 4; ++p)
+                for (int q = p + 1; q < 4; ++q)
+                    block.block<3, 3>(3 * p, 3 * q) = block.block<3, 3>(3 * q, 3 * p).transpose();
             if (!m_rigidity.empty())
                 block.topLeftCorner<9, 9>() += m_rigidity[size_t(k)];
         }
