@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# The fast fit's cost and quality at five settings a hair apart (Smoothness_final 0.0498 to
-# 0.0502 around the default 0.05) on the shared pairs: a change whose effect is smaller than
-# the spread these give is rounding, not method. settings_spread.sh [BUILD] [DATA]; the fit's
-# engine from ZWELK_ENGINE (fast), the program from ZWELK_BATCH (BUILD's zwelk-batch), every
-# other variable passes through. One line per fit: pair, setting, products of J^T J over all
-# levels (0 for the cartoon fit, which does not count them), wall seconds, then fit_measure's fwd and back RMS (% of the target's diagonal) and
-# added folds.
+# A fit's cost and quality at five settings a hair apart (Smoothness_final 0.0498 to 0.0502
+# around the default 0.05) on the shared pairs: a change whose effect is smaller than the spread
+# these give is rounding, not method. settings_spread.sh [BUILD] [DATA]; the fit from
+# ZWELK_ENGINE (fast), the program from ZWELK_BATCH (BUILD's zwelk-batch), every other variable
+# passes through. One line per fit: pair, setting, products of J^T J over all levels (0 for the
+# cartoon fit, whose log does not count them), wall seconds, then fit_measure's fwd and back RMS
+# (% of the target's diagonal) and added folds.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 build=${1:-$here/../../build}

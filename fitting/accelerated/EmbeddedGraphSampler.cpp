@@ -1,6 +1,6 @@
 #include "EmbeddedGraphSampler.h"
-#include "NodeOrder.h"
 
+#include "NodeOrder.h"
 #include "geometry/ProgressInterface.h"
 #include "search/IndexedHeap.h"
 #include "search/KDTreeEigen.h"
