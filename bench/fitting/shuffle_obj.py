@@ -10,14 +10,22 @@ def main():
     if len(sys.argv) not in (3, 4):
         sys.exit(__doc__)
     positions, faces = [], []
-    with open(sys.argv[1]) as source:
-        for line in source:
-            if line.startswith('v '):
-                positions.append(line)
-            elif line.startswith('f '):
-                # Negative indices count back from the positions read so far.
-                faces.append([index if index > 0 else len(positions) + 1 + index
-                              for index in (int(corner.split('/')[0]) for corner in line.split()[1:])])
+    try:
+        with open(sys.argv[1]) as source:
+            for number, line in enumerate(source, 1):
+                if line.startswith('v '):
+                    positions.append(line)
+                elif line.startswith('f '):
+                    # Negative indices count back from the positions read so far.
+                    face = [index if index > 0 else len(positions) + 1 + index
+                            for index in (int(corner.split('/')[0]) for corner in line.split()[1:])]
+                    if not all(1 <= index <= len(positions) for index in face):
+                        sys.exit(f'{sys.argv[1]}:{number}: a face names a position not read before it')
+                    faces.append(face)
+    except OSError as error:
+        sys.exit(f'{sys.argv[1]}: {error.strerror}')
+    except ValueError:
+        sys.exit(f'{sys.argv[1]}:{number}: a face index is not a number')
     order = list(range(len(positions)))
     random.Random(int(sys.argv[3]) if len(sys.argv) == 4 else 1).shuffle(order)
     new_index = [0] * len(positions)
