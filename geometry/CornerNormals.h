@@ -12,11 +12,17 @@ namespace GeometryStack2 {
 ///
 /// Loading a dense mesh spends most of its normals' time in the double
 /// square root and divisions of that normalisation. On a processor with AVX
-/// four corners share each of them; every operation is the same correctly
-/// rounded one as in the scalar form, in the same order and without fused
-/// multiply-adds, so the result does not depend on the processor.
+/// four corners share each of them, with AVX-512 eight; every operation is
+/// the same correctly rounded one as in the scalar form, in the same order
+/// and without fused multiply-adds, so the result does not depend on the
+/// processor. `step` caps the corners per vector step (1, 4 or 8; 0 for the
+/// widest this processor has), so that each form can be checked anywhere it
+/// runs.
 void cornerNormals(const QVector3D* positions, const int* previous, const int* centre, const int* next, int count,
-                   QVector3D* normals);
+                   QVector3D* normals, int step = 0);
+
+/// The widest vector step the forms here use on this processor: 8, 4 or 1.
+int widestNormalStep();
 
 /// The same, one corner at a time whatever the processor: the reference
 /// the vector form is checked against.
@@ -24,8 +30,8 @@ void cornerNormalsScalar(const QVector3D* positions, const int* previous, const 
                          int count, QVector3D* normals);
 
 /// Qt's `QVector3D::normalize()` of each of `count` vectors, in place, bit
-/// for bit, four at a time where the processor has AVX.
-void normalizeAll(QVector3D* vectors, int count);
+/// for bit, `step` at a time as above.
+void normalizeAll(QVector3D* vectors, int count, int step = 0);
 void normalizeAllScalar(QVector3D* vectors, int count);
 
 } // namespace GeometryStack2

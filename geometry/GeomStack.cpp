@@ -119,6 +119,82 @@ void GeomStack::setVertices(const QVector<QVector3D>& vertices)
     computeNormals();
 }
 
+namespace {
+
+/// Adds the unit normals of the corners at vertices [begin, end) to `sums`,
+/// walking every polygon in order. The arrays come in as plain pointers, so
+/// the walk keeps them in registers rather than reloading them after each
+/// store.
+void sumCornerNormals(const QVector3D* positions, const int* offsets, const int* corners, int polygonCount,
+                      int begin, int end, QVector3D* sums)
+{
+    std::fill(sums + begin, sums + end, QVector3D());
+    // The range's corners are listed a batch at a time, their unit
+    // normals computed together (see cornerNormals), then added to their
+    // vertices in the walk's order.
+    constexpr int Batch = 512;
+    int previous[Batch] = {}, centre[Batch] = {}, next[Batch] = {};
+    QVector3D unit[Batch];
+    int listed = 0;
+    const auto flush = [&] {
+        cornerNormals(positions, previous, centre, next, listed, unit);
+        for (int i = 0; i < listed; ++i)
+            sums[centre[i]] += unit[i];
+        listed = 0;
+    };
+    const auto addCorner = [&](int before, int at, int after) {
+        previous[listed] = before;
+        centre[listed] = at;
+        next[listed] = after;
+        if (++listed == Batch)
+            flush();
+    };
+    const auto inRange = [&](int vertex) { return vertex >= begin && vertex < end; };
+    for (int p = 0; p < polygonCount; ++p) {
+        const int first = offsets[p];
+        const int size = offsets[p + 1] - first;
+        if (size == 3) {
+            // Dense meshes are mostly triangles (scans) or quads
+            // (sculpts): their corners without the general walk's index
+            // arithmetic, in its order.
+            const int v0 = corners[first], v1 = corners[first + 1], v2 = corners[first + 2];
+            if (inRange(v1))
+                addCorner(v0, v1, v2);
+            if (inRange(v2))
+                addCorner(v1, v2, v0);
+            if (inRange(v0))
+                addCorner(v2, v0, v1);
+            continue;
+        }
+        if (size == 4) {
+            const int v0 = corners[first], v1 = corners[first + 1], v2 = corners[first + 2],
+                      v3 = corners[first + 3];
+            if (inRange(v1))
+                addCorner(v0, v1, v2);
+            if (inRange(v2))
+                addCorner(v1, v2, v3);
+            if (inRange(v3))
+                addCorner(v2, v3, v0);
+            if (inRange(v0))
+                addCorner(v3, v0, v1);
+            continue;
+        }
+        for (int i = 0; i < size; ++i) {
+            // Corners i + 1 and i + 2 around the polygon, wrapped by a
+            // compare: a division per corner cost more than the rest of
+            // its arithmetic.
+            const int centreIndex = i + 1 < size ? i + 1 : i + 1 - size;
+            const int nextIndex = centreIndex + 1 < size ? centreIndex + 1 : centreIndex + 1 - size;
+            const int vertex = corners[first + centreIndex];
+            if (inRange(vertex))
+                addCorner(corners[first + i], vertex, corners[first + nextIndex]);
+        }
+    }
+    flush();
+}
+
+} // namespace
+
 QVector<QVector3D> GeomStack::computeNormals(const QVector<QVector3D>& vertices,
                                              const QVector<int>& vertexIndices,
                                              const QVector<int>& polygonOffsets)
@@ -141,69 +217,7 @@ QVector<QVector3D> GeomStack::computeNormals(const QVector<QVector3D>& vertices,
     tbb::parallel_for(0, ranges, [&](int range) {
         const int begin = int(qint64(vertexCount) * range / ranges);
         const int end = int(qint64(vertexCount) * (range + 1) / ranges);
-        std::fill(sums + begin, sums + end, QVector3D());
-        // The range's corners are listed a batch at a time, their unit
-        // normals computed together (see cornerNormals), then added to their
-        // vertices in the walk's order.
-        constexpr int Batch = 512;
-        int previous[Batch], centre[Batch], next[Batch];
-        QVector3D unit[Batch];
-        int listed = 0;
-        const auto flush = [&] {
-            cornerNormals(positions, previous, centre, next, listed, unit);
-            for (int i = 0; i < listed; ++i)
-                sums[centre[i]] += unit[i];
-            listed = 0;
-        };
-        const auto addCorner = [&](int before, int at, int after) {
-            previous[listed] = before;
-            centre[listed] = at;
-            next[listed] = after;
-            if (++listed == Batch)
-                flush();
-        };
-        const auto inRange = [&](int vertex) { return vertex >= begin && vertex < end; };
-        for (int p = 0; p < polygonCount; ++p) {
-            const int first = offsets[p];
-            const int size = offsets[p + 1] - first;
-            if (size == 3) {
-                // Dense meshes are mostly triangles (scans) or quads
-                // (sculpts): their corners without the general walk's index
-                // arithmetic, in its order.
-                const int v0 = corners[first], v1 = corners[first + 1], v2 = corners[first + 2];
-                if (inRange(v1))
-                    addCorner(v0, v1, v2);
-                if (inRange(v2))
-                    addCorner(v1, v2, v0);
-                if (inRange(v0))
-                    addCorner(v2, v0, v1);
-                continue;
-            }
-            if (size == 4) {
-                const int v0 = corners[first], v1 = corners[first + 1], v2 = corners[first + 2],
-                          v3 = corners[first + 3];
-                if (inRange(v1))
-                    addCorner(v0, v1, v2);
-                if (inRange(v2))
-                    addCorner(v1, v2, v3);
-                if (inRange(v3))
-                    addCorner(v2, v3, v0);
-                if (inRange(v0))
-                    addCorner(v3, v0, v1);
-                continue;
-            }
-            for (int i = 0; i < size; ++i) {
-                // Corners i + 1 and i + 2 around the polygon, wrapped by a
-                // compare: a division per corner cost more than the rest of
-                // its arithmetic.
-                const int centreIndex = i + 1 < size ? i + 1 : i + 1 - size;
-                const int nextIndex = centreIndex + 1 < size ? centreIndex + 1 : centreIndex + 1 - size;
-                const int vertex = corners[first + centreIndex];
-                if (inRange(vertex))
-                    addCorner(corners[first + i], vertex, corners[first + nextIndex]);
-            }
-        }
-        flush();
+        sumCornerNormals(positions, offsets, corners, polygonCount, begin, end, sums);
         normalizeAll(sums + begin, end - begin);
     });
     return normals;

@@ -75,9 +75,13 @@ bool meshFromGoZ(const GoZArrays& goz, GoZMesh& mesh, QString& error)
     // list at the place the counts give.
     const int polygonCount = goz.polygonCount;
     const bool withUVs = !goz.uvs.empty();
-    const auto slot = [&](int p, int k) {
+    // The arrays by value in every loop below: captured by reference they
+    // were reloaded after each store, and these loops are few loads and
+    // stores per corner.
+    const GoZArray<int32_t> polygons = goz.polygons;
+    const auto slot = [polygons](int p, int k) {
         const size_t at = size_t(p) * 4 + size_t(k);
-        return at < goz.polygons.size() ? goz.polygons[at] : -1;
+        return at < polygons.size() ? polygons[at] : -1;
     };
     constexpr int BlockSize = 65536;
     const int blockCount = (polygonCount + BlockSize - 1) / BlockSize;
@@ -148,7 +152,10 @@ bool meshFromGoZ(const GoZArrays& goz, GoZMesh& mesh, QString& error)
     int* materials = lists.materialIds.data();
     quint8* masked = mesh.polygonMaskFlags.data();
     offsets[polygonCount] = cornerCount;
-    tbb::parallel_for(0, blockCount, [&](int block) {
+    const GoZArray<float> uvs = goz.uvs;
+    const GoZArray<uint16_t> polygonGroups = goz.polygonGroups;
+    const bool anyMasked = scan.anyMasked;
+    tbb::parallel_for(0, blockCount, [=, &blockCorners](int block) {
         const auto [begin, end] = blockRange(block);
         int c = blockCorners[size_t(block)];
         for (int p = begin; p < end; ++p) {
@@ -161,17 +168,17 @@ bool meshFromGoZ(const GoZArrays& goz, GoZMesh& mesh, QString& error)
                 corners[c] = index;
                 // Most subtools have no masked vertex, and then the look-up,
                 // scattered over the vertices, is skipped.
-                isMasked = isMasked || (scan.anyMasked && vertexMask[index] < float(GoZFile::MaskThreshold));
+                isMasked = isMasked || (anyMasked && vertexMask[index] < float(GoZFile::MaskThreshold));
                 if (withUVs) {
                     const size_t uv = (size_t(p) * 4 + size_t(k)) * 2;
-                    texCoords[c] = uv + 1 < goz.uvs.size() ? QVector2D(goz.uvs[uv], goz.uvs[uv + 1]) : QVector2D();
+                    texCoords[c] = uv + 1 < uvs.size() ? QVector2D(uvs[uv], uvs[uv + 1]) : QVector2D();
                     uvIndices[c] = c;
                 }
                 ++c;
             }
             sizes[p] = c - offsets[p];
             masked[p] = isMasked ? 1 : 0;
-            groups[p] = size_t(p) < goz.polygonGroups.size() ? int(goz.polygonGroups[size_t(p)]) - 1 : -1;
+            groups[p] = size_t(p) < polygonGroups.size() ? int(polygonGroups[size_t(p)]) - 1 : -1;
             materials[p] = 0;
         }
     });

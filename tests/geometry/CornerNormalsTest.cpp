@@ -23,6 +23,17 @@ bool sameBits(const QVector3D& a, const QVector3D& b)
     return std::memcmp(&a, &b, sizeof(QVector3D)) == 0;
 }
 
+/// Every vector step this processor can run, so that each form is checked,
+/// not only the widest.
+std::vector<int> stepsHere()
+{
+    std::vector<int> steps;
+    for (int step : {1, 4, 8})
+        if (step <= GeometryStack2::widestNormalStep())
+            steps.push_back(step);
+    return steps;
+}
+
 } // namespace
 
 TEST(CornerNormals, GiveQtsBitsOnOrdinaryAndAwkwardCorners)
@@ -57,23 +68,28 @@ TEST(CornerNormals, GiveQtsBitsOnOrdinaryAndAwkwardCorners)
         add((c + 1 + int(random() % 5)) % count, c, i % 13 == 0 ? c : (c + 2 + int(random() % 5)) % count);
     }
     const int corners = int(centre.size());
-    std::vector<QVector3D> dispatched(static_cast<size_t>(corners)), scalar(dispatched.size());
-    GeometryStack2::cornerNormals(positions.data(), previous.data(), centre.data(), next.data(), corners,
-                                  dispatched.data());
+    std::vector<QVector3D> scalar(static_cast<size_t>(corners));
     GeometryStack2::cornerNormalsScalar(positions.data(), previous.data(), centre.data(), next.data(), corners,
                                         scalar.data());
-    int differFromQt = 0, formsDiffer = 0;
-    for (int i = 0; i < corners; ++i) {
-        const QVector3D expected = qtCornerNormal(positions, previous[size_t(i)], centre[size_t(i)], next[size_t(i)]);
-        differFromQt += !sameBits(dispatched[size_t(i)], expected);
-        formsDiffer += !sameBits(dispatched[size_t(i)], scalar[size_t(i)]);
+    for (int step : stepsHere()) {
+        SCOPED_TRACE(step);
+        std::vector<QVector3D> dispatched(scalar.size());
+        GeometryStack2::cornerNormals(positions.data(), previous.data(), centre.data(), next.data(), corners,
+                                      dispatched.data(), step);
+        int differFromQt = 0, formsDiffer = 0;
+        for (int i = 0; i < corners; ++i) {
+            const QVector3D expected =
+                qtCornerNormal(positions, previous[size_t(i)], centre[size_t(i)], next[size_t(i)]);
+            differFromQt += !sameBits(dispatched[size_t(i)], expected);
+            formsDiffer += !sameBits(dispatched[size_t(i)], scalar[size_t(i)]);
+        }
+        EXPECT_EQ(differFromQt, 0);
+        EXPECT_EQ(formsDiffer, 0);
+        // The awkward cases came out as they should, not merely alike.
+        EXPECT_EQ(dispatched[0], QVector3D(0, 0, 1));
+        EXPECT_EQ(dispatched[2], QVector3D());
+        EXPECT_TRUE(std::isnan(dispatched[3].z()));
     }
-    EXPECT_EQ(differFromQt, 0);
-    EXPECT_EQ(formsDiffer, 0);
-    // The awkward cases came out as they should, not merely alike.
-    EXPECT_EQ(dispatched[0], QVector3D(0, 0, 1));
-    EXPECT_EQ(dispatched[2], QVector3D());
-    EXPECT_TRUE(std::isnan(dispatched[3].z()));
 }
 
 TEST(CornerNormals, EveryCountAroundTheVectorWidthIsComplete)
@@ -81,16 +97,17 @@ TEST(CornerNormals, EveryCountAroundTheVectorWidthIsComplete)
     // Counts that end part way through a vector step and a chunk: every
     // corner written, none past the end.
     const std::vector<QVector3D> positions = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
-    for (int count : {0, 1, 3, 4, 5, 63, 64, 65, 130}) {
-        SCOPED_TRACE(count);
-        const std::vector<int> previous(size_t(count), 2), centre(size_t(count), 0), next(size_t(count), 1);
-        std::vector<QVector3D> normals(size_t(count) + 1, QVector3D(7, 7, 7));
-        GeometryStack2::cornerNormals(positions.data(), previous.data(), centre.data(), next.data(), count,
-                                      normals.data());
-        for (int i = 0; i < count; ++i)
-            EXPECT_EQ(normals[size_t(i)], QVector3D(0, 0, 1)) << i;
-        EXPECT_EQ(normals[size_t(count)], QVector3D(7, 7, 7));
-    }
+    for (int step : stepsHere())
+        for (int count : {0, 1, 3, 4, 5, 7, 8, 9, 63, 64, 65, 130}) {
+            SCOPED_TRACE(::testing::Message() << "step " << step << ", count " << count);
+            const std::vector<int> previous(size_t(count), 2), centre(size_t(count), 0), next(size_t(count), 1);
+            std::vector<QVector3D> normals(size_t(count) + 1, QVector3D(7, 7, 7));
+            GeometryStack2::cornerNormals(positions.data(), previous.data(), centre.data(), next.data(), count,
+                                          normals.data(), step);
+            for (int i = 0; i < count; ++i)
+                EXPECT_EQ(normals[size_t(i)], QVector3D(0, 0, 1)) << i;
+            EXPECT_EQ(normals[size_t(count)], QVector3D(7, 7, 7));
+        }
 }
 
 TEST(CornerNormals, NormalizeAllGivesQtsBitsInPlace)
@@ -107,18 +124,22 @@ TEST(CornerNormals, NormalizeAllGivesQtsBitsInPlace)
         const float scale = std::pow(10.0f, exponent(random));
         vectors.emplace_back(unit(random) * scale, unit(random) * scale, unit(random) * scale);
     }
-    std::vector<QVector3D> ours = vectors, scalar = vectors;
-    GeometryStack2::normalizeAll(ours.data(), int(ours.size()));
+    std::vector<QVector3D> scalar = vectors;
     GeometryStack2::normalizeAllScalar(scalar.data(), int(scalar.size()));
-    int differFromQt = 0, formsDiffer = 0;
-    for (size_t i = 0; i < vectors.size(); ++i) {
-        QVector3D expected = vectors[i];
-        expected.normalize();
-        differFromQt += !sameBits(ours[i], expected);
-        formsDiffer += !sameBits(ours[i], scalar[i]);
+    for (int step : stepsHere()) {
+        SCOPED_TRACE(step);
+        std::vector<QVector3D> ours = vectors;
+        GeometryStack2::normalizeAll(ours.data(), int(ours.size()), step);
+        int differFromQt = 0, formsDiffer = 0;
+        for (size_t i = 0; i < vectors.size(); ++i) {
+            QVector3D expected = vectors[i];
+            expected.normalize();
+            differFromQt += !sameBits(ours[i], expected);
+            formsDiffer += !sameBits(ours[i], scalar[i]);
+        }
+        EXPECT_EQ(differFromQt, 0);
+        EXPECT_EQ(formsDiffer, 0);
+        EXPECT_TRUE(sameBits(ours[2], vectors[2])); // within the bound of zero: kept
+        EXPECT_EQ(ours[8], QVector3D(3.0f / 13, 4.0f / 13, 12.0f / 13));
     }
-    EXPECT_EQ(differFromQt, 0);
-    EXPECT_EQ(formsDiffer, 0);
-    EXPECT_TRUE(sameBits(ours[2], vectors[2])); // within the bound of zero: kept
-    EXPECT_EQ(ours[8], QVector3D(3.0f / 13, 4.0f / 13, 12.0f / 13));
 }
