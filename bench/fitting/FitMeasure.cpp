@@ -1,7 +1,7 @@
 // fit_measure: one quality measure for every fitting program, ours and the
 // research peers alike, so that their results can be set side by side.
 //
-//   fit_measure SOURCE TARGET RESULT [--samples N] [--seed N]
+//   fit_measure SOURCE TARGET RESULT [--samples N] [--seed N] [--distances FILE]
 //
 // SOURCE is the mesh that was fitted, RESULT the fitted mesh (OBJ, PLY or OFF;
 // only its positions are used, in the source's vertex order, with the source's
@@ -16,6 +16,8 @@
 //                fold-overs of the source and of the result (a triangle is
 //                folded when its normal points against the sum of its corners'
 //                area-weighted vertex normals)
+// --distances writes each result vertex's distance to the target surface, one
+// per line in the vertex order, to see where a fit's error lies.
 // Exits with 1 and a message when a file cannot be read or the result's vertex
 // count differs from the source's: research programs exit 0 even when they
 // fail, so a missing or partial result must not pass as a fit.
@@ -89,14 +91,21 @@ std::vector<Triangle> trianglesOf(const std::vector<Point>& points, const std::v
     return out;
 }
 
-/// RMS of the distances from `queries` to the surface of `tree`.
-double rmsDistance(const Tree& tree, const std::vector<Point>& queries)
+/// RMS of the distances from `queries` to the surface of `tree`; each squared
+/// distance also goes to `each` when it is given.
+double rmsDistance(const Tree& tree, const std::vector<Point>& queries, std::vector<double>* each = nullptr)
 {
+    if (each)
+        each->assign(queries.size(), 0.0);
     const double sum = tbb::parallel_reduce(
         tbb::blocked_range<std::size_t>(0, queries.size(), 1024), 0.0,
         [&](const tbb::blocked_range<std::size_t>& r, double s) {
-            for (std::size_t i = r.begin(); i != r.end(); ++i)
-                s += tree.squared_distance(queries[i]);
+            for (std::size_t i = r.begin(); i != r.end(); ++i) {
+                const double d = tree.squared_distance(queries[i]);
+                if (each)
+                    (*each)[i] = d;
+                s += d;
+            }
             return s;
         },
         [](double a, double b) { return a + b; });
@@ -129,7 +138,7 @@ std::vector<Point> samplesOn(const std::vector<Triangle>& triangles, std::size_t
 
 int usage()
 {
-    std::fputs("usage: fit_measure SOURCE TARGET RESULT [--samples N] [--seed N]\n", stderr);
+    std::fputs("usage: fit_measure SOURCE TARGET RESULT [--samples N] [--seed N] [--distances FILE]\n", stderr);
     return 2;
 }
 
@@ -140,12 +149,15 @@ int main(int argc, char** argv)
     std::vector<std::string> files;
     std::size_t samples = 200000;
     unsigned seed = 1;
+    std::string distancesPath;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         if (a == "--samples" && i + 1 < argc)
             samples = std::size_t(std::strtoull(argv[++i], nullptr, 10));
         else if (a == "--seed" && i + 1 < argc)
             seed = unsigned(std::strtoul(argv[++i], nullptr, 10));
+        else if (a == "--distances" && i + 1 < argc)
+            distancesPath = argv[++i];
         else if (!a.empty() && a[0] == '-')
             return usage();
         else
@@ -175,7 +187,21 @@ int main(int argc, char** argv)
     const std::vector<Triangle> targetTriangles = trianglesOf(target.points, target.triangles);
     Tree targetTree(targetTriangles.begin(), targetTriangles.end());
     targetTree.accelerate_distance_queries();
-    const double fwd = rmsDistance(targetTree, result.points);
+    std::vector<double> squared;
+    const double fwd = rmsDistance(targetTree, result.points, distancesPath.empty() ? nullptr : &squared);
+    if (!distancesPath.empty()) {
+        std::FILE* out = std::fopen(distancesPath.c_str(), "w");
+        if (!out) {
+            std::fprintf(stderr, "cannot write %s\n", distancesPath.c_str());
+            return 1;
+        }
+        for (double d : squared)
+            std::fprintf(out, "%.9g\n", std::sqrt(d));
+        if (std::fclose(out) != 0) {
+            std::fprintf(stderr, "cannot write %s\n", distancesPath.c_str());
+            return 1;
+        }
+    }
 
     const std::vector<Triangle> resultTriangles = trianglesOf(result.points, source.triangles);
     Tree resultTree(resultTriangles.begin(), resultTriangles.end());
