@@ -48,14 +48,24 @@ struct AcceleratedParameters
     /// After the last level, relax the vertices around fold-overs that the
     /// fit added until none is left ("Repair_folds").
     bool repairFolds = true;
-    /// On the finest level, besides every basemesh vertex looking for its
-    /// nearest target vertex, about as many target vertices look for the
-    /// nearest point of the basemesh's surface (never near an open border
-    /// of either mesh), so that parts of the target that no basemesh vertex
-    /// came near still draw it ("Coverage_pairs"; both fits). The point
-    /// slides over the surface continuously, so the fit stays continuous in
-    /// its input, as it would not if the nearest vertex were pulled.
+    /// On the finest level (and the coarsest, below), besides every basemesh
+    /// vertex looking for its nearest target vertex, about as many target
+    /// vertices look for the nearest point of the basemesh's surface (never
+    /// near an open border of either mesh), so that parts of the target that
+    /// no basemesh vertex came near still draw it ("Coverage_pairs"; both
+    /// fits). The point slides over the surface continuously, so the fit
+    /// stays continuous in its input, as it would not if the nearest vertex
+    /// were pulled.
     bool coveragePairs = true;
+    /// Coverage pairs on the coarsest level as well as on the finest
+    /// ("Coverage_coarsest_level"; the fast fit only). A limb that the
+    /// target holds elsewhere (an arm raised where the basemesh's hangs)
+    /// draws no basemesh vertex near it, and vertex pairs alone bend the
+    /// basemesh's limb against the body; the coarsest level's few stiff
+    /// nodes carry the whole limb where the target's samples pull it, before
+    /// the finer levels settle its surface. On the level between, the pairs
+    /// pulled thin parts (an ear) to the wrong side of their tips.
+    bool coverageCoarsestLevel = true;
     /// After a Levenberg-Marquardt step that fell short of its model, the
     /// damping is at least this times the mean diagonal of J^T J, scaled
     /// by how far the step fell short (`WNewton::SolverParameters`;

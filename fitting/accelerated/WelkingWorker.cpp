@@ -550,11 +550,11 @@ void WelkingWorker::runLevels(const DeformerForLevel& deformerFor)
             break;
         const EmbeddedGraphLevel& level = m_levels[size_t(i - 1)];
         const float t = float(subdivisions - i) / float(subdivisions);
-        // Coverage pairs on the finest level only: there a pair adds four
-        // rows to a node's own block, while on the coarse levels it adds rows
-        // over eight nodes and doubled the cost of every product, for less
-        // coverage than on the finest level alone (spare-bear).
-        m_coverageActive = i == subdivisions;
+        // Coverage pairs on the finest level and, unless turned off, on the
+        // coarsest (see `AcceleratedParameters::coverageCoarsestLevel`).
+        // Between them a pair reaches over many nodes and doubles the cost
+        // of every product, for less coverage (spare-bear's ears).
+        m_coverageActive = i == subdivisions || (i == 1 && m_parameters.coverageCoarsestLevel);
 
         std::vector<std::vector<std::pair<long long, float>>> nodeVertices(level.nodes.size());
         for (size_t v = 0; v + 1 < level.influenceOffsets.size(); ++v)

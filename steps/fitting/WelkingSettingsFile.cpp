@@ -78,6 +78,8 @@ bool load(const QString& path, WelkingSettings& settings, QString& error, Dialog
     a.rejectWorseRounds = s.value(QStringLiteral("Reject_worse_rounds"), da.rejectWorseRounds).toBool();
     a.repairFolds = s.value(QStringLiteral("Repair_folds"), da.repairFolds).toBool();
     a.coveragePairs = s.value(QStringLiteral("Coverage_pairs"), da.coveragePairs).toBool();
+    a.coverageCoarsestLevel =
+        s.value(QStringLiteral("Coverage_coarsest_level"), da.coverageCoarsestLevel).toBool();
     a.directSolveNodes = readKey(s, "Direct_solve_nodes", da.directSolveNodes, 0, 100000);
     a.dampingFloor = readKey(s, "Damping_floor", da.dampingFloor, 0.0f, 1.0f);
     a.coarseSolveTolerance = readKey(s, "Coarse_solve_tolerance", da.coarseSolveTolerance, 1e-7f, 0.9f);
@@ -115,6 +117,7 @@ bool save(const QString& path, const WelkingSettings& settings, QString& error)
     s.setValue(QStringLiteral("Reject_worse_rounds"), a.rejectWorseRounds);
     s.setValue(QStringLiteral("Repair_folds"), a.repairFolds);
     s.setValue(QStringLiteral("Coverage_pairs"), a.coveragePairs);
+    s.setValue(QStringLiteral("Coverage_coarsest_level"), a.coverageCoarsestLevel);
     s.setValue(QStringLiteral("Direct_solve_nodes"), a.directSolveNodes);
     s.setValue(QStringLiteral("Damping_floor"), a.dampingFloor);
     s.setValue(QStringLiteral("Coarse_solve_tolerance"), a.coarseSolveTolerance);

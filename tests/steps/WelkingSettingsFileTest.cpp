@@ -31,6 +31,7 @@ TEST(WelkingSettingsFile, RoundTripKeepsEveryKey)
     written.accelerated.rejectWorseRounds = false;
     written.accelerated.repairFolds = false;
     written.accelerated.coveragePairs = false;
+    written.accelerated.coverageCoarsestLevel = false;
     written.accelerated.directSolveNodes = 500;
     written.accelerated.dampingFloor = 0.0f;
     written.accelerated.coarseSolveTolerance = 0.0005f;
@@ -55,6 +56,7 @@ TEST(WelkingSettingsFile, RoundTripKeepsEveryKey)
     EXPECT_FALSE(read.accelerated.rejectWorseRounds);
     EXPECT_FALSE(read.accelerated.repairFolds);
     EXPECT_FALSE(read.accelerated.coveragePairs);
+    EXPECT_FALSE(read.accelerated.coverageCoarsestLevel);
     EXPECT_EQ(read.accelerated.directSolveNodes, 500);
     EXPECT_EQ(read.accelerated.dampingFloor, 0.0f);
     EXPECT_FLOAT_EQ(read.accelerated.coarseSolveTolerance, 0.0005f);
