@@ -1,7 +1,11 @@
 #pragma once
 
+#include "NearestInLeaf.h"
+
 #include <Eigen/Core>
 
+#include <limits>
+#include <type_traits>
 #include <vector>
 
 namespace KDTreeAcceleratedVersion {
@@ -9,7 +13,7 @@ namespace KDTreeAcceleratedVersion {
 /// The k-d tree of the fast and cartoon fits: nearest and nearest-without-
 /// self queries only, over a contiguous `std::vector` of 3-component points
 /// with wide indices. Leaves store their indices and their coordinates as
-/// one flat float array, and both count in `dataSize`. Only
+/// three rows (see NearestInLeaf.h), and both count in `dataSize`. Only
 /// <float, long long> is used. Squared distances throughout.
 template <typename Scalar, typename Index> class Node
 {
@@ -79,35 +83,45 @@ public:
     using typename Base::Points;
     using Base::findNearestPoint;
 
-    NodeLeaf(std::vector<Index> leafIndices, const Points& allPoints) : indices(std::move(leafIndices))
+    NodeLeaf(std::vector<Index> leafIndices, const Points& allPoints)
+        : indices(std::move(leafIndices)), rowLength(paddedLeafRow(indices.size())),
+          coordinates(3 * rowLength, std::numeric_limits<Scalar>::quiet_NaN())
     {
-        coordinates.reserve(indices.size() * 3);
-        for (Index i : indices)
+        for (size_t i = 0; i < indices.size(); ++i)
             for (int a = 0; a < 3; ++a)
-                coordinates.push_back(allPoints[size_t(i)][a]);
+                coordinates[size_t(a) * rowLength + i] = allPoints[size_t(indices[i])][a];
     }
 
     void findNearestPoint(const Point& p, const Points&, Index& index, Scalar& distanceSq) const override
     {
-        const Scalar* c = coordinates.data();
-        const Scalar px = p[0], py = p[1], pz = p[2];
-        for (size_t i = 0; i < indices.size(); ++i, c += 3) {
-            const Scalar dx = c[0] - px, dy = c[1] - py, dz = c[2] - pz;
-            const Scalar d = dx * dx + dy * dy + dz * dz;
-            if (d < distanceSq) {
-                distanceSq = d;
-                index = indices[i];
+        const Scalar* x = coordinates.data();
+        const Scalar* y = x + rowLength;
+        const Scalar* z = y + rowLength;
+        long found = -1;
+        if constexpr (std::is_same_v<Scalar, float>)
+            found = nearestInLeaf(x, y, z, rowLength, p[0], p[1], p[2], distanceSq);
+        else
+            for (size_t i = 0; i < indices.size(); ++i) {
+                const Scalar dx = x[i] - p[0], dy = y[i] - p[1], dz = z[i] - p[2];
+                const Scalar d = dx * dx + dy * dy + dz * dz;
+                if (d < distanceSq) {
+                    distanceSq = d;
+                    found = long(i);
+                }
             }
-        }
+        if (found >= 0)
+            index = indices[size_t(found)];
     }
     void findNearestPoint(Index self, const Points& points, Index& index, Scalar& distanceSq) const override
     {
         const Point& p = points[size_t(self)];
-        const Scalar* c = coordinates.data();
-        for (size_t i = 0; i < indices.size(); ++i, c += 3) {
+        const Scalar* x = coordinates.data();
+        const Scalar* y = x + rowLength;
+        const Scalar* z = y + rowLength;
+        for (size_t i = 0; i < indices.size(); ++i) {
             if (indices[i] == self)
                 continue;
-            const Scalar dx = c[0] - p[0], dy = c[1] - p[1], dz = c[2] - p[2];
+            const Scalar dx = x[i] - p[0], dy = y[i] - p[1], dz = z[i] - p[2];
             const Scalar d = dx * dx + dy * dy + dz * dz;
             if (d < distanceSq) {
                 distanceSq = d;
@@ -115,11 +129,12 @@ public:
             }
         }
     }
-    Index dataSize() const override { return Index(4 * (indices.size() + coordinates.size())); }
+    Index dataSize() const override { return Index(4 * (indices.size() + 3 * indices.size())); }
     Base* clone() const override { return new NodeLeaf(*this); }
 
     std::vector<Index> indices;
-    std::vector<Scalar> coordinates; ///< x, y, z per stored point
+    size_t rowLength; ///< `indices.size()` padded (see NearestInLeaf.h)
+    std::vector<Scalar> coordinates; ///< all x, then all y, then all z, each `rowLength` long
 };
 
 /// Builds over all of `points`; the caller owns the root.
