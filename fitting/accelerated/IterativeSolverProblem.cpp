@@ -162,7 +162,10 @@ void Problem::setPairs(std::vector<long long> sources, std::vector<Vec3> targets
             pairNodes.push_back(int(m_level.influences[size_t(i)]));
         pairOffsets.push_back((long long)pairNodes.size());
     }
-    // A surface pair moves with every node of its corners, each once.
+    // A surface pair moves with every node of its corners, each once; its
+    // slots say where each (corner, influence) entry's node lies among them.
+    m_surfaceSlots.clear();
+    m_surfaceSlotOffsets.assign(1, 0);
     for (const SurfacePair& pair : m_surface) {
         const size_t first = pairNodes.size();
         for (long long corner : pair.corners)
@@ -171,6 +174,12 @@ void Problem::setPairs(std::vector<long long> sources, std::vector<Vec3> targets
         std::sort(pairNodes.begin() + long(first), pairNodes.end());
         pairNodes.erase(std::unique(pairNodes.begin() + long(first), pairNodes.end()), pairNodes.end());
         pairOffsets.push_back((long long)pairNodes.size());
+        for (long long corner : pair.corners)
+            for (long long i = m_level.influenceOffsets[size_t(corner)]; i < m_level.influenceOffsets[size_t(corner) + 1]; ++i)
+                m_surfaceSlots.push_back(int(std::lower_bound(pairNodes.begin() + long(first), pairNodes.end(),
+                                                              int(m_level.influences[size_t(i)])) -
+                                             (pairNodes.begin() + long(first))));
+        m_surfaceSlotOffsets.push_back((long long)m_surfaceSlots.size());
     }
     m_jacobian.setPattern((long long)m_nodes.size(), std::move(pairOffsets), std::move(pairNodes), m_edges, m_controlNodes);
     for (size_t p = 0; p < m_normals.size(); ++p)
@@ -271,9 +280,20 @@ void Problem::computeResiduals(const Vector& x, Vector& r)
     const long long pairs = (long long)m_sources.size(), surfacePairs = (long long)m_surface.size();
     const long long edges = (long long)m_edges.size();
     r.resize(4 * pairCount() + 3 * edges + 3 * (long long)m_controls.size());
+    // With surface pairs, every vertex is deformed once here: each is a
+    // corner of several pairs besides its own vertex pair.
+    const bool shared = surfacePairs > 0;
+    if (shared) {
+        m_deformed.resize(m_rest.size());
+        forRange((long long)m_rest.size(), m_parallel, [&](long long begin, long long end) {
+            for (long long v = begin; v < end; ++v)
+                m_deformed[size_t(v)] = deformedVertex(v, x, m_rotations);
+        });
+    }
     forRange(pairs, m_parallel, [&](long long begin, long long end) {
         for (long long p = begin; p < end; ++p) {
-            const Vec3 d = deformedVertex(m_sources[size_t(p)], x, m_rotations) - m_targets[size_t(p)];
+            const long long v = m_sources[size_t(p)];
+            const Vec3 d = (shared ? m_deformed[size_t(v)] : deformedVertex(v, x, m_rotations)) - m_targets[size_t(p)];
             r.segment<3>(4 * p) = m_weights.pointToPoint * d;
             r[4 * p + 3] = m_weights.pointToPlane * d.dot(m_normals[size_t(p)]);
         }
@@ -283,7 +303,7 @@ void Problem::computeResiduals(const Vector& x, Vector& r)
             const SurfacePair& pair = m_surface[size_t(s)];
             Vec3 point = Vec3::Zero();
             for (int c = 0; c < 3; ++c)
-                point += pair.weights[c] * deformedVertex(pair.corners[c], x, m_rotations);
+                point += pair.weights[c] * m_deformed[size_t(pair.corners[c])];
             const Vec3 d = point - pair.target;
             r.segment<3>(4 * (pairs + s)) = m_weights.pointToPoint * d;
             r[4 * (pairs + s) + 3] = m_weights.pointToPlane * d.dot(pair.normal);
@@ -334,7 +354,8 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
         for (long long s = begin; s < end; ++s) {
             const long long first = pairOffsets[size_t(pairs + s)], last = pairOffsets[size_t(pairs + s) + 1];
             fillPointBlocks(m_surface[size_t(s)].corners, m_surface[size_t(s)].weights, pairNodes.data() + first,
-                            last - first, &m_jacobian.pairArm(first), &m_jacobian.pairWeight(first));
+                            last - first, &m_jacobian.pairArm(first), &m_jacobian.pairWeight(first),
+                            m_surfaceSlots.data() + m_surfaceSlotOffsets[size_t(s)]);
         }
     });
 
@@ -356,7 +377,7 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
 }
 
 void Problem::fillPointBlocks(const long long* corners, const float* weights, const int* nodes, long long count,
-                              Vec3* arms, float* translations) const
+                              Vec3* arms, float* translations, const int* slots) const
 {
     std::fill(arms, arms + count, Vec3::Zero());
     std::fill(translations, translations + count, 0.0f);
@@ -365,7 +386,7 @@ void Problem::fillPointBlocks(const long long* corners, const float* weights, co
         for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i) {
             const long long k = m_level.influences[size_t(i)];
             const float w = weights[c] * m_level.weights[size_t(i)];
-            const long long slot = std::lower_bound(nodes, nodes + count, int(k)) - nodes;
+            const long long slot = slots ? *slots++ : std::lower_bound(nodes, nodes + count, int(k)) - nodes;
             arms[slot] += w * arm(k, m_rest[size_t(v)] - m_nodes[size_t(k)]);
             translations[slot] += w;
         }

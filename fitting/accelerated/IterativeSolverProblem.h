@@ -127,9 +127,11 @@ private:
     /// weights), d point / d node summed over the corners each node moves,
     /// for its `count` nodes (ascending), as arms from `arms` and
     /// translation factors from `translations` on: a control point's or a
-    /// surface pair's.
+    /// surface pair's. `slots`, when given, holds each (corner, influence)
+    /// entry's place among `nodes` in that order, found once per set of
+    /// pairs rather than searched at every Jacobian.
     void fillPointBlocks(const long long* corners, const float* weights, const int* nodes, long long count,
-                         Vec3* arms, float* translations) const;
+                         Vec3* arms, float* translations, const int* slots = nullptr) const;
     /// Puts the pairs in the order of their nearest nodes (see the .cpp).
     void orderPairsByNode();
     long long pairCount() const { return (long long)(m_sources.size() + m_surface.size()); }
@@ -147,6 +149,11 @@ private:
     std::vector<Vec3> m_targets;
     std::vector<Vec3> m_normals;
     std::vector<SurfacePair> m_surface;
+    std::vector<Vec3> m_deformed; ///< every vertex's deformed position, when there are surface pairs
+    /// Per surface pair, from `m_surfaceSlotOffsets[s]` on, the slots
+    /// `fillPointBlocks` takes.
+    std::vector<int> m_surfaceSlots;
+    std::vector<long long> m_surfaceSlotOffsets;
     /// Directed neighbour entries (j, k) in row order.
     std::vector<std::pair<long long, long long>> m_edges;
     /// Per control point, the nodes that move it (unique).

@@ -84,8 +84,21 @@ TEST(IterativeDeformer, JacobianMatchesFiniteDifferences)
     EnergyWeights weights;
     weights.smoothness = 0.7f;
     IterativeSolverDeformer::Problem problem(p.level, p.vertices, p.nodes, {control}, weights, true);
+    // Surface pairs too: points on triangles whose corners share some
+    // nodes and not others.
+    std::vector<SurfacePair> surface(2);
+    const long long corners[2][3] = {{11, 12, 20}, {40, 41, 52}};
+    for (int s = 0; s < 2; ++s) {
+        for (int c = 0; c < 3; ++c)
+            surface[size_t(s)].corners[c] = corners[s][c];
+        surface[size_t(s)].weights[0] = 0.6f;
+        surface[size_t(s)].weights[1] = 0.1f;
+        surface[size_t(s)].weights[2] = 0.3f;
+        surface[size_t(s)].target = Vec3(2.5f * float(s + 1), 1, 0.5f);
+        surface[size_t(s)].normal = Vec3(0, 0.8f, 0.6f);
+    }
     problem.setPairs({3, 20, 41, 63}, {Vec3(3, 0, 1), Vec3(4, 2.5f, -1), Vec3(1, 5, 0.5f), Vec3(7.5f, 7, 0)},
-                     {Vec3(0, 0, 1), Vec3(0, 0.6f, 0.8f), Vec3(1, 0, 0), Vec3(0, 1, 0)});
+                     {Vec3(0, 0, 1), Vec3(0, 0.6f, 0.8f), Vec3(1, 0, 0), Vec3(0, 1, 0)}, surface);
     std::mt19937 random(5);
     std::uniform_real_distribution<float> u(-0.3f, 0.3f);
     Eigen::VectorXf x(problem.variableCount());
