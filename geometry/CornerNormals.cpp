@@ -64,7 +64,9 @@ __attribute__((target("avx"))) void normaliseRows(const Rows& in, Rows& out, int
 // The same, eight at a time. Zen 5 and recent Intel cores divide and take
 // square roots of eight doubles in one go, where AVX's four halve the work
 // per instruction; each lane's operations are the same correctly rounded
-// ones, so the bits do not change. (GCC 12's own AVX-512 headers start some
+// ones, so the bits do not change. This target has fused multiply-adds, and
+// the compiler may fuse the length's squares into its sums: the square of a
+// float is exact in double, so a fused sum rounds as the plain one does. (GCC 12's own AVX-512 headers start some
 // results from an undefined register and then warn about it: PR 105593.)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
