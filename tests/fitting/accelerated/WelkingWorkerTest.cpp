@@ -14,7 +14,9 @@
 
 #include <QThread>
 
+#include <algorithm>
 #include <cmath>
+#include <vector>
 
 using namespace WelkingAcceleratedVersion;
 
@@ -376,17 +378,34 @@ GeometryStack2::GeomStackTriangulated sphere(int rings, int segments, bool spike
     return GeometryStack2::GeomStackTriangulated(TestSupport::polygonSoup(vertices, polygons));
 }
 
-/// The largest distance from a target vertex to the nearest result vertex.
-float worstCoverage(const QVector<QVector3D>& target, const QVector<QVector3D>& result)
+/// Each target vertex's squared distance to the nearest result vertex.
+std::vector<float> squaredCoverage(const QVector<QVector3D>& target, const QVector<QVector3D>& result)
 {
-    float worst = 0;
+    std::vector<float> squared;
     for (const QVector3D& t : target) {
         float nearest = std::numeric_limits<float>::max();
         for (const QVector3D& v : result)
             nearest = std::min(nearest, (t - v).lengthSquared());
-        worst = std::max(worst, nearest);
+        squared.push_back(nearest);
     }
-    return std::sqrt(worst);
+    return squared;
+}
+
+/// The largest distance from a target vertex to the nearest result vertex.
+float worstCoverage(const QVector<QVector3D>& target, const QVector<QVector3D>& result)
+{
+    const std::vector<float> squared = squaredCoverage(target, result);
+    return squared.empty() ? 0.0f : std::sqrt(*std::max_element(squared.begin(), squared.end()));
+}
+
+/// Their root mean square.
+float rmsCoverage(const QVector<QVector3D>& target, const QVector<QVector3D>& result)
+{
+    const std::vector<float> squared = squaredCoverage(target, result);
+    double sum = 0;
+    for (float d : squared)
+        sum += double(d);
+    return float(std::sqrt(sum / double(std::max<size_t>(1, squared.size()))));
 }
 
 /// The fast fit of `source` onto `target`, without point pairs.
@@ -451,19 +470,6 @@ TEST(WelkingWorker, CoveragePairsReachTheTipOfAThinFin)
     // filled to its tip, 2.5 from the centre; pairs only to the nearest
     // vertex stop at about 1.8 here.
     EXPECT_GT(reachAlongX(fitSphereTo(sphere(48, 96, true, 0.08f), AcceleratedParameters())), 2.1f);
-}
-
-/// RMS over the target's vertices of the distance to the nearest result vertex.
-float rmsCoverage(const QVector<QVector3D>& target, const QVector<QVector3D>& result)
-{
-    double sum = 0;
-    for (const QVector3D& t : target) {
-        float nearest = std::numeric_limits<float>::max();
-        for (const QVector3D& v : result)
-            nearest = std::min(nearest, (t - v).lengthSquared());
-        sum += double(nearest);
-    }
-    return float(std::sqrt(sum / double(std::max(1, int(target.size())))));
 }
 
 TEST(WelkingWorker, CoveragePairsOnTheCoarsestLevelCarryAnArmToWhereTheTargetRaisesIt)
