@@ -61,12 +61,12 @@ __attribute__((target("avx"))) void normaliseRows(const Rows& in, Rows& out, int
     }
 }
 
-// The same, eight at a time. Zen 5 and recent Intel cores divide and take
-// square roots of eight doubles in one go, where AVX's four halve the work
-// per instruction; each lane's operations are the same correctly rounded
-// ones, so the bits do not change. This target has fused multiply-adds, and
-// the compiler may fuse the length's squares into its sums: the square of a
-// float is exact in double, so a fused sum rounds as the plain one does. (GCC 12's own AVX-512 headers start some
+// The same, eight at a time: Zen 5 and recent Intel cores divide and take
+// square roots of eight doubles per instruction. Each lane's operations are
+// the same correctly rounded ones, so the bits do not change. This target
+// has fused multiply-adds, and the compiler may fuse the length's squares
+// into its sums; the square of a float is exact in double, so a fused sum
+// rounds as the plain one does. (GCC 12's own AVX-512 headers start some
 // results from an undefined register and then warn about it: PR 105593.)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
@@ -127,7 +127,7 @@ void padRows(Rows& rows, int size)
 // The corners a chunk at a time in two passes: the edges and the cross
 // products in float, one corner at a time (their loads are scattered, and
 // packing them into vectors cost more than the arithmetic saved), then their
-// normalisation four at a time.
+// normalisation four or eight at a time.
 __attribute__((target("avx"))) void cornerNormalsAvx(int step, const QVector3D* positions, const int* previous,
                                                       const int* centre, const int* next, int count,
                                                       QVector3D* normals)

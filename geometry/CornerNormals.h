@@ -13,9 +13,9 @@ namespace GeometryStack2 {
 /// Loading a dense mesh spends most of its normals' time in the double
 /// square root and divisions of that normalisation. On a processor with AVX
 /// four corners share each of them, with AVX-512 eight; every operation is
-/// the same correctly rounded one as in the scalar form, in the same order
-/// and without fused multiply-adds, so the result does not depend on the
-/// processor. `step` caps the corners per vector step (1, 4 or 8; 0 for the
+/// the same correctly rounded one as in the scalar form, in the same order,
+/// and no fused multiply-add can round differently, so the result does not
+/// depend on the processor. `step` caps the corners per vector step (1, 4 or 8; 0 for the
 /// widest this processor has), so that each form can be checked anywhere it
 /// runs.
 void cornerNormals(const QVector3D* positions, const int* previous, const int* centre, const int* next, int count,

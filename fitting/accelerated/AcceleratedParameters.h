@@ -25,7 +25,9 @@ struct AcceleratedParameters
     /// ("Direct_solve_nodes"; 0, the default, keeps the block preconditioner
     /// everywhere). The coarse levels of the default hierarchy have tens to
     /// hundreds of nodes; their factor is small while every matched vertex
-    /// adds rows. Off by default: the factor is renewed on a count of
+    /// adds rows. A level with coverage pairs (the finest, and by default
+    /// the coarsest) keeps the node blocks: the factor's pattern follows the
+    /// vertex pairs only. Off by default: the factor is renewed on a count of
     /// iterations, and that discrete choice lets a perturbation of 1e-7 in
     /// a landmark move vertices by tenths of a unit, once 2.7, on a model 25
     /// units across, where the block preconditioner's fixed 30 iterations
