@@ -37,11 +37,11 @@ void AffineBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool para
     float* reduced = m_reduced.data();
     // First pass: every group's rows of J v, weighted once more by their
     // row weight, as one 3-vector.
-    EmbeddedGraphDeformer::reducePairsAndControls(m_groups, m_pairNormals, m_weights, reduced, parallel,
-                                                  [&](long long block, long long k, float* d) {
-                                                      addMoved(m_offsets[size_t(block)].data(), m_translations[size_t(block)],
-                                                               x + 12 * k, d);
-                                                  });
+    EmbeddedGraphDeformer::reducePairsAndControls<EmbeddedGraphDeformer::PlainSum>(
+        m_groups, m_pairNormals, m_weights, reduced, 3, parallel,
+        [&](long long block, long long k, EmbeddedGraphDeformer::PlainSum& d) {
+            addMoved(m_offsets[size_t(block)].data(), m_translations[size_t(block)], x + 12 * k, d.v);
+        });
     const float g2 = m_weights.smoothness * m_weights.smoothness;
     const long long edgeGroup = pairs();
     forRange(edges(), parallel, [&](long long begin, long long end) {

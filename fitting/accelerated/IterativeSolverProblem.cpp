@@ -337,6 +337,20 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
     });
     const long long pairs = (long long)m_sources.size();
     const std::vector<long long>& pairOffsets = m_jacobian.pairOffsets();
+    // With surface pairs (or control points), every influence's arm once;
+    // the pairs then only weigh and sum them.
+    const bool shared = !m_surface.empty() || !m_controls.empty();
+    if (shared) {
+        m_influenceArms.resize(m_level.influences.size());
+        forRange((long long)m_rest.size(), m_parallel, [&](long long begin, long long end) {
+            for (long long v = begin; v < end; ++v)
+                for (long long i = m_level.influenceOffsets[size_t(v)];
+                     i < m_level.influenceOffsets[size_t(v) + 1]; ++i) {
+                    const long long k = m_level.influences[size_t(i)];
+                    m_influenceArms[size_t(i)] = arm(k, m_rest[size_t(v)] - m_nodes[size_t(k)]);
+                }
+        });
+    }
     forRange(pairs, m_parallel, [&](long long begin, long long end) {
         for (long long p = begin; p < end; ++p) {
             const long long v = m_sources[size_t(p)];
@@ -344,7 +358,8 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
             for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i, ++slot) {
                 const long long k = m_level.influences[size_t(i)];
                 const float w = m_level.weights[size_t(i)];
-                m_jacobian.pairArm(slot) = w * arm(k, m_rest[size_t(v)] - m_nodes[size_t(k)]);
+                m_jacobian.pairArm(slot) = w * (shared ? m_influenceArms[size_t(i)]
+                                                       : arm(k, m_rest[size_t(v)] - m_nodes[size_t(k)]));
                 m_jacobian.pairWeight(slot) = w;
             }
         }
@@ -353,8 +368,8 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
     forRange((long long)m_surface.size(), m_parallel, [&](long long begin, long long end) {
         for (long long s = begin; s < end; ++s) {
             const long long first = pairOffsets[size_t(pairs + s)], last = pairOffsets[size_t(pairs + s) + 1];
-            fillPointBlocks(m_surface[size_t(s)].corners, m_surface[size_t(s)].weights, pairNodes.data() + first,
-                            last - first, &m_jacobian.pairArm(first), &m_jacobian.pairWeight(first),
+            fillPointBlocks(m_surface[size_t(s)].corners, m_surface[size_t(s)].weights,
+                            pairNodes.data() + first, last - first, m_jacobian.pairArms(first),
                             m_surfaceSlots.data() + m_surfaceSlotOffsets[size_t(s)]);
         }
     });
@@ -370,25 +385,24 @@ void Problem::computeResidualsAndJacobian(const Vector& x, Vector& r)
     const std::vector<int>& controlNodes = m_jacobian.controlNodes();
     for (size_t c = 0; c < m_controls.size(); ++c) {
         const long long first = controlOffsets[c], last = controlOffsets[c + 1];
-        fillPointBlocks(m_controls[c].corners, m_controls[c].weights, controlNodes.data() + first, last - first,
-                        &m_jacobian.controlArm(first), &m_jacobian.controlTranslation(first));
+        fillPointBlocks(m_controls[c].corners, m_controls[c].weights, controlNodes.data() + first,
+                        last - first, m_jacobian.controlArms(first));
     }
     m_sparseValuesCurrent = false;
 }
 
-void Problem::fillPointBlocks(const long long* corners, const float* weights, const int* nodes, long long count,
-                              Vec3* arms, float* translations, const int* slots) const
+void Problem::fillPointBlocks(const long long* corners, const float* weights, const int* nodes,
+                              long long count, NodeBlockJacobian::Arm* arms, const int* slots) const
 {
-    std::fill(arms, arms + count, Vec3::Zero());
-    std::fill(translations, translations + count, 0.0f);
+    std::fill(arms, arms + count, NodeBlockJacobian::Arm{Vec3::Zero(), 0.0f});
     for (int c = 0; c < 3; ++c) {
         const long long v = corners[c];
         for (long long i = m_level.influenceOffsets[size_t(v)]; i < m_level.influenceOffsets[size_t(v) + 1]; ++i) {
             const long long k = m_level.influences[size_t(i)];
             const float w = weights[c] * m_level.weights[size_t(i)];
             const long long slot = slots ? *slots++ : std::lower_bound(nodes, nodes + count, int(k)) - nodes;
-            arms[slot] += w * arm(k, m_rest[size_t(v)] - m_nodes[size_t(k)]);
-            translations[slot] += w;
+            arms[slot].q += w * m_influenceArms[size_t(i)];
+            arms[slot].w += w;
         }
     }
 }

@@ -125,13 +125,13 @@ private:
     Vec3 deformedVertex(long long v, const Vector& x, const std::vector<Eigen::Matrix3f>& rotations) const;
     /// The blocks of a point on a triangle (three corners, barycentric
     /// weights), d point / d node summed over the corners each node moves,
-    /// for its `count` nodes (ascending), as arms from `arms` and
-    /// translation factors from `translations` on: a control point's or a
-    /// surface pair's. `slots`, when given, holds each (corner, influence)
-    /// entry's place among `nodes` in that order, found once per set of
-    /// pairs rather than searched at every Jacobian.
+    /// for its `count` nodes (ascending), from `m_influenceArms`, into
+    /// `arms` on: a control point's or a surface pair's. `slots`, when
+    /// given, holds each (corner, influence) entry's place among `nodes` in
+    /// that order, found once per set of pairs rather than searched at
+    /// every Jacobian.
     void fillPointBlocks(const long long* corners, const float* weights, const int* nodes, long long count,
-                         Vec3* arms, float* translations, const int* slots = nullptr) const;
+                         NodeBlockJacobian::Arm* arms, const int* slots = nullptr) const;
     /// Puts the pairs in the order of their nearest nodes (see the .cpp).
     void orderPairsByNode();
     long long pairCount() const { return (long long)(m_sources.size() + m_surface.size()); }
@@ -150,6 +150,11 @@ private:
     std::vector<Vec3> m_normals;
     std::vector<SurfacePair> m_surface;
     std::vector<Vec3> m_deformed; ///< every vertex's deformed position, when there are surface pairs
+    /// Per influence entry of the level (vertex v, node k), the arm of
+    /// d(R_k (v - n_k))/ds_k at the last Jacobian, when there are surface
+    /// pairs or control points: a vertex is a corner of several surface
+    /// pairs besides its own pair.
+    std::vector<Vec3> m_influenceArms;
     /// Per surface pair, from `m_surfaceSlotOffsets[s]` on, the slots
     /// `fillPointBlocks` takes.
     std::vector<int> m_surfaceSlots;

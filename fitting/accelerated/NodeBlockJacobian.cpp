@@ -1,5 +1,6 @@
 #include "NodeBlockJacobian.h"
 
+#include "Float4.h"
 #include "ParallelRange.h"
 
 namespace EmbeddedGraphDeformer {
@@ -7,33 +8,9 @@ namespace IterativeSolverDeformer {
 
 namespace {
 
-// The products' inner steps on plain floats: GCC leaves Eigen's small
-// fixed-size products as calls, which cost more than the arithmetic.
-// Matrices are Eigen's column-major 3x3.
-
-/// d += q x y
-inline void addCross(const float* q, const float* y, float* d)
-{
-    d[0] += q[1] * y[2] - q[2] * y[1];
-    d[1] += q[2] * y[0] - q[0] * y[2];
-    d[2] += q[0] * y[1] - q[1] * y[0];
-}
-
-/// d += q x y + w t, each component in one sum
-inline void addTurned(const float* q, const float* y, float w, const float* t, float* d)
-{
-    d[0] += q[1] * y[2] - q[2] * y[1] + w * t[0];
-    d[1] += q[2] * y[0] - q[0] * y[2] + w * t[1];
-    d[2] += q[0] * y[1] - q[1] * y[0] + w * t[2];
-}
-
-/// a += g x q, t += w g
-inline void scatter(const float* q, const float* g, float w, float* a, float* t)
-{
-    addCross(g, q, a);
-    for (int r = 0; r < 3; ++r)
-        t[r] += w * g[r];
-}
+// The products' inner steps on plain floats or `Float4`: GCC leaves
+// Eigen's small fixed-size products as calls, which cost more than the
+// arithmetic. Matrices are Eigen's column-major 3x3.
 
 /// s += k u u^T for a symmetric 3x3 kept as its six upper entries (row by row).
 inline void addOuter(float* s, float k, const float* u)
@@ -64,15 +41,15 @@ void NodeBlockJacobian::setPattern(long long nodes, std::vector<long long> pairO
     m_pairNormals.resize(size_t(pairs()));
     m_rates.resize(size_t(nodes), Matrix3::Identity());
     m_arms.resize(size_t(m_groups.blocks()));
-    m_translations.resize(size_t(m_groups.blocks()));
-    std::fill(m_translations.begin() + m_groups.edgeBlock, m_translations.begin() + m_groups.controlBlock, 1.0f);
-    m_reduced.resize(3 * size_t(m_groups.groups()));
-    m_rated.resize(3 * size_t(nodes));
+    for (long long b = m_groups.edgeBlock; b < m_groups.controlBlock; ++b)
+        m_arms[size_t(b)].w = 1.0f;
+    m_reduced.assign(4 * size_t(m_groups.groups()), 0.0f);
+    m_rated.assign(8 * size_t(nodes), 0.0f);
 }
 
 NodeBlockJacobian::Matrix3 NodeBlockJacobian::block(long long index, long long node) const
 {
-    return crossMatrix(m_arms[size_t(index)]) * m_rates[size_t(node)];
+    return crossMatrix(m_arms[size_t(index)].q) * m_rates[size_t(node)];
 }
 
 void NodeBlockJacobian::rateNodes(const Vector& v, bool parallel) const
@@ -83,8 +60,10 @@ void NodeBlockJacobian::rateNodes(const Vector& v, bool parallel) const
         for (long long k = begin; k < end; ++k) {
             const float* W = m_rates[size_t(k)].data();
             const float* s = x + 6 * k;
-            for (int r = 0; r < 3; ++r)
-                y[3 * k + r] = W[r] * s[0] + W[r + 3] * s[1] + W[r + 6] * s[2];
+            for (int r = 0; r < 3; ++r) {
+                y[8 * k + r] = W[r] * s[0] + W[r + 3] * s[1] + W[r + 6] * s[2];
+                y[8 * k + 4 + r] = s[3 + r];
+            }
         }
     }, 2048);
 }
@@ -96,18 +75,20 @@ void NodeBlockJacobian::gather(Vector& out, bool parallel) const
     const NodeIncidence& in = m_groups.incidence;
     forRange(m_groups.nodes, parallel, [&](long long begin, long long end) {
         for (long long k = begin; k < end; ++k) {
-            float a[3] = {0.0f, 0.0f, 0.0f}, t[3] = {0.0f, 0.0f, 0.0f};
+            // a = sum g x q, t = sum w g - the far ends' g
+            Float4 sumA = Float4::zero(), sumT = Float4::zero();
             const long long split = in.split[size_t(k)];
             for (long long e = in.offsets[size_t(k)]; e < split; ++e) {
-                const int block = in.block[size_t(e)];
-                scatter(m_arms[size_t(block)].data(), reduced + 3 * (long long)in.group[size_t(e)],
-                        m_translations[size_t(block)], a, t);
+                const Float4 q = Float4::load(m_arms[size_t(in.block[size_t(e)])].q.data());
+                const Float4 g = Float4::load(reduced + 4 * (long long)in.group[size_t(e)]);
+                sumA = sumA + cross(g, q);
+                sumT = sumT + q.wwww() * g;
             }
-            for (long long e = split; e < in.offsets[size_t(k) + 1]; ++e) {
-                const float* g = reduced + 3 * (long long)in.group[size_t(e)];
-                for (int r = 0; r < 3; ++r)
-                    t[r] -= g[r];
-            }
+            for (long long e = split; e < in.offsets[size_t(k) + 1]; ++e)
+                sumT = sumT - Float4::load(reduced + 4 * (long long)in.group[size_t(e)]);
+            alignas(16) float a[4], t[4];
+            sumA.store(a);
+            sumT.store(t);
             const float* W = m_rates[size_t(k)].data();
             float* o = out.data() + 6 * k;
             for (int r = 0; r < 3; ++r) {
@@ -121,26 +102,26 @@ void NodeBlockJacobian::gather(Vector& out, bool parallel) const
 void NodeBlockJacobian::multiplyNormal(const Vector& v, Vector& out, bool parallel) const
 {
     rateNodes(v, parallel);
-    const float* x = v.data();
+    // Per node, y = W ds at 8 k and the translation t at 8 k + 4.
     const float* y = m_rated.data();
     float* reduced = m_reduced.data();
-    reducePairsAndControls(m_groups, m_pairNormals, m_weights, reduced, parallel,
-                           [&](long long block, long long k, float* d) {
-                               addTurned(m_arms[size_t(block)].data(), y + 3 * k, m_translations[size_t(block)],
-                                         x + 6 * k + 3, d);
-                           });
-    const float g2 = m_weights.smoothness * m_weights.smoothness;
+    // d += q x y + w t
+    reducePairsAndControls<Float4>(m_groups, m_pairNormals, m_weights, reduced, 4, parallel,
+                                   [&](long long block, long long k, Float4& d) {
+                                       const Float4 q = Float4::load(m_arms[size_t(block)].q.data());
+                                       d = d + (cross(q, Float4::load(y + 8 * k)) +
+                                                q.wwww() * Float4::load(y + 8 * k + 4));
+                                   });
+    const Float4 g2 = Float4::splat(m_weights.smoothness * m_weights.smoothness);
     const long long edgeGroup = pairs();
     forRange(edges(), parallel, [&](long long begin, long long end) {
         for (long long e = begin; e < end; ++e) {
             const long long j = m_groups.edgeNodes[size_t(2 * e)], k = m_groups.edgeNodes[size_t(2 * e + 1)];
-            const float* q = m_arms[size_t(m_groups.edgeBlock + e)].data();
-            const float *yj = y + 3 * j, *tj = x + 6 * j + 3, *tk = x + 6 * k + 3;
-            float d[3] = {tj[0] - tk[0], tj[1] - tk[1], tj[2] - tk[2]};
-            addCross(q, yj, d);
-            float* g = reduced + 3 * (edgeGroup + e);
-            for (int r = 0; r < 3; ++r)
-                g[r] = g2 * d[r];
+            const Float4 q = Float4::load(m_arms[size_t(m_groups.edgeBlock + e)].q.data());
+            // g2 (tj - tk + q x yj)
+            const Float4 d = (Float4::load(y + 8 * j + 4) - Float4::load(y + 8 * k + 4)) +
+                             cross(q, Float4::load(y + 8 * j));
+            (g2 * d).store(reduced + 4 * (edgeGroup + e));
         }
     }, 1024);
     gather(out, parallel);
@@ -157,7 +138,7 @@ void NodeBlockJacobian::multiplyTransposed(const Vector& u, Vector& out, bool pa
             const float* n = m_pairNormals[size_t(p)].data();
             const float plane = beta * u[4 * p + 3];
             for (int r = 0; r < 3; ++r)
-                reduced[3 * p + r] = alpha * u[4 * p + r] + plane * n[r];
+                reduced[4 * p + r] = alpha * u[4 * p + r] + plane * n[r];
         }
     }, 1024);
     const long long groups = pairs() + edges() + controls();
@@ -165,7 +146,7 @@ void NodeBlockJacobian::multiplyTransposed(const Vector& u, Vector& out, bool pa
     for (long long g = pairs(); g < groups; ++g) {
         const float weight = g < pairs() + edges() ? gamma : kappa;
         for (int r = 0; r < 3; ++r)
-            reduced[3 * g + r] = weight * u[pairs() + 3 * g + r];
+            reduced[4 * g + r] = weight * u[pairs() + 3 * g + r];
     }
     gather(out, parallel);
 }
@@ -179,7 +160,7 @@ void NodeBlockJacobian::multiply(const Vector& v, Vector& out, bool parallel) co
             Vec3 d = Vec3::Zero();
             for (long long i = m_groups.pairOffsets[size_t(p)]; i < m_groups.pairOffsets[size_t(p) + 1]; ++i) {
                 const long long k = m_groups.pairNodes[size_t(i)];
-                d += pairBlock(i) * v.segment<3>(6 * k) + m_translations[size_t(i)] * v.segment<3>(6 * k + 3);
+                d += pairBlock(i) * v.segment<3>(6 * k) + m_arms[size_t(i)].w * v.segment<3>(6 * k + 3);
             }
             out.segment<3>(4 * p) = m_weights.pointToPoint * d;
             out[4 * p + 3] = m_weights.pointToPlane * m_pairNormals[size_t(p)].dot(d);
@@ -197,7 +178,8 @@ void NodeBlockJacobian::multiply(const Vector& v, Vector& out, bool parallel) co
         Vec3 d = Vec3::Zero();
         for (long long i = m_groups.controlOffsets[size_t(c)]; i < m_groups.controlOffsets[size_t(c) + 1]; ++i) {
             const long long k = m_groups.controlNodes[size_t(i)];
-            d += controlBlock(i) * v.segment<3>(6 * k) + m_translations[size_t(m_groups.controlBlock + i)] * v.segment<3>(6 * k + 3);
+            d += controlBlock(i) * v.segment<3>(6 * k) +
+                 m_arms[size_t(m_groups.controlBlock + i)].w * v.segment<3>(6 * k + 3);
         }
         out.segment<3>(controlRow + 3 * c) = m_weights.controlPoints * d;
     }
@@ -229,8 +211,8 @@ void NodeBlockJacobian::nodeBlocks(std::vector<Block>& blocks, bool parallel) co
                 const int block = m_groups.incidence.block[size_t(e)];
                 const bool pair = group < edgeGroup;
                 const float c = pair ? a2 : (group < controlGroup ? g2 : k2);
-                const float w = m_translations[size_t(block)];
-                const float* q = m_arms[size_t(block)].data();
+                const float w = m_arms[size_t(block)].w;
+                const float* q = m_arms[size_t(block)].q.data();
                 // c (|q|^2 I - q q^T), c w [q]x
                 cq2 += c * (q[0] * q[0] + q[1] * q[1] + q[2] * q[2]);
                 addOuter(qsq, -c, q);
@@ -287,7 +269,7 @@ Eigen::MatrixXd NodeBlockJacobian::dense() const
         for (long long i = m_groups.pairOffsets[size_t(p)]; i < m_groups.pairOffsets[size_t(p) + 1]; ++i) {
             const long long k = m_groups.pairNodes[size_t(i)];
             d.block<3, 3>(0, 6 * k) += pairBlock(i).cast<double>();
-            d.block<3, 3>(0, 6 * k + 3).diagonal().array() += double(m_translations[size_t(i)]);
+            d.block<3, 3>(0, 6 * k + 3).diagonal().array() += double(m_arms[size_t(i)].w);
         }
         J.middleRows(4 * p, 3) = double(m_weights.pointToPoint) * d;
         J.row(4 * p + 3) = double(m_weights.pointToPlane) * m_pairNormals[size_t(p)].cast<double>().transpose() * d;
@@ -301,7 +283,7 @@ Eigen::MatrixXd NodeBlockJacobian::dense() const
     for (long long c = 0; c < controls(); ++c)
         for (long long i = m_groups.controlOffsets[size_t(c)]; i < m_groups.controlOffsets[size_t(c) + 1]; ++i)
             put(controlRow + 3 * c, m_groups.controlNodes[size_t(i)], controlBlock(i),
-                m_translations[size_t(m_groups.controlBlock + i)], m_weights.controlPoints);
+                m_arms[size_t(m_groups.controlBlock + i)].w, m_weights.controlPoints);
     return J;
 }
 

@@ -44,6 +44,13 @@ public:
     using Vector = Eigen::VectorXf;
     using Matrix3 = Eigen::Matrix3f;
     using Block = Eigen::Matrix<float, 6, 6>;
+    /// A block's arm q and translation factor w, in one 16-byte record: the
+    /// products read both for every block.
+    struct alignas(16) Arm
+    {
+        Vec3 q;
+        float w;
+    };
 
     /// `pairOffsets` (pairs + 1 entries) cut `pairNodes` into each pair's
     /// influencing nodes; every control point lists its nodes.
@@ -72,14 +79,17 @@ public:
     const std::vector<int>& pairNodes() const { return m_groups.pairNodes; }
     /// A node's rates W (see above).
     Matrix3& nodeRates(long long node) { return m_rates[size_t(node)]; }
-    Vec3& pairArm(long long slot) { return m_arms[size_t(slot)]; }
-    float& pairWeight(long long slot) { return m_translations[size_t(slot)]; }
+    Vec3& pairArm(long long slot) { return m_arms[size_t(slot)].q; }
+    float& pairWeight(long long slot) { return m_arms[size_t(slot)].w; }
+    /// The blocks of the pair slots from `slot` on.
+    Arm* pairArms(long long slot) { return m_arms.data() + slot; }
     Vec3& pairNormal(long long pair) { return m_pairNormals[size_t(pair)]; }
-    Vec3& edgeArm(long long edge) { return m_arms[size_t(m_groups.edgeBlock + edge)]; }
+    Vec3& edgeArm(long long edge) { return m_arms[size_t(m_groups.edgeBlock + edge)].q; }
     const std::vector<long long>& controlOffsets() const { return m_groups.controlOffsets; }
     const std::vector<int>& controlNodes() const { return m_groups.controlNodes; }
-    Vec3& controlArm(long long slot) { return m_arms[size_t(m_groups.controlBlock + slot)]; }
-    float& controlTranslation(long long slot) { return m_translations[size_t(m_groups.controlBlock + slot)]; }
+    Vec3& controlArm(long long slot) { return m_arms[size_t(m_groups.controlBlock + slot)].q; }
+    float& controlTranslation(long long slot) { return m_arms[size_t(m_groups.controlBlock + slot)].w; }
+    Arm* controlArms(long long slot) { return m_arms.data() + m_groups.controlBlock + slot; }
 
     // The full 3x3 blocks [q]x W, for the entry-by-entry form and checks.
     Matrix3 pairBlock(long long slot) const { return block(slot, m_groups.pairNodes[size_t(slot)]); }
@@ -117,10 +127,12 @@ private:
     std::vector<Matrix3> m_rates; ///< W per node
     // Every block's arm with its translation factor, by block index (factor
     // 1 at an edge's j).
-    std::vector<Vec3> m_arms;
-    std::vector<float> m_translations;
-    mutable std::vector<float> m_reduced; ///< 3 per row group
-    mutable std::vector<float> m_rated;   ///< y = W ds, 3 per node
+    std::vector<Arm> m_arms;
+    // The products' intermediate vectors, four floats per 3-vector so that
+    // each is one aligned load.
+    mutable std::vector<float, Eigen::aligned_allocator<float>> m_reduced; ///< per row group
+    /// Per node y = W ds, then the node's translation part of the vector.
+    mutable std::vector<float, Eigen::aligned_allocator<float>> m_rated;
 };
 
 } // namespace IterativeSolverDeformer

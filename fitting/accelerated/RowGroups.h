@@ -65,37 +65,57 @@ struct RowGroups
     }
 };
 
+/// A group's 3-vector while `reducePairsAndControls` sums it, on plain
+/// floats (`v`).
+struct PlainSum
+{
+    float v[4];
+
+    static PlainSum zero() { return {{0.0f, 0.0f, 0.0f, 0.0f}}; }
+    void store(float* p) const
+    {
+        for (int i = 0; i < 4; ++i)
+            p[i] = v[i];
+    }
+};
+
 /// The first pass of J^T J v for the pairs and the control points: each
 /// group's rows of J v, weighted once more by their own row weights, as
-/// one 3-vector per group in `reduced` (3 floats per group, in group
-/// order). `add(block, node, d)` adds to d the motion of the group's rows
-/// through one block of values and the unknowns of its node. The edges,
-/// whose rows take a node's translation with both signs, are the caller's.
-template <typename Add>
-void reducePairsAndControls(const RowGroups& groups, const std::vector<Vec3>& pairNormals, const EnergyWeights& weights,
-                            float* reduced, bool parallel, const Add& add)
+/// one 3-vector per group in `reduced` (`stride` floats per group, in group
+/// order). `add(block, node, sum)` adds to the `Sum` (`PlainSum` or
+/// `Float4`) the motion of the group's rows through one block of values and
+/// the unknowns of its node. The edges, whose rows take a node's
+/// translation with both signs, are the caller's.
+template <typename Sum, typename Add>
+void reducePairsAndControls(const RowGroups& groups, const std::vector<Vec3>& pairNormals,
+                            const EnergyWeights& weights, float* reduced, int stride, bool parallel,
+                            const Add& add)
 {
     const float a2 = weights.pointToPoint * weights.pointToPoint;
     const float b2 = weights.pointToPlane * weights.pointToPlane;
     const float k2 = weights.controlPoints * weights.controlPoints;
     forRange(groups.pairs(), parallel, [&](long long begin, long long end) {
         for (long long p = begin; p < end; ++p) {
-            float d[3] = {0.0f, 0.0f, 0.0f};
+            Sum sum = Sum::zero();
             for (long long i = groups.pairOffsets[size_t(p)]; i < groups.pairOffsets[size_t(p) + 1]; ++i)
-                add(i, (long long)groups.pairNodes[size_t(i)], d);
+                add(i, (long long)groups.pairNodes[size_t(i)], sum);
+            alignas(16) float d[4];
+            sum.store(d);
             const float* n = pairNormals[size_t(p)].data();
             const float plane = b2 * (n[0] * d[0] + n[1] * d[1] + n[2] * d[2]);
             for (int r = 0; r < 3; ++r)
-                reduced[3 * p + r] = a2 * d[r] + plane * n[r];
+                reduced[stride * p + r] = a2 * d[r] + plane * n[r];
         }
     }, 256);
     const long long controlGroup = groups.pairs() + groups.edges();
     for (long long c = 0; c < groups.controls(); ++c) {
-        float d[3] = {0.0f, 0.0f, 0.0f};
+        Sum sum = Sum::zero();
         for (long long i = groups.controlOffsets[size_t(c)]; i < groups.controlOffsets[size_t(c) + 1]; ++i)
-            add(groups.controlBlock + i, (long long)groups.controlNodes[size_t(i)], d);
+            add(groups.controlBlock + i, (long long)groups.controlNodes[size_t(i)], sum);
+        alignas(16) float d[4];
+        sum.store(d);
         for (int r = 0; r < 3; ++r)
-            reduced[3 * (controlGroup + c) + r] = k2 * d[r];
+            reduced[stride * (controlGroup + c) + r] = k2 * d[r];
     }
 }
 
