@@ -465,9 +465,7 @@ void Problem::BlockDiagonalPreconditioner::refresh(double damping)
 {
     m_inverse.resize(m_blocks.size());
     EmbeddedGraphDeformer::forRange((long long)m_blocks.size(), true, [&](long long begin, long long end) {
-        for (long long i = begin; i < end; ++i) {
-            EmbeddedGraphDeformer::invertDamped(m_blocks[size_t(i)], float(damping), m_inverse[size_t(i)]);
-        }
+        EmbeddedGraphDeformer::invertDampedBlocks(m_blocks, float(damping), m_inverse, begin, end);
     }, 64);
 }
 

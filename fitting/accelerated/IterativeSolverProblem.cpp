@@ -538,9 +538,7 @@ void Problem::BlockDiagonalPreconditioner::refresh(double damping)
     // Once per damping, thousands of 6x6 factorisations: worth both cores.
     m_inverse.resize(m_blocks.size());
     forRange((long long)m_blocks.size(), m_parallel, [&](long long begin, long long end) {
-        for (long long i = begin; i < end; ++i) {
-            invertDamped(m_blocks[size_t(i)], float(damping), m_inverse[size_t(i)]);
-        }
+        invertDampedBlocks(m_blocks, float(damping), m_inverse, begin, end);
     }, 256);
 }
 

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <limits>
 #include <random>
 
 using namespace EmbeddedGraphDeformer;
@@ -210,4 +212,41 @@ TEST(NodeBlocks, BlockWithoutAPositivePivotFallsBackToThePivotedFactorisation)
     block(0, 0) = 0.0f;
     block(0, 1) = block(1, 0) = 1.0f;
     expectInverse<6>(block, 0.0f, 1e-3);
+}
+
+namespace {
+
+template <int n> void expectBlocksLikeOneByOne(std::mt19937& random)
+{
+    using Block = Eigen::Matrix<float, n, n>;
+    // Eleven blocks: two groups of four and three left over; the second
+    // group holds a block without a positive pivot, a NaN block ends it.
+    std::vector<Block> blocks;
+    for (int i = 0; i < 11; ++i)
+        blocks.push_back(gram<n>(i % 3 == 0 ? 2 : 3 * n, random));
+    blocks[5] = Block::Identity();
+    blocks[5](0, 0) = 0.0f;
+    blocks[5](0, 1) = blocks[5](1, 0) = 1.0f;
+    blocks[7](2, 2) = std::numeric_limits<float>::quiet_NaN();
+    for (float damping : {0.0f, 1e-3f, 0.05f}) {
+        std::vector<Block> together(blocks.size()), alone(blocks.size());
+        invertDampedBlocks(blocks, damping, together, 1, 11);
+        for (size_t i = 1; i < blocks.size(); ++i)
+            invertDamped(blocks[i], damping, alone[i]);
+        for (size_t i = 1; i < blocks.size(); ++i)
+            EXPECT_EQ(std::memcmp(together[i].data(), alone[i].data(), sizeof(Block)), 0)
+                << "block " << i << ", damping " << damping;
+    }
+}
+
+} // namespace
+
+// Blocks go four at a time, as the lanes of one factorisation; each must
+// get the bits it gets alone, or a fit would depend on where its nodes
+// fall among the groups of four.
+TEST(NodeBlocks, InvertingFourAtATimeGivesEachBlockItsOwnBits)
+{
+    std::mt19937 random(11);
+    expectBlocksLikeOneByOne<6>(random);
+    expectBlocksLikeOneByOne<12>(random);
 }
