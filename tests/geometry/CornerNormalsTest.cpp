@@ -1,9 +1,9 @@
 #include "geometry/CornerNormals.h"
+#include "support/SameBits.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <random>
 #include <vector>
@@ -18,10 +18,7 @@ QVector3D qtCornerNormal(const std::vector<QVector3D>& positions, int previous, 
     return QVector3D::crossProduct(a, b).normalized();
 }
 
-bool sameBits(const QVector3D& a, const QVector3D& b)
-{
-    return std::memcmp(&a, &b, sizeof(QVector3D)) == 0;
-}
+using TestSupport::sameBits;
 
 /// Every vector step this processor can run, so that each form is checked,
 /// not only the widest.

@@ -1,9 +1,9 @@
 #include "geometry/InlineVector3D.h"
+#include "support/SameBits.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <random>
 #include <vector>
@@ -12,10 +12,7 @@ namespace {
 
 namespace Inline = GeometryStack2::InlineVector3D;
 
-bool sameBits(const QVector3D& a, const QVector3D& b)
-{
-    return std::memcmp(&a, &b, sizeof(QVector3D)) == 0;
-}
+using TestSupport::sameBits;
 
 /// Vectors around the branches of Qt's normalisation: zero, lengths within
 /// its fuzzy bound of 0 and of 1, denormals, huge and ordinary values.

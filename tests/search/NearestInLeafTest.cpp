@@ -1,9 +1,9 @@
 #include "search/NearestInLeaf.h"
+#include "support/SameBits.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <random>
 #include <vector>
@@ -34,10 +34,7 @@ struct Rows
     std::vector<float> values;
 };
 
-bool sameBits(float a, float b)
-{
-    return std::memcmp(&a, &b, sizeof a) == 0;
-}
+using TestSupport::sameBits;
 
 } // namespace
 

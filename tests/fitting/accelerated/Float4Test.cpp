@@ -1,20 +1,13 @@
 #include "fitting/accelerated/Float4.h"
+#include "support/SameBits.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <cmath>
 #include <random>
 
 using EmbeddedGraphDeformer::Float4;
-
-namespace {
-
-bool sameBits(float a, float b)
-{
-    return std::memcmp(&a, &b, sizeof a) == 0;
-}
-
-} // namespace
+using TestSupport::sameBits;
 
 // The products rely on every lane giving the bits of the scalar expression
 // it replaced, in the same order of operations, so that a fit's result
