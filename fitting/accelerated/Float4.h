@@ -7,7 +7,8 @@
 namespace EmbeddedGraphDeformer {
 
 /// Four floats in one register, for the products' 3-vectors (the fourth
-/// lane rides along and is never read back). Each lane does exactly the
+/// lane holds a block's weight, read through `wwww`, or rides along and is
+/// never read back). Each lane does exactly the
 /// scalar operations in the scalar order, without fused multiply-adds, so
 /// a loop written with it gives the bits of the same loop on plain floats.
 /// Loads and stores want 16-byte aligned addresses.
